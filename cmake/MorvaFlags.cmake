@@ -1,0 +1,27 @@
+# Compiler and linker settings shared by every target: warnings, hardening, sanitizers.
+add_library(morva_flags INTERFACE)
+target_compile_options(morva_flags INTERFACE -Wall -Wextra -Wformat=2
+    $<$<BOOL:${MORVA_WERROR}>:-Werror>)
+if(MORVA_SANITIZE)
+    target_compile_options(morva_flags INTERFACE -fsanitize=${MORVA_SANITIZE}
+        -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(morva_flags INTERFACE -fsanitize=${MORVA_SANITIZE})
+else()
+    target_compile_options(morva_flags INTERFACE -fstack-protector-strong
+        $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+        target_compile_options(morva_flags INTERFACE -fcf-protection)
+    endif()
+    target_link_options(morva_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
+endif()
+if(MORVA_COVERAGE)
+    target_compile_options(morva_flags INTERFACE --coverage -O0)
+    target_link_options(morva_flags INTERFACE --coverage)
+endif()
+
+# Sources of the two libraries: hidden by default, and calls between exported functions are direct.
+add_library(morva_library_flags INTERFACE)
+target_link_libraries(morva_library_flags INTERFACE morva_flags Threads::Threads)
+target_compile_options(morva_library_flags INTERFACE -fno-semantic-interposition
+    $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden> -fvisibility=hidden -fno-plt)
+target_link_options(morva_library_flags INTERFACE -Wl,-Bsymbolic-functions)

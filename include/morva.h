@@ -1,0 +1,38 @@
+/* libmorva: general-purpose routines for real-time data acquisition programs.
+ *
+ * Conventions of every family:
+ *   1. Results. Status results are 0 for success and -1 (or another documented code) for failure;
+ *      routines that return a pointer return NULL on failure.
+ *   2. Reasons. Before it returns a failure, a routine registers the reason with elog_log; it
+ * prints nothing. The caller shows the reasons (elog_complain), discards them (elog_mark,
+ * elog_flush) or ends the program (elog_die).
+ *   3. Memory. Running out of it ends the process through elog_die; no routine returns for want of
+ *      memory unless its description says so. What the caller must free comes from malloc.
+ *   4. Ownership. What a new... or open... call made, the matching free... or close... call frees.
+ *      Strings from formatting routines are new and the caller's; strings from getters belong to
+ * the structure they came from.
+ *   5. Threads. Objects have no locks of their own: users of one object take turns. Different
+ * objects may be used by different threads at once. Families with process-wide state say how they
+ * guard it.
+ *   6. Units. Times are seconds since 1970-01-01 00:00:00 UTC as double unless a name says
+ * otherwise, waits are milliseconds, sizes are bytes.
+ *   7. Callbacks must return normally: they may not throw, and may not longjmp out of the library.
+ */
+#ifndef MORVA_H
+#define MORVA_H
+
+#include "morva/arr.h"
+#include "morva/cabinets.h"
+#include "morva/cm6.h"
+#include "morva/elog.h"
+#include "morva/export.h"
+#include "morva/files.h"
+#include "morva/paths.h"
+#include "morva/redblack.h"
+#include "morva/stbl.h"
+#include "morva/strings.h"
+#include "morva/strmatches.h"
+#include "morva/tbl.h"
+#include "morva/xlat.h"
+
+#endif
