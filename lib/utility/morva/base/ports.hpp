@@ -1,5 +1,5 @@
-// Ports: what a lower family needs from a higher one. Each is declared here and defined in a source of
-// the upper family, so that no include runs upward.
+// Ports: what a lower family needs from a higher one. Each is declared here and defined in a source
+// of the upper family, so that no include runs upward.
 #pragma once
 
 namespace morva::port {
