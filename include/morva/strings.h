@@ -43,6 +43,8 @@ MORVA_API char* intactline(FILE* stream, char** buffer, int* size);
 MORVA_API int xargs(const char* command, Tbl* tbl, const char* suffix, int verbose);
 
 MORVA_API char* strsub(const char* s, const char* old_text, const char* new_text, char* out);
+MORVA_API char* strsubn(const char* s, const char* old_text, const char* new_text, char* out,
+                        size_t size);
 MORVA_API char* strtr(char* s, const char* from, const char* to);
 MORVA_API char* spaces(int n);
 MORVA_API char* strdbl(char* buf, double value);

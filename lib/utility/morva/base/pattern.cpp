@@ -23,6 +23,10 @@ bool Pattern::matches_whole(const char* string) const {
            string[match.rm_eo] == '\0';
 }
 
+bool Pattern::found_in(const char* string) const {
+    return regexec(&regex_, string, 0, nullptr, 0) == 0;
+}
+
 bool Pattern::search(const char* string, int* start, int* length) const {
     regmatch_t match;
     if (regexec(&regex_, string, 1, &match, 0) != 0) return false;

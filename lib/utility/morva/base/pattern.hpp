@@ -21,6 +21,9 @@ class Pattern {
     // True when the leftmost match begins at the first character and ends at the last.
     bool matches_whole(const char* string) const;
 
+    // True when the pattern matches anywhere.
+    bool found_in(const char* string) const;
+
     // True when the pattern matches anywhere; gives the offset and length of the leftmost match.
     bool search(const char* string, int* start, int* length) const;
 
