@@ -1,0 +1,172 @@
+#include "morva/arr.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "base/pattern.hpp"
+#include "containers/redblack.hpp"
+
+namespace morva {
+namespace {
+
+// The array's own copy of a key, from the pool when it is short.
+struct OwnKey {
+    char* text;
+    std::uint16_t room;
+};
+
+OwnKey copy_key(Tree* tree, const char* text, std::size_t length) {
+    OwnKey own{nullptr, 0};
+    if (length < NodePool::kLargestKey)
+        own.text = tree->pool.take_key(length + 1, &own.room);
+    else
+        own.text = static_cast<char*>(must_malloc(length + 1, "key", MORVA_HERE));
+    std::memcpy(own.text, text, length + 1);
+    return own;
+}
+
+void set_key(Tree* tree, Node* node, OwnKey own) {
+    node->key = own.text;
+    node->key_room = own.room;
+    tree->unpooled += own.room == 0;
+}
+
+void free_key(Tree* tree, Node* node) {
+    if (node->key_room != 0) {
+        tree->pool.give_key(node->key, node->key_room);
+        return;
+    }
+    std::free(node->key);
+    --tree->unpooled;
+}
+
+// `key` may be the node's own copy, so the new copy is made before the old one goes.
+void* replace_pair(Tree* tree, Node* node, const char* key, void* value) {
+    if (!tree->replace) return nullptr;
+    void* previous = node->value;
+    node->value = value;
+    if (!orders_text(tree)) {
+        const OwnKey own = copy_key(tree, key, std::strlen(key));
+        free_key(tree, node);
+        set_key(tree, node, own);
+    }
+    return previous;
+}
+
+void* set_text(Tree* tree, const TextKey& key, void* value) {
+    const Place place = locate_text(tree, key);
+    if (place.node() != &tree->nil) return replace_pair(tree, place.node(), key.text, value);
+    const OwnKey own = copy_key(tree, key.text, key.length);
+    Node* node = attach(tree, place);
+    set_key(tree, node, own);
+    set_words(node, key);
+    node->value = value;
+    return nullptr;
+}
+
+void* set_by_compare(Tree* tree, const char* key, void* value) {
+    const Place place = locate_by_compare(tree, key);
+    if (place.node() != &tree->nil) return replace_pair(tree, place.node(), key, value);
+    const OwnKey own = copy_key(tree, key, std::strlen(key));
+    Node* node = attach(tree, place);
+    set_key(tree, node, own);
+    node->value = value;
+    return nullptr;
+}
+
+// Keys by which `accepts` is true, in key order.
+template <class Accepts>
+Tbl* keys_that(Arr* arr, Accepts accepts) {
+    Tbl* keys = newtbl(0);
+    for_each_pair(tree_of(arr), [&](void* key, void*) {
+        if (accepts(static_cast<const char*>(key))) pushtbl(keys, key);
+    });
+    return keys;
+}
+
+}  // namespace
+}  // namespace morva
+
+using namespace morva;
+
+extern "C" {
+
+Arr* newarr(Arr_compare compare) {
+    return reinterpret_cast<Arr*>(new_tree(reinterpret_cast<Rb_compare>(compare), true));
+}
+
+void* setarr(Arr* arr, const char* key, const void* value) {
+    Tree* tree = tree_of(arr);
+    void* stored = const_cast<void*>(value);
+    return orders_text(tree) ? set_text(tree, TextKey(key), stored)
+                             : set_by_compare(tree, key, stored);
+}
+
+void* getarr(Arr* arr, const char* key) {
+    const Node* node = find(tree_of(arr), key);
+    return node == nullptr ? nullptr : node->value;
+}
+
+void* delarr(Arr* arr, const char* key) {
+    Tree* tree = tree_of(arr);
+    Node* node = find(tree, key);
+    if (node == nullptr) return nullptr;
+    free_key(tree, node);
+    detach(tree, node);
+    return tree->scratch.value;
+}
+
+long cntarr(Arr* arr) {
+    return arr == nullptr ? 0 : tree_of(arr)->count;
+}
+
+Tbl* keysarr(Arr* arr) {
+    return list_in_order(tree_of(arr), Part::kKey);
+}
+
+Tbl* valsarr(Arr* arr) {
+    return list_in_order(tree_of(arr), Part::kValue);
+}
+
+int applyarr(Arr* arr, int (*function)(char* key, void* value, void* private_data),
+             void* private_data) {
+    for_each_pair(tree_of(arr), [&](void* key, void* value) {
+        function(static_cast<char*>(key), value, private_data);
+    });
+    return 0;
+}
+
+Arr* duparr(Arr* arr, void* (*dup_function)(void*)) {
+    Arr* copy = newarr(reinterpret_cast<Arr_compare>(tree_of(arr)->compare));
+    for_each_pair(tree_of(arr), [&](void* key, void* value) {
+        setarr(copy, static_cast<const char*>(key), dup_function(value));
+    });
+    return copy;
+}
+
+int freearr(Arr* arr, void (*free_function)(void*)) {
+    if (arr == nullptr) return 0;
+    Tree* tree = tree_of(arr);
+    if (free_function != nullptr || tree->unpooled > 0)
+        for_each_node_upwards(tree, [&](Node* node) {
+            if (free_function != nullptr) free_function(node->value);
+            if (node->key_room == 0) std::free(node->key);
+        });
+    free_tree(tree);
+    return 0;
+}
+
+Tbl* greparr(const char* pattern, Arr* arr) {
+    Pattern compiled;
+    if (!compiled.compile(pattern)) return newtbl(0);
+    return keys_that(arr, [&](const char* key) { return compiled.matches_whole(key); });
+}
+
+Tbl* arrgrep(Arr* arr, const char* string) {
+    return keys_that(arr, [&](const char* key) {
+        Pattern compiled;
+        return compiled.compile(key) && compiled.matches_whole(string);
+    });
+}
+
+}  // extern "C"

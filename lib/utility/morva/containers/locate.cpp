@@ -1,0 +1,64 @@
+// The descent: one for text, which compares the words in the nodes, and one for any other order.
+
+#include <cstring>
+
+#include "containers/redblack.hpp"
+
+namespace morva {
+namespace {
+
+// Compares a key with a node whose first word is the same.
+int compare_behind_head(const TextKey& key, const Node* node) {
+    if (key.tail != node->tail) return key.tail < node->tail ? -1 : 1;
+    if (key.length <= kKeyPrefix && node->short_length <= kKeyPrefix) return 0;
+    return std::strcmp(key.text + kKeyPrefix, text_of(node) + kKeyPrefix);
+}
+
+}  // namespace
+
+bool orders_text(const Tree* tree) {
+    return tree->compare == reinterpret_cast<Rb_compare>(&std::strcmp);
+}
+
+// Which child comes next is a coin toss, so it is computed, not branched on.
+Place locate_text(Tree* tree, const TextKey& key) {
+    Node* const nil = &tree->nil;
+    Place place{nil, &tree->root};
+    for (Node* node = tree->root; node != nil;) {
+        Node* const left = node->child[kLeft];
+        Node* const right = node->child[kRight];
+        bool greater = key.head > node->head;
+        if (key.head == node->head) [[unlikely]] {
+            const int order = compare_behind_head(key, node);
+            if (order == 0) break;
+            greater = order > 0;
+        }
+        place = {node, &node->child[greater]};
+        node = greater ? right : left;
+    }
+    return place;
+}
+
+Place locate_by_compare(Tree* tree, const void* key) {
+    Place place{&tree->nil, &tree->root};
+    while (place.node() != &tree->nil) {
+        Node* node = place.node();
+        const int order = tree->compare(key, node->key);
+        if (order == 0) break;
+        place = {node, &node->child[order > 0]};
+    }
+    return place;
+}
+
+Place locate(Tree* tree, const void* key) {
+    if (!orders_text(tree)) return locate_by_compare(tree, key);
+    return locate_text(tree, TextKey(static_cast<const char*>(key)));
+}
+
+Node* find(Tree* tree, const void* key) {
+    if (tree == nullptr) return nullptr;
+    Node* node = locate(tree, key).node();
+    return node == &tree->nil ? nullptr : node;
+}
+
+}  // namespace morva

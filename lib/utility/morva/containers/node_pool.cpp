@@ -1,0 +1,83 @@
+#include "containers/node_pool.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "base/memory.hpp"
+
+namespace morva {
+
+void NodePool::use_chunk() {
+    char* start = reinterpret_cast<char*>(chunks_);
+    keys_end_ = start + sizeof(Chunk);
+    nodes_start_ = start + chunks_->size;
+    nodes_start_ -= reinterpret_cast<std::uintptr_t>(nodes_start_) % alignof(Node);
+}
+
+void NodePool::add_chunk() {
+    const std::size_t size =
+        chunks_ == nullptr ? kFirstChunk : std::min(2 * chunks_->size, kLargestChunk);
+    auto* chunk = static_cast<Chunk*>(must_malloc(size, "rbnode", MORVA_HERE));
+    chunk->next = chunks_;
+    chunk->size = size;
+    chunks_ = chunk;
+    use_chunk();
+}
+
+Node* NodePool::take_node() {
+    if (FreeBlock* block = free_nodes_; block != nullptr) {
+        free_nodes_ = block->next;
+        return reinterpret_cast<Node*>(block);
+    }
+    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(sizeof(Node))) add_chunk();
+    nodes_start_ -= sizeof(Node);
+    return reinterpret_cast<Node*>(nodes_start_);
+}
+
+void NodePool::give_node(Node* node) {
+    auto* block = reinterpret_cast<FreeBlock*>(node);
+    block->next = free_nodes_;
+    free_nodes_ = block;
+}
+
+char* NodePool::take_key(std::size_t bytes, std::uint16_t* room) {
+    const std::size_t rounded = (bytes + kKeyStep - 1) / kKeyStep * kKeyStep;
+    *room = static_cast<std::uint16_t>(rounded);
+    FreeBlock*& free_list = free_keys_[rounded / kKeyStep - 1];
+    if (FreeBlock* block = free_list; block != nullptr) {
+        free_list = block->next;
+        return reinterpret_cast<char*>(block);
+    }
+    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(rounded)) add_chunk();
+    char* key = keys_end_;
+    keys_end_ += rounded;
+    return key;
+}
+
+void NodePool::give_key(void* key, std::uint16_t room) {
+    auto* block = static_cast<FreeBlock*>(key);
+    FreeBlock*& free_list = free_keys_[room / kKeyStep - 1];
+    block->next = free_list;
+    free_list = block;
+}
+
+void NodePool::reset() {
+    while (chunks_->next != nullptr) {
+        Chunk* chunk = chunks_;
+        chunks_ = chunk->next;
+        std::free(chunk);
+    }
+    free_nodes_ = nullptr;
+    std::fill(std::begin(free_keys_), std::end(free_keys_), nullptr);
+    use_chunk();
+}
+
+void NodePool::release() {
+    while (chunks_ != nullptr) {
+        Chunk* chunk = chunks_;
+        chunks_ = chunk->next;
+        std::free(chunk);
+    }
+}
+
+}  // namespace morva

@@ -1,0 +1,65 @@
+// The memory of one tree: nodes of one cache line each, and copies of short keys, taken from chunks
+// that double in size. Nodes fill a chunk from its end, key copies from its start, so that a chunk
+// serves any mixture. What is given back is used again by the same tree.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace morva {
+
+// A node as the public record shows it (left, right, parent, red, key, value), and behind it the
+// key's first bytes where the tree orders its keys as text. The bytes between `red` and `key` are
+// padding in the public record.
+struct alignas(64) Node {
+    Node* child[2];
+    Node* parent;
+    std::int32_t red;
+    std::uint16_t key_room;  // bytes of the key's block in the pool; 0 when it is not from there
+    std::uint16_t short_length;  // of the key as text, kKeyPrefix + 1 when it is longer
+    void* key;
+    void* value;
+    std::uint64_t head;
+    std::uint64_t tail;
+};
+static_assert(sizeof(Node) == 64);
+
+class NodePool {
+  public:
+    // Keys that need more bytes than this do not come from the pool.
+    static constexpr std::size_t kLargestKey = 64;
+
+    Node* take_node();
+    void give_node(Node* node);
+
+    // A block of at least `bytes` (at most kLargestKey); `room` becomes what give_key wants back.
+    char* take_key(std::size_t bytes, std::uint16_t* room);
+    void give_key(void* key, std::uint16_t room);
+
+    // Forgets every node and key. Keeps the first, smallest chunk for the next ones.
+    void reset();
+    void release();
+
+  private:
+    struct Chunk {
+        Chunk* next;
+        std::size_t size;
+    };
+    struct FreeBlock {
+        FreeBlock* next;
+    };
+    static constexpr std::size_t kKeyStep = 8;
+    static constexpr std::size_t kFirstChunk = 400;  // some four nodes with their keys
+    static constexpr std::size_t kLargestChunk = 2 << 20;
+
+    void add_chunk();
+    void use_chunk();
+
+    Chunk* chunks_;  // the newest first
+    char* keys_end_;
+    char* nodes_start_;
+    FreeBlock* free_nodes_;
+    FreeBlock* free_keys_[kLargestKey / kKeyStep];
+};
+
+}  // namespace morva
