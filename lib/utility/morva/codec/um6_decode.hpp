@@ -1,0 +1,52 @@
+// CM6 text to samples.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace morva {
+
+enum class Stop {
+    kEnd,           // all data were decoded, to their end or to the blanks that pad the last line
+    kBadCharacter,  // a character that no value may hold
+    kCut            // the data end inside a value
+};
+
+struct Decoded {
+    std::size_t count;     // samples written
+    Stop stop;             // why decoding stopped
+    std::size_t position;  // offset of the character that stopped it
+    std::int32_t sum;      // the running checksum of the samples, starting at 0
+};
+
+// Decodes data into `samples`, which has room for one sample for each character.
+Decoded decode_samples(std::string_view data, std::int32_t* samples);
+
+// The two versions behind it. Both give the same result for any bytes.
+Decoded decode_plain(std::string_view data, std::int32_t* samples);
+Decoded decode_avx2(std::string_view data, std::int32_t* samples);
+
+// Reads one value. `at` moves behind what was read, never past `end`. `first_error` is the place of
+// the first error, `end` for a value that the text cuts off; it is set only with errors.
+struct Value {
+    std::int32_t number;
+    int errors;
+    const char* first_error;
+};
+Value read_value(const char*& at, const char* end);
+
+// The double integration that turns second differences back into samples, wrapping at 32 bits.
+class Integrator {
+  public:
+    std::int32_t next(std::uint32_t second_difference) {
+        difference_ += second_difference;
+        sample_ += difference_;
+        return static_cast<std::int32_t>(sample_);
+    }
+
+  private:
+    std::uint32_t difference_ = 0, sample_ = 0;
+};
+
+}  // namespace morva
