@@ -44,8 +44,8 @@ bool fits_in_int(const std::int32_t* samples, int nsamp) {
            encoded_length(samples, static_cast<std::size_t>(nsamp)) + kChecksumLineSize <= INT_MAX;
 }
 
-// Makes the caller's buffer hold `need` zeroed items unless it already has that many. A buffer whose
-// size is given as 0 is not the caller's to lose: it is replaced, not freed.
+// Makes the caller's buffer hold `need` zeroed items unless it already has that many. A buffer
+// whose size is given as 0 is not the caller's to lose: it is replaced, not freed.
 template <class Item>
 void settle_buffer(Item** buffer, int* size, int need, const char* what, Site site) {
     if (*size >= need && (*buffer != nullptr || need == 0)) return;
@@ -69,8 +69,8 @@ int decode_parts(std::string_view text, const MessageParts& parts, std::int32_t*
     const Decoded decoded = decode_samples(parts.data, samples);
     verdict->status = status_of(parts, decoded);
     const auto data_offset = parts.data.data() - text.data();
-    verdict->position = static_cast<std::int32_t>(data_offset) +
-                        static_cast<std::int32_t>(decoded.position);
+    verdict->position =
+        static_cast<std::int32_t>(data_offset) + static_cast<std::int32_t>(decoded.position);
     verdict->has_stored = parts.has_number ? 1 : 0;
     verdict->computed = checksum_of(decoded.sum);
     verdict->stored = parts.stored;
@@ -79,11 +79,16 @@ int decode_parts(std::string_view text, const MessageParts& parts, std::int32_t*
 
 const char* plain_reason(int status) {
     switch (status) {
-        case UM6_GOOD: return "good";
-        case UM6_NO_CHECKSUM_LINE: return "no CHK2 line";
-        case UM6_NO_NUMBER: return "no number in the CHK2 line";
-        case UM6_CUT: return "the data end inside a value";
-        default: return "unknown verdict";
+        case UM6_GOOD:
+            return "good";
+        case UM6_NO_CHECKSUM_LINE:
+            return "no CHK2 line";
+        case UM6_NO_NUMBER:
+            return "no number in the CHK2 line";
+        case UM6_CUT:
+            return "the data end inside a value";
+        default:
+            return "unknown verdict";
     }
 }
 
@@ -149,7 +154,9 @@ char* um6_reason(const Um6_verdict* verdict, char* reason) {
         case UM6_BAD_CHARACTER:
             std::snprintf(reason, kSize, "bad character at byte %d", verdict->position);
             break;
-        default: std::snprintf(reason, kSize, "%s", plain_reason(verdict->status)); break;
+        default:
+            std::snprintf(reason, kSize, "%s", plain_reason(verdict->status));
+            break;
     }
     return reason;
 }
