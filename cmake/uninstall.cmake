@@ -1,0 +1,47 @@
+# cmake -DMANIFEST=install_manifest.txt -P uninstall.cmake
+#
+# Removes the files that an installation listed, then the folders below the installation root that
+# are empty without them.
+cmake_minimum_required(VERSION 3.25)
+if(NOT EXISTS "${MANIFEST}")
+    message(FATAL_ERROR "Nothing to remove: there is no ${MANIFEST}")
+endif()
+file(STRINGS "${MANIFEST}" files)
+list(TRANSFORM files PREPEND "$ENV{DESTDIR}")
+
+# The root is the longest path that all files share.
+list(GET files 0 root)
+foreach(file IN LISTS files)
+    cmake_path(IS_PREFIX root "${file}" inside)
+    while(NOT inside)
+        cmake_path(GET root PARENT_PATH root)
+        cmake_path(IS_PREFIX root "${file}" inside)
+    endwhile()
+endforeach()
+
+set(folders "")
+foreach(file IN LISTS files)
+    if(EXISTS "${file}" OR IS_SYMLINK "${file}")
+        message(STATUS "Removing ${file}")
+        file(REMOVE "${file}")
+        if(EXISTS "${file}" OR IS_SYMLINK "${file}")
+            message(FATAL_ERROR "Can't remove ${file}")
+        endif()
+    else()
+        message(STATUS "Gone already: ${file}")
+    endif()
+    cmake_path(GET file PARENT_PATH folder)
+    while(NOT folder STREQUAL root)
+        list(APPEND folders "${folder}")
+        cmake_path(GET folder PARENT_PATH folder)
+    endwhile()
+endforeach()
+
+list(REMOVE_DUPLICATES folders)
+list(SORT folders ORDER DESCENDING)
+foreach(folder IN LISTS folders)
+    file(GLOB entries LIST_DIRECTORIES true "${folder}/*" "${folder}/.[!.]*")
+    if(IS_DIRECTORY "${folder}" AND NOT entries)
+        file(REMOVE_RECURSE "${folder}")
+    endif()
+endforeach()

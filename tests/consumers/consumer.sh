@@ -1,0 +1,62 @@
+#!/bin/sh
+# Programs that use an installation as any user's would, from its package files alone.
+#   consumer.sh c       SOURCES ROOT WORK CC    C11 through pkg-config
+#   consumer.sh cmake   SOURCES ROOT WORK CMAKE C++17 through find_package
+#   consumer.sh fortran SOURCES ROOT WORK FC    Fortran through pkg-config and the module
+#   consumer.sh moved   SOURCES ROOT WORK       programs find the libraries after a move
+#   consumer.sh removed ROOT                    nothing is left
+# Ends with 77 (skipped) when pkg-config is missing.
+set -eu
+task=$1
+if [ "$task" = removed ]; then
+    left=$(find "$2" ! -type d -o -mindepth 1)
+    [ -z "$left" ] || {
+        printf 'left behind:\n%s\n' "$left" >&2
+        exit 1
+    }
+    exit 0
+fi
+sources=$2
+root=$3
+work=$4
+rm -rf "$work"
+mkdir -p "$work"
+export TMPDIR="$work"
+unset LD_LIBRARY_PATH || true
+
+# Compiler arguments from the package file; `eval` because a path with blanks comes quoted.
+with_package() {
+    command -v pkg-config >/dev/null || {
+        echo "skipped, there is no pkg-config"
+        exit 77
+    }
+    flags=$(PKG_CONFIG_PATH="$root/lib/pkgconfig" pkg-config "$@" morva)
+}
+
+case $task in
+    c)
+        with_package --cflags --libs
+        eval '"$5" -std=c11 -Wall -Wextra -Wpedantic -Werror "$sources/consumer.c" -o "$work/consumer"' "$flags"
+        "$work/consumer"
+        ;;
+    cmake)
+        "$5" -S "$sources/cmake" -B "$work/build" -DCMAKE_PREFIX_PATH="$root" >"$work/log" 2>&1 ||
+            { cat "$work/log"; exit 1; }
+        "$5" --build "$work/build" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+        "$work/build/consumer"
+        ;;
+    fortran)
+        with_package --variable=fortran_module
+        module=$flags
+        with_package --libs
+        eval '"$5" -std=f2018 -Wall -Wextra -Werror -J "$work" "$module" "$sources/consumer.f90" -o "$work/consumer"' "$flags"
+        "$work/consumer"
+        ;;
+    moved)
+        cp -R "$root" "$work/elsewhere"
+        ldd "$work/elsewhere/bin/wfreport" >"$work/found"
+        for library in libmorva libskerrows; do
+            grep -q "$library.*=> $work/elsewhere/.*$library" "$work/found" || { cat "$work/found"; exit 1; }
+        done
+        ;;
+esac
