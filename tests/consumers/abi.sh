@@ -58,7 +58,7 @@ check_headers() {
     failed=0
     for header in "$3"/*.h "$3"/morva/*.h; do
         name=${header#"$3"/}
-        printf '#include "%s"\n' "$name" >"$scratch/alone.c"
+        printf '#include "%s"\nextern int alone;\n' "$name" >"$scratch/alone.c"
         cp "$scratch/alone.c" "$scratch/alone.cpp"
         "$1" -std=c11 $warnings -fsyntax-only -I"$3" "$scratch/alone.c" || failed=1
         "$2" -std=c++17 $warnings -fsyntax-only -I"$3" "$scratch/alone.cpp" || failed=1
@@ -86,7 +86,7 @@ check_artefact() {
     must_hold dynamic "SONAME.*\\[$(basename "$library" | sed 's/\(\.so\.[0-9]*\).*/\1/')\\]" "versioned SONAME"
     must_hold dynamic 'RUNPATH.*\[\$ORIGIN\]' "path to its neighbours"
     case $(uname -m) in
-        x86_64) must_hold notes 'IBT, SHSTK' "control-flow protection" ;;
+        x86_64) must_hold notes 'x86 feature:.*SHSTK' "shadow stack mark" ;;
     esac
     sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' "$scratch/dynamic" | while read -r needed; do
         for allowed in "$@"; do

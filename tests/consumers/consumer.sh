@@ -4,18 +4,10 @@
 #   consumer.sh cmake   SOURCES ROOT WORK CMAKE C++17 through find_package
 #   consumer.sh fortran SOURCES ROOT WORK FC    Fortran through pkg-config and the module
 #   consumer.sh moved   SOURCES ROOT WORK       programs find the libraries after a move
-#   consumer.sh removed ROOT                    nothing is left
+#   consumer.sh removed SCRIPT ROOT WORK CMAKE MANIFEST   the uninstall script leaves nothing
 # Ends with 77 (skipped) when pkg-config is missing.
 set -eu
 task=$1
-if [ "$task" = removed ]; then
-    left=$(find "$2" ! -type d -o -mindepth 1)
-    [ -z "$left" ] || {
-        printf 'left behind:\n%s\n' "$left" >&2
-        exit 1
-    }
-    exit 0
-fi
 sources=$2
 root=$3
 work=$4
@@ -34,6 +26,11 @@ with_package() {
 }
 
 case $task in
+    removed)
+        "$5" -DMANIFEST="$6" -P "$sources" >"$work/log"
+        left=$(find "$root" -mindepth 1)
+        [ -z "$left" ] || { printf 'left behind:\n%s\n' "$left"; exit 1; }
+        ;;
     c)
         with_package --cflags --libs
         eval '"$5" -std=c11 -Wall -Wextra -Wpedantic -Werror "$sources/consumer.c" -o "$work/consumer"' "$flags"
