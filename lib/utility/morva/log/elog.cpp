@@ -1,72 +1,216 @@
+// The register itself: the worker, the severity functions, and what callers do with the messages.
 #include "morva/elog.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <string>
+#include <unistd.h>
 
-#include "morva/tbl.h"
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "base/memory.hpp"
+#include "log/elog.hpp"
+
+namespace morva::log {
+namespace {
+
+constexpr const char* kNames[ELOG_NSEVERITY] = {"log",      "debug", "notify", "alert",
+                                                "complain", "die",   "fault"};
+
+bool wants_stack(const Draft& draft) {
+    constexpr std::string_view kMark = "*stack*";
+    return state().severities[draft.message.severity].show_stack ||
+           std::strncmp(draft.text, kMark.data(), kMark.size()) == 0 ||
+           (draft.message.tag != nullptr &&
+            std::strncmp(draft.tag + 1, kMark.data(), kMark.size()) == 0);
+}
+
+// Counts a reason that was just registered once more; true when it was.
+bool count_repeat(const Draft& draft) {
+    Elog_msg* last = register_item(register_count() - 1);
+    if (last == nullptr || !repeats(*last, draft)) return false;
+    ++last->count;
+    return true;
+}
+
+// A fatal message that its delivery does not show is kept like any other, unless memory is out.
+void deliver_or_keep(int severity, const Elog_msg* message) {
+    Setting delivery;
+    copy_setting(delivery, state().severities[severity].delivery);
+    if (deliver(delivery, 0, message) || message == nullptr) return;
+    keep(*message);
+}
+
+void register_message(Draft& draft, int severity, int error) {
+    if (severity == ELOG_LOG && count_repeat(draft)) return;
+    complete(draft, severity, error);
+    const bool stack = wants_stack(draft);
+    const Elog_msg* message = &draft.message;
+    if (offer(severity, Batch{0, register_count(), message})) {
+        cut_register(0);
+        message = nullptr;
+    }
+    deliver_or_keep(severity, message);
+    if (stack) print_stack();
+}
+
+// The register cannot be touched: the message goes out at once, and nothing is allocated for it.
+void write_at_once(Draft& draft, int severity, int error) {
+    complete(draft, severity, error);
+    write_batch(STDERR_FILENO, Batch{0, 0, &draft.message, true});
+}
+
+void follow_up(int severity) {
+    if (severity == ELOG_DIE) end_program();
+    if (severity == ELOG_FAULT) std::abort();
+}
+
+// Cuts the list without a look at who else is showing it.
+void drop_from(long n) {
+    Busy busy;
+    trunctbl(state().messages, n, free_message);
+}
+
+}  // namespace
+
+long register_count() {
+    Tbl* messages = state().messages;
+    return messages != nullptr ? maxtbl(messages) : 0;
+}
+
+Elog_msg* register_item(long i) {
+    Tbl* messages = state().messages;
+    return messages != nullptr ? static_cast<Elog_msg*>(gettbl(messages, i)) : nullptr;
+}
+
+void cut_register(long n) {
+    n = std::max(n, 0L);
+    for (Span* span = state().spans; span != nullptr; span = span->next)
+        span->end = std::min(span->end, std::max(n, span->start));
+    if (n < register_count()) drop_from(n);
+}
+
+void remove_span(const Span& span) {
+    const long shown = span.end - span.start;
+    if (shown <= 0) return;
+    if (span.end >= register_count()) return cut_register(span.start);
+    for (Span* other = state().spans; other != nullptr; other = other->next)
+        other->end = std::min(other->end, std::max(span.start, other->start));
+    Busy busy;
+    for (long i = 0; i < shown; ++i) free_message(deltbl(state().messages, span.start));
+}
+
+}  // namespace morva::log
 
 extern "C" {
 
-static char g_name[256] = "Unknown_Program";
-static std::string g_register;
-static int g_count;
-char* Program_Name = g_name;
-int Max_msg = 50;
-int Argc;
-char** Argv;
-const Xlat Elog_xlat[ELOG_XLAT_COUNT] = {};
+using namespace morva::log;
 
-int elog_init(int, char** argv) {
-    const char* slash = std::strrchr(argv[0], '/');
-    std::snprintf(g_name, sizeof g_name, "%s", slash ? slash + 1 : argv[0]);
+void elog(int severity, int flag, const char* format, va_list arguments) {
+    const int error = flag != 0 ? errno : 0;
+    severity = known_severity(severity);
+    initialise_if_needed();
+    Draft draft;
+    format_text(draft, format, arguments);
+    {
+        Locked lock;
+        if (lock.disturbed())
+            write_at_once(draft, severity, error);
+        else
+            register_message(draft, severity, error);
+    }
+    errno = 0;
+    run_debugger(severity);
+    follow_up(severity);
+}
+
+#define MORVA_SAY(severity)                  \
+    va_list arguments;                       \
+    va_start(arguments, format);             \
+    elog(severity, flag, format, arguments); \
+    va_end(arguments)
+
+void elog_log(int flag, const char* format, ...) {
+    MORVA_SAY(ELOG_LOG);
+}
+void elog_debug(int flag, const char* format, ...) {
+    MORVA_SAY(ELOG_DEBUGGING);
+}
+void elog_notify(int flag, const char* format, ...) {
+    MORVA_SAY(ELOG_NOTIFY);
+}
+void elog_alert(int flag, const char* format, ...) {
+    MORVA_SAY(ELOG_ALERT);
+}
+void elog_complain(int flag, const char* format, ...) {
+    MORVA_SAY(ELOG_COMPLAIN);
+}
+void elog_die(int flag, const char* format, ...) {
+    MORVA_SAY(ELOG_DIE);
+    end_program();
+}
+void elog_fault(int flag, const char* format, ...) {
+    MORVA_SAY(ELOG_FAULT);
+    std::abort();
+}
+
+char* elogs(int severity, int flag, const char* format, ...) {
+    const int error = flag != 0 ? errno : 0;
+    initialise_if_needed();
+    Draft draft;
+    va_list arguments;
+    va_start(arguments, format);
+    format_text(draft, format, arguments);
+    va_end(arguments);
+    Locked lock;
+    complete(draft, known_severity(severity), error);
+    const Batch batch{0, 0, &draft.message};
+    char* result = try_layout(batch);
+    if (result == nullptr) morva::out_of_memory(layout_size(batch), "result", MORVA_HERE);
+    return result;
+}
+
+int elog_mark(void) {
+    initialise_if_needed();
+    Locked lock;
+    return static_cast<int>(register_count());
+}
+
+int elog_flush(int print, int mark) {
+    initialise_if_needed();
+    Locked lock;
+    if (lock.disturbed()) return -1;
+    const long start = std::max(mark, 0);
+    if (print != 0 && start < register_count() &&
+        !offer(ELOG_NOTIFY, Batch{start, register_count(), nullptr})) {
+        Setting delivery;
+        copy_setting(delivery, state().severities[ELOG_COMPLAIN].delivery);
+        deliver(delivery, start, nullptr);
+    }
+    return elog_truncate(mark);
+}
+
+int elog_truncate(int n) {
+    initialise_if_needed();
+    Locked lock;
+    if (lock.disturbed()) return -1;
+    cut_register(n);
     return 0;
 }
 
-void elog(int severity, int flag, const char* format, va_list arguments) {
-    char text[10240];
-    const int saved = errno;
-    vsnprintf(text, sizeof text, format, arguments);
-    g_register += std::string(g_name) + (severity == ELOG_DIE ? " *fatal*" : "") + ": " + text;
-    if (g_register.back() != '\n') g_register += '\n';
-    if (flag && saved) g_register += std::string("\t") + strerror(saved) + "\n";
-    ++g_count;
-    if (severity != ELOG_LOG) {
-        fputs(g_register.c_str(), stderr);
-        elog_clear();
-    }
-}
-
-#define FACE(name, severity)                  \
-    void name(int flag, const char* f, ...) { \
-        va_list a;                            \
-        va_start(a, f);                       \
-        elog(severity, flag, f, a);           \
-        va_end(a);                            \
-        if (severity == ELOG_DIE) exit(1);    \
-        if (severity == ELOG_FAULT) abort();  \
-    }
-FACE(elog_log, ELOG_LOG)
-FACE(elog_debug, ELOG_DEBUGGING)
-FACE(elog_notify, ELOG_NOTIFY)
-FACE(elog_alert, ELOG_ALERT)
-FACE(elog_complain, ELOG_COMPLAIN)
-[[noreturn]] FACE(elog_die, ELOG_DIE) [[noreturn]] FACE(elog_fault, ELOG_FAULT)
-
-    int elog_mark(void) {
-    return g_count;
-}
 int elog_clear(void) {
-    g_register.clear();
-    return g_count = 0;
+    const int result = elog_truncate(0);
+    errno = 0;
+    return result;
 }
-int elog_flush(int print, int) {
-    if (print) fputs(g_register.c_str(), stderr);
+
+int elog_clear_register(int print) {
+    elog_flush(print, 0);
     return elog_clear();
 }
-char* elog_string(int) {
-    return strdup(g_register.c_str());
+
+char* elog_severity(int severity) {
+    const bool known = severity >= 0 && severity < ELOG_NSEVERITY;
+    return const_cast<char*>(known ? kNames[severity] : "unknown");
 }
 
 }  // extern "C"
