@@ -95,8 +95,7 @@ void to_file(Delivery& delivery, std::string_view path) {
 void to_ring(Delivery& delivery, std::string_view word) {
     char ring[1024];
     const std::string_view name = word.substr(4);
-    if (state().orb_logger == nullptr)
-        return report(delivery, "No logger for packet ring", name);
+    if (state().orb_logger == nullptr) return report(delivery, "No logger for packet ring", name);
     malloced<char> text(try_layout(delivery.batch()));
     if (text == nullptr) return report(delivery, "No memory to log to ring", name);
     const auto logger = state().orb_logger;
