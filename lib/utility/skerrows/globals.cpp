@@ -1,4 +1,4 @@
-// The globals that the families share.
+// The globals that the families share. They start empty; the family that owns one fills it.
 #include "skerrows.h"
 
 constinit int* Halt_flag = nullptr;
