@@ -6,10 +6,10 @@
  *
  * Conventions:
  *   1. Status results are 0 for success and -1 for failure with the reason in errno. This library
- * lies below the message register: it registers and prints nothing.
+ *      lies below the message register: it registers and prints nothing.
  *   2. Interrupted system calls are retried.
  *   3. Every function may be called from any thread at any time; those that may be called from a
- * signal handler say so. No function keeps a reference to its arguments.
+ *      signal handler say so. No function keeps a reference to its arguments.
  */
 #ifndef SKERROWS_H
 #define SKERROWS_H

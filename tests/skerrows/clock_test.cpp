@@ -67,7 +67,7 @@ TEST(StdSleep, SleepsTheWholeTimeDespiteSignals) {
 }
 
 TEST(StdSleep, DoesNotSleepForNoTime) {
-    for (const double none : {0.0, -1e300, -INFINITY, static_cast<double>(NAN)})
+    for (const double none : {0.0, -1e300, double{-INFINITY}, double{NAN}})
         EXPECT_LT(seconds_of([&] { std_sleep(none); }), 5);
 }
 

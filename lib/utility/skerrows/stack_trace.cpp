@@ -76,11 +76,18 @@ void print_function(FILE* stream, const char* function, bool demangle) {
     std::fputs(name ? name.get() : function, stream);
 }
 
-// By way of a small buffer: on an unbuffered stream, fprintf would take 8 kB of the stack, which
-// may be all that a handler has.
-void print_number(FILE* stream, const char* format, std::uintptr_t number) {
+// These go by way of a small buffer: on an unbuffered stream, fprintf would take 8 kB of the stack,
+// which may be all that a handler has.
+void print_address(FILE* stream, int number, std::uintptr_t address) {
     char text[64];
-    std::snprintf(text, sizeof text, format, static_cast<unsigned long>(number));
+    std::snprintf(text, sizeof text, "\t#%-2d 0x%016lx ", number,
+                  static_cast<unsigned long>(address));
+    std::fputs(text, stream);
+}
+
+void print_offset(FILE* stream, std::uintptr_t offset) {
+    char text[32];
+    std::snprintf(text, sizeof text, " + 0x%lx", static_cast<unsigned long>(offset));
     std::fputs(text, stream);
 }
 
@@ -89,15 +96,14 @@ void print_number(FILE* stream, const char* format, std::uintptr_t number) {
 void print_frame(FILE* stream, int number, std::uintptr_t address, bool demangle) {
     const Place place = skerrows::locate(address);
     const bool known = place.function[0] != '\0';
-    print_number(stream, "\t#%-2lu ", static_cast<std::uintptr_t>(number));
-    print_number(stream, "0x%016lx ", address);
+    print_address(stream, number, address);
     print_function(stream, known ? place.function : "?", demangle);
-    if (known) print_number(stream, " + 0x%lx", place.offset);
+    if (known) print_offset(stream, place.offset);
     if (place.module != nullptr) {
         const char* slash = std::strrchr(place.module, '/');
         std::fputs(" (", stream);
         std::fputs(slash != nullptr ? slash + 1 : place.module, stream);
-        if (!known) print_number(stream, " + 0x%lx", place.offset);
+        if (!known) print_offset(stream, place.offset);
         std::fputs(")", stream);
     }
     std::fputs("\n", stream);
