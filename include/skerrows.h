@@ -107,12 +107,14 @@ SKERROWS_API const char* getexecname(void);
 /* Prints the calling thread's calls to `stream`, innermost first, one line each: number, address,
  * function with its offset, module. The caller of this function is number 0. C++ names are
  * demangled; names of static functions are found too, unless the program was stripped. At most 128
- * calls are shown. Fault-signal handlers may call it: it then shows the handler, what it
- * interrupted, and so on. Nothing is allocated except by the demangler, which is left out (names
- * then appear as the linker knows them) on an alternate signal stack and when the signal
- * interrupted the allocator's own library. What remains: the stream is locked and flushed, so it
- * must not be one that the interrupted code was writing to; an alternate stack should have 16 kB to
- * spare. Returns 0, or -1 when nothing could be found or written. Preserves errno. */
+ * calls are shown.
+ * Fault-signal handlers may call it: it then shows the handler, what it interrupted, and so on.
+ * Nothing is allocated except by the demangler, which is left out (names then appear as the linker
+ * knows them) on an alternate signal stack and when the signal interrupted the allocator or the C
+ * library. What remains: the stream is locked and flushed, so it must not be one that the
+ * interrupted code was writing to, and a buffered stream allocates its buffer at its first use
+ * (stderr has none); an alternate stack should have 16 kB to spare.
+ * Returns 0, or -1 when nothing could be found or written. Preserves errno. */
 SKERROWS_API int show_stack_trace(FILE* stream);
 
 #define SIG2STR_MAX 32 /* bytes for the longest name of a signal */

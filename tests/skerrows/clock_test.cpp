@@ -119,6 +119,7 @@ void ring() {
 class StdTimer : public testing::Test {
   protected:
     StdTimer() {
+        testing::FLAGS_gtest_death_test_style = "threadsafe";
         ::sem_init(&g_rung, 0, 0);
         g_rings = 0;
         g_test_thread = ::pthread_self();
@@ -201,7 +202,9 @@ TEST_F(StdTimer, KeepsTheProgramsSignalsToTheProgram) {
     ::sigaction(SIGUSR2, &old, nullptr);
 }
 
-TEST_F(StdTimer, RefusesWhatItCannotDo) {
+using StdTimerDeathTest = StdTimer;
+
+TEST_F(StdTimerDeathTest, RefusesWhatItCannotDo) {
     EXPECT_EQ(std_set_timer(nullptr, 1), -1);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(std_set_timer(ring, NAN), -1);
@@ -233,8 +236,7 @@ TEST_F(StdTimer, AForkedChildStartsAnew) {
     await(1);
 }
 
-TEST_F(StdTimer, MayEndTheProcess) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
+TEST_F(StdTimerDeathTest, MayEndTheProcess) {
     EXPECT_EXIT(
         {
             std_set_timer([] { elog_die(0, "the bell tolls"); }, 0.01);

@@ -19,6 +19,11 @@ static volatile int g_result;
     g_result = 1;
 }
 
+[[gnu::noinline]] void touch(volatile char* place) {
+    *place = 1;
+    g_result = 2;
+}
+
 }  // namespace trace_test
 
 namespace {
@@ -46,38 +51,59 @@ TEST(StackTrace, EndsAfterSoManyCalls) {
     EXPECT_THAT(text, HasSubstr("\n\t...\n"));
 }
 
-TEST(StackTrace, ShowsWhatASignalInterrupted) {
-    static std::string text;
-    struct sigaction action {
-    }, old;
-    action.sa_handler = [](int) { text = trace(); };
-    ::sigaction(SIGUSR1, &action, &old);
-    trace_test::fault_here();
-    ::sigaction(SIGUSR1, &old, nullptr);
-    // raise lies in the allocator's library, so the names stay as the linker knows them.
-    EXPECT_THAT(text, ContainsRegex("_ZN10trace_test[^\n]*fault_here"));
+FILE* g_stream;
+
+// Traces from a handler of SIGUSR1, to a file that needs no buffer.
+class TraceInHandler : public testing::Test {
+  protected:
+    TraceInHandler() {
+        g_stream = std::fopen(folder_.file("trace").c_str(), "w");
+        std::setvbuf(g_stream, nullptr, _IONBF, 0);
+    }
+    ~TraceInHandler() override { std::fclose(g_stream); }
+    std::string trace(int flags) {
+        struct sigaction action {
+        }, old;
+        action.sa_handler = [](int) { show_stack_trace(g_stream); };
+        action.sa_flags = flags;
+        ::sigaction(SIGUSR1, &action, &old);
+        trace_test::fault_here();
+        ::sigaction(SIGUSR1, &old, nullptr);
+        return kit::read_file(folder_.file("trace"));
+    }
+    kit::TempDir folder_;
+};
+
+// The signal interrupts `raise`, which lies in the C library: names stay as the linker knows them.
+TEST_F(TraceInHandler, ShowsWhatTheSignalInterrupted) {
+    EXPECT_THAT(trace(0), ContainsRegex("_ZN10trace_test[^\n]*fault_here"));
 }
 
-TEST(StackTrace, WorksOnAnAlternateStack) {
-    static FILE* stream;
-    const kit::TempDir folder;
-    stream = std::fopen(folder.file("trace").c_str(), "w");
+TEST_F(TraceInHandler, WorksOnAnAlternateStack) {
     std::vector<char> memory(128 * 1024);
     stack_t stack{}, none{};
     stack.ss_sp = memory.data();
     stack.ss_size = memory.size();
     ASSERT_EQ(::sigaltstack(&stack, nullptr), 0);
-    struct sigaction action {
-    }, old;
-    action.sa_handler = [](int) { show_stack_trace(stream); };
-    action.sa_flags = SA_ONSTACK;
-    ::sigaction(SIGUSR1, &action, &old);
-    trace_test::fault_here();
-    ::sigaction(SIGUSR1, &old, nullptr);
+    const std::string text = trace(SA_ONSTACK);
     none.ss_flags = SS_DISABLE;
     ::sigaltstack(&none, nullptr);
-    std::fclose(stream);
-    EXPECT_THAT(kit::read_file(folder.file("trace")), HasSubstr("fault_here"));
+    EXPECT_THAT(text, ContainsRegex("_ZN10trace_test[^\n]*fault_here"));
+}
+
+TEST(StackTraceDeathTest, ShowsTheFaultDemangled) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "names stay as they are under the thread sanitizer";
+#endif
+    const kit::Guarded empty("");
+    EXPECT_EXIT(
+        {
+            struct sigaction action {};
+            action.sa_handler = [](int) { ::_exit(show_stack_trace(stderr) == 0 ? 3 : 4); };
+            ::sigaction(SIGSEGV, &action, nullptr);
+            trace_test::touch(empty.data());
+        },
+        testing::ExitedWithCode(3), "trace_test::touch\\(char volatile\\*\\) \\+ 0x");
 }
 
 TEST(StackTrace, ReportsThatNothingCouldBeWritten) {

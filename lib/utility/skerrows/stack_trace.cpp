@@ -50,16 +50,32 @@ _Unwind_Reason_Code collect(_Unwind_Context* context, void* argument) {
     return _URC_NO_REASON;
 }
 
+const void* module_of(std::uintptr_t address) {
+    return skerrows::locate(address).module_base;
+}
+
+// The thread sanitizer reports every allocation in a signal handler.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kNeverInHandlers = true;
+#else
+constexpr bool kNeverInHandlers = false;
+#endif
+
+// Whether the interrupted code may be within the allocator: in its module, or in the C library,
+// which the allocator calls and mostly is.
+bool may_be_allocating(std::uintptr_t address) {
+    const void* module = module_of(address);
+    return module == nullptr ||
+           module == module_of(reinterpret_cast<std::uintptr_t>(&std::malloc)) ||
+           module == module_of(reinterpret_cast<std::uintptr_t>(&::getppid));
+}
+
 // Whether this thread may allocate although a signal interrupted it somewhere.
 bool may_allocate(const Frames& frames) {
     stack_t stack;
     if (::sigaltstack(nullptr, &stack) == 0 && (stack.ss_flags & SS_ONSTACK) != 0) return false;
-    for (int i = 0; i < frames.count; ++i) {
-        if (!frames.at[i].interrupted) continue;
-        const auto allocator = reinterpret_cast<std::uintptr_t>(&std::malloc);
-        const void* base = skerrows::locate(frames.at[i].address).module_base;
-        if (base == nullptr || base == skerrows::locate(allocator).module_base) return false;
-    }
+    for (int i = 0; i < frames.count; ++i)
+        if (frames.at[i].interrupted && may_be_allocating(frames.at[i].address)) return false;
     return true;
 }
 
