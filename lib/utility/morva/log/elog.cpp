@@ -9,20 +9,13 @@
 
 #include "base/memory.hpp"
 #include "log/elog.hpp"
+#include "skerrows.h"
 
 namespace morva::log {
 namespace {
 
 constexpr const char* kNames[ELOG_NSEVERITY] = {"log",      "debug", "notify", "alert",
                                                 "complain", "die",   "fault"};
-
-bool wants_stack(const Draft& draft) {
-    constexpr std::string_view kMark = "*stack*";
-    return state().severities[draft.message.severity].show_stack ||
-           std::strncmp(draft.text, kMark.data(), kMark.size()) == 0 ||
-           (draft.message.tag != nullptr &&
-            std::strncmp(draft.tag + 1, kMark.data(), kMark.size()) == 0);
-}
 
 // Counts a reason that was just registered once more; true when it was.
 bool count_repeat(const Draft& draft) {
@@ -32,7 +25,6 @@ bool count_repeat(const Draft& draft) {
     return true;
 }
 
-// A fatal message that its delivery does not show is kept like any other, unless memory is out.
 void deliver_or_keep(int severity, const Elog_msg* message) {
     Setting delivery;
     copy_setting(delivery, state().severities[severity].delivery);
@@ -40,8 +32,9 @@ void deliver_or_keep(int severity, const Elog_msg* message) {
     keep(*message);
 }
 
-void register_message(Draft& draft, int severity, int error) {
-    if (severity == ELOG_LOG && count_repeat(draft)) return;
+// True when the severity's debugger is to run.
+bool register_message(Draft& draft, int severity, int error) {
+    if (severity == ELOG_LOG && count_repeat(draft)) return false;
     complete(draft, severity, error);
     const bool stack = wants_stack(draft);
     const Elog_msg* message = &draft.message;
@@ -50,7 +43,8 @@ void register_message(Draft& draft, int severity, int error) {
         message = nullptr;
     }
     deliver_or_keep(severity, message);
-    if (stack) print_stack();
+    if (stack) show_stack_trace(stderr);
+    return *state().severities[severity].debug != '\0';
 }
 
 // The register cannot be touched: the message goes out at once, and nothing is allocated for it.
@@ -111,15 +105,16 @@ void elog(int severity, int flag, const char* format, va_list arguments) {
     initialise_if_needed();
     Draft draft;
     format_text(draft, format, arguments);
+    bool debug = false;
     {
         Locked lock;
         if (lock.disturbed())
             write_at_once(draft, severity, error);
         else
-            register_message(draft, severity, error);
+            debug = register_message(draft, severity, error);
     }
     errno = 0;
-    run_debugger(severity);
+    if (debug) run_debugger(severity);
     follow_up(severity);
 }
 
@@ -163,7 +158,7 @@ char* elogs(int severity, int flag, const char* format, ...) {
     va_end(arguments);
     Locked lock;
     complete(draft, known_severity(severity), error);
-    const Batch batch{0, 0, &draft.message};
+    const Batch batch{0, 0, &draft.message, lock.disturbed()};
     char* result = try_layout(batch);
     if (result == nullptr) morva::out_of_memory(layout_size(batch), "result", MORVA_HERE);
     return result;

@@ -26,6 +26,7 @@
 
 #include "morva/elog.h"
 #include "morva/tbl.h"
+#include "skerrows.h"
 
 namespace morva::log {
 
@@ -49,26 +50,30 @@ struct Severity {
 struct Span {
     long start;
     long end;
-    Span* next;
+    Span* next = nullptr;
+    pthread_t thread = pthread_self();
 };
 
 struct State {
     Tbl* messages = nullptr;  // of Elog_msg*, made with the first message that stays
     Severity severities[ELOG_NSEVERITY] = {};
     Elog_callback callback = nullptr;
-    int (*orb_logger)(const char*, const char*, const char*) = nullptr;
     double reference_time = -1;
     double started = 0;  // when the register was initialised
     LongSetting directory = "Unknown_Directory";
     LongSetting signals = "ILL:TRAP:FPE:BUS:SEGV:SYS";
     LongSetting wait = "";
+    // Settings of the environment open files and run commands: a process with more rights than its
+    // user sees none of them.
+    const char* (*environment)(const char* name) = std_getenv;
     LongSetting t_format = "%a %b %e %H:%M:%S %Y";
     LongSetting u_format = "%Y-%j %H:%M:%S";
     char* owned_name = nullptr;   // the copy that Program_Name points to after elog_init
     char** owned_argv = nullptr;  // likewise Argv
     Span* spans = nullptr;
     const Elog_msg* in_hand = nullptr;  // the message the callback is being offered
-    long offered_from = 0;
+    long offered_from = 0;              // and the first message of the register it is offered
+    Elog_orb_logger orb_logger = nullptr;
     int quitting = 0;   // guards the end at the limit against itself
     bool busy = false;  // see the head of this file
     std::atomic<int> initialised{0};
@@ -87,6 +92,20 @@ class Locked {
     Locked(const Locked&) = delete;
     Locked& operator=(const Locked&) = delete;
     bool disturbed() const;
+};
+
+// As Locked, for a signal handler: waits a moment, not for ever, and is false when the lock could
+// not be had or the register is disturbed.
+class Grabbed {
+  public:
+    Grabbed();
+    ~Grabbed();
+    Grabbed(const Grabbed&) = delete;
+    Grabbed& operator=(const Grabbed&) = delete;
+    explicit operator bool() const { return taken_; }
+
+  private:
+    bool taken_;
 };
 
 // Gives the lock up for a scope, however deeply the thread holds it.
@@ -142,6 +161,7 @@ void format_text(Draft& draft, const char* format, va_list arguments) MORVA_PRIN
 // Completes a draft whose text is set: message, tag and system error (error 0: none).
 void complete(Draft& draft, int severity, int error);
 
+bool wants_stack(const Draft& draft);
 bool repeats(const Elog_msg& last, const Draft& draft);
 
 // A copy with strings of its own, or null when memory runs out.
@@ -179,14 +199,18 @@ bool deliver(const char* delivery, long start, const Elog_msg* message);
 bool offer(int severity, const Batch& batch);
 bool has_destination(const char* delivery);
 void keep(const Elog_msg& message);
+// Shows a batch and forgets nothing; neither allocates nor uses stdio.
+void deliver_frugally(const char* delivery, const Batch& batch);
 
 // --- Configuration.
 void load_configuration(bool first_time);
 void copy_setting(Setting& to, std::string_view text);
+
+// Takes over the signals that a colon-separated list names and gives back the others. A signal that
+// the program handles or ignores itself is left to it, unless the caller insists.
 int intercept_signals(const char* names, bool insist);
 
 // --- The end.
-void print_stack();
 void run_debugger(int severity);
 [[noreturn]] void end_program();
 void forget_other_threads_end();

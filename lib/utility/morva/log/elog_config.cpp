@@ -145,17 +145,14 @@ void take_setting(void*, const char* key, const char* entry, const char* value) 
         if (std::strcmp(key, kind->variable) == 0) take_entry(*kind, entry, value);
 }
 
-// Settings of the environment can open files and run commands: a process with more rights than its
-// user takes none of them.
-const char* setting_of_environment(const char* name) {
-    return ::secure_getenv(name);
-}
-
 void read_environment() {
-    if (const char* limit = setting_of_environment("ELOG_MAXMSG")) Max_msg = std::atoi(limit);
-    if (const char* letters = setting_of_environment("ELOG_STACK")) read_stack_letters(letters);
+    const auto get = state().environment;
+    if (const char* limit = get("ELOG_MAXMSG")) Max_msg = std::atoi(limit);
+    if (const char* letters = get("ELOG_STACK")) read_stack_letters(letters);
+    if (const char* names = get("ELOG_SIGNALS")) take_long(state().signals, names);
+    intercept_signals(state().signals, false);
     for (const Kind* kind : {&kDeliver, &kTag, &kDebug})
-        if (const char* groups = setting_of_environment(kind->variable)) read_groups(groups, *kind);
+        if (const char* groups = get(kind->variable)) read_groups(groups, *kind);
 }
 
 }  // namespace

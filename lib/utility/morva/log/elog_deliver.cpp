@@ -169,19 +169,25 @@ void keep(const Elog_msg& message) {
     morva::out_of_memory(sizeof(Elog_msg), "msg", MORVA_HERE);
 }
 
+// A message that the callback raises itself is not offered to it.
 bool offer(int severity, const Batch& batch) {
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local bool inside = false;
     State& now = state();
-    if (now.callback == nullptr) return false;
+    if (now.callback == nullptr || inside) return false;
     malloced<char> text(try_layout(batch));
     if (text == nullptr) {
         if (severity >= ELOG_DIE) return false;
         morva::out_of_memory(layout_size(batch), "s", MORVA_HERE);
     }
-    const Elog_msg* outer = std::exchange(now.in_hand, batch.extra);
-    const long outer_from = std::exchange(now.offered_from, batch.start);
+    now.in_hand = batch.extra;
+    now.offered_from = batch.start;
+    inside = true;
     const bool handled = now.callback(severity, text.get(), now.messages) != 0;
-    now.in_hand = outer;
-    now.offered_from = outer_from;
+    inside = false;
+    now.in_hand = nullptr;
+    now.offered_from = 0;
+    Busy busy;
+    text.reset();
     return handled;
 }
 
@@ -197,9 +203,28 @@ bool deliver(const char* words, long start, const Elog_msg* message) {
     return true;
 }
 
+void deliver_frugally(const char* words, const Batch& batch) {
+    bool shown = false;
+    std::string_view rest = words;
+    for (std::string_view word; !(word = next_word(rest)).empty();) {
+        if (word == "stderr" || word == "stdout") {
+            const int fd = word == "stderr" ? STDERR_FILENO : STDOUT_FILENO;
+            shown = write_batch(fd, batch) == 0 || shown;
+        } else if (word == "/dev/null") {
+            shown = true;
+        } else if (word[0] == '/' || word[0] == '.') {
+            const Descriptor file(open_to_append(word));
+            shown = (file && write_batch(file.get(), batch) == 0) || shown;
+        }
+    }
+    if (!shown) write_batch(STDERR_FILENO, batch);
+}
+
 }  // namespace morva::log
 
-extern "C" int elog_deliver(const char* delivery, int start, Elog_msg* message) {
+extern "C" {
+
+int elog_deliver(const char* delivery, int start, Elog_msg* message) {
     using namespace morva::log;
     initialise_if_needed();
     Locked lock;
@@ -210,3 +235,18 @@ extern "C" int elog_deliver(const char* delivery, int start, Elog_msg* message) 
     free_message(message);
     return 0;
 }
+
+const Elog_msg* elog_in_hand(int* start) {
+    morva::log::Locked lock;
+    const morva::log::State& now = morva::log::state();
+    if (start != nullptr) *start = static_cast<int>(now.offered_from);
+    return now.in_hand;
+}
+
+void elog_set_orb_logger(Elog_orb_logger logger) {
+    morva::log::initialise_if_needed();
+    morva::log::Locked lock;
+    morva::log::state().orb_logger = logger;
+}
+
+}  // extern "C"

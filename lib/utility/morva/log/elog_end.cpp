@@ -53,8 +53,6 @@ void end_program() {
     std::exit(1);
 }
 
-void print_stack() {}
-
 void run_debugger(int severity) {
     char command[8192];
     {

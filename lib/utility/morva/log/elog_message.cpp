@@ -181,6 +181,14 @@ void complete(Draft& draft, int severity, int error) {
     draft.message.thread = pthread_self();
 }
 
+bool wants_stack(const Draft& draft) {
+    constexpr std::string_view kMark = "*stack*";
+    return state().severities[draft.message.severity].show_stack ||
+           std::strncmp(draft.text, kMark.data(), kMark.size()) == 0 ||
+           (draft.message.tag != nullptr &&
+            std::strncmp(draft.tag + 1, kMark.data(), kMark.size()) == 0);
+}
+
 // The newline that a text leads with has moved to the tag of a record; it still counts.
 bool repeats(const Elog_msg& last, const Draft& draft) {
     const bool leads = draft.length > 1 && draft.text[0] == '\n';
@@ -213,3 +221,7 @@ void free_message(void* item) {
 }
 
 }  // namespace morva::log
+
+extern "C" void elog_free_msg(void* message) {
+    morva::log::free_message(message);
+}

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "base/memory.hpp"
 #include "base/posix.hpp"
@@ -116,8 +117,10 @@ std::size_t layout_size(const Batch& batch) {
 }
 
 char* try_layout(const Batch& batch) {
-    Busy busy;
-    char* text = static_cast<char*>(try_malloc(layout_size(batch)));
+    std::optional<Busy> busy;
+    if (!batch.frugal) busy.emplace();
+    const std::size_t size = layout_size(batch);
+    char* text = static_cast<char*>(try_malloc(size));
     if (text != nullptr) *lay_out(batch, text) = '\0';
     return text;
 }

@@ -144,7 +144,10 @@ constexpr Code kCodes[] = {
     {[](int s, void* r) { return give_field(&Severity::debug, s, r); },
      [](int s, void* v) { return set_field(&Severity::debug, s, v); }},
     /* ELOG_SIGNALS */
-    {[](int, void* r) { return give(r, static_cast<char*>(state().signals)); }, nullptr},
+    {[](int, void* r) { return give(r, static_cast<char*>(state().signals)); },
+     [](int, void* v) {
+         return v != nullptr ? intercept_signals(static_cast<const char*>(v), true) : -1;
+     }},
     /* ELOG_CALLBACK */ {[](int, void* r) { return give(r, state().callback); }, set_callback},
     /* ELOG_STRING */ {[](int start, void* r) { return give(r, elog_string(start)); }, nullptr},
     /* the reference time */

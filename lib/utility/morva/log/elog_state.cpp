@@ -1,6 +1,8 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <ctime>
+#include <type_traits>
 
 #include "base/posix.hpp"
 #include "log/elog.hpp"
@@ -51,13 +53,19 @@ void give() {
     pthread_setcancelstate(cancel, nullptr);
 }
 
+// The stacks of the other threads, and their deliveries with them, are gone.
 void release_in_child() {
+    for (Span** link = &g_state.spans; *link != nullptr;) {
+        if (pthread_equal((*link)->thread, pthread_self()))
+            link = &(*link)->next;
+        else
+            *link = (*link)->next;
+    }
     forget_other_threads_end();
     give();
 }
 
-// A fork waits for the register, so that the child finds it whole and free. The spans of other
-// threads' deliveries live on stacks that the child still has.
+// A fork waits for the register, so that the child finds it whole and free.
 [[gnu::constructor]] void follow_forks() {
     pthread_atfork(take, give, release_in_child);
 }
@@ -77,6 +85,28 @@ Locked::~Locked() {
 
 bool Locked::disturbed() const {
     return !t_hold.holds || g_state.busy;
+}
+
+Grabbed::Grabbed() : taken_(false) {
+    if (t_hold.depth > 0) {
+        taken_ = t_hold.holds && !g_state.busy;
+        if (taken_) ++t_hold.depth;
+        return;
+    }
+    for (int tries = 0; tries < 200; ++tries) {
+        if (pthread_mutex_trylock(&g_mutex) == 0) {
+            t_hold = Hold{1, true, PTHREAD_CANCEL_DISABLE};
+            taken_ = !g_state.busy;
+            if (!taken_) give();
+            return;
+        }
+        const timespec millisecond{0, 1000000};
+        ::nanosleep(&millisecond, nullptr);
+    }
+}
+
+Grabbed::~Grabbed() {
+    if (taken_) give();
 }
 
 Unlocked::Unlocked() : depth_(t_hold.depth), cancel_(t_hold.cancel) {
