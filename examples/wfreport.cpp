@@ -1,4 +1,251 @@
+// wfreport: decodes the CM6 sections of GSE2 waveform messages, verifies their checksums, and
+// prints a table with one row for each section.
+//
+//     wfreport FILE...        "-" is standard input
+//
+// Sections in other formats are named and skipped. A file that can't be read, holds no section, or
+// has a section that is damaged gets one line on standard error, and the others are still
+// processed. The exit status is 0 when all is good.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
 #include "morva.h"
+#include "wf_sections.hpp"
+
+namespace {
+
+// The samples of one section, in a buffer that serves section after section.
+struct Decoder {
+    int32_t* samples = nullptr;
+    int nsamp = 0;
+    int buffer_size = 0;
+    Um6_verdict verdict{};
+    double seconds = 0;
+};
+
+struct Totals {
+    long files = 0, bad_files = 0;
+    long sections = 0, bad_sections = 0, skipped = 0;
+    Arr* formats = nullptr;  // names of the formats that were skipped
+};
+
+// One file: its name in the table, and what was found wrong with it.
+struct File {
+    std::string name;
+    int width;  // of the column of names
+    std::string problem;
+    int problems = 0;
+};
+
+void note_problem(File& file, const Section* section, long number, const std::string& problem) {
+    if (file.problems++ > 0) return;
+    file.problem = "section " + std::to_string(number);
+    if (section->station[0] != '\0')
+        file.problem += std::string(" (") + section->station + " " + section->channel + ")";
+    file.problem += ": " + problem;
+}
+
+void decode(const Section* section, Decoder& decoder) {
+    const int nbytes = static_cast<int>(section->length);
+    const auto start = std::chrono::steady_clock::now();
+    const int result =
+        um6(section->text, nbytes, &decoder.samples, &decoder.nsamp, &decoder.buffer_size);
+    const auto end = std::chrono::steady_clock::now();
+    decoder.seconds = std::chrono::duration<double>(end - start).count();
+    decoder.verdict = {};
+    if (result >= 0) return;
+    // What um6 registered is asked for again below, together with the samples that can be saved.
+    elog_clear();
+    um6_anyway(section->text, nbytes, &decoder.samples, &decoder.nsamp, &decoder.buffer_size,
+               &decoder.verdict);
+}
+
+const char* verdict_word(int status) {
+    switch (status) {
+        case UM6_GOOD:
+            return "good";
+        case UM6_MISMATCH:
+            return "DIFFERS";
+        case UM6_NO_CHECKSUM_LINE:
+            return "MISSING";
+        case UM6_NO_NUMBER:
+            return "NO NUMBER";
+        default:
+            return "DAMAGED";
+    }
+}
+
+void print_heading(int width) {
+    std::printf("%-*s %-5s %-3s %-23s %8s %10s %11s %11s %13s %-9s %8s %9s\n", width, "file", "sta",
+                "chn", "start", "samples", "rate", "minimum", "maximum", "mean", "checksum",
+                "B/sample", "Msample/s");
+}
+
+void print_origin(const File& file, const Section* section, long samples) {
+    std::printf("%-*s %-5s %-3s %-23s %8ld %10.4f ", file.width, file.name.c_str(),
+                section->station, section->channel, section->start, samples, section->rate);
+}
+
+void print_decoded(const Decoder& decoder, long nbytes) {
+    const int32_t* const begin = decoder.samples;
+    const int32_t* const end = begin + decoder.nsamp;
+    if (decoder.nsamp > 0) {
+        const auto [least, most] = std::minmax_element(begin, end);
+        double sum = 0;
+        for (const int32_t* x = begin; x < end; ++x) sum += *x;
+        std::printf("%11d %11d %13.3f ", *least, *most, sum / decoder.nsamp);
+    } else {
+        std::printf("%11s %11s %13s ", "-", "-", "-");
+    }
+    const double samples = decoder.nsamp;
+    std::printf("%-9s %8.2f %9.1f\n", verdict_word(decoder.verdict.status),
+                samples > 0 ? static_cast<double>(nbytes) / samples : 0.0,
+                decoder.seconds > 0 ? samples / decoder.seconds / 1e6 : 0.0);
+}
+
+void skip_section(const File& file, const Section* section, Totals& totals) {
+    print_origin(file, section, section->samples);
+    std::printf("%11s %11s %13s skipped: %s\n", "-", "-", "-", section->format);
+    setarr(totals.formats, section->format, "");
+    ++totals.skipped;
+}
+
+void report_section(File& file, const Section* section, long number, Decoder& decoder) {
+    decode(section, decoder);
+    print_origin(file, section, decoder.nsamp);
+    print_decoded(decoder, section->length);
+    if (decoder.verdict.status != UM6_GOOD) {
+        char reason[UM6_REASON_SIZE];
+        note_problem(file, section, number, um6_reason(&decoder.verdict, reason));
+    } else if (decoder.nsamp != section->samples) {
+        note_problem(file, section, number,
+                     "WID2 says " + std::to_string(section->samples) + " samples, " +
+                         std::to_string(decoder.nsamp) + " were decoded");
+    }
+}
+
+void process_section(File& file, const Section* section, long number, Decoder& decoder,
+                     Totals& totals) {
+    const int before = file.problems;
+    if (section->format[0] == '\0')
+        note_problem(file, section, number, "can't read the WID2 line");
+    else if (std::strcmp(section->format, "CM6") != 0)
+        skip_section(file, section, totals);
+    else if (section->text == nullptr)
+        note_problem(file, section, number, "no DAT2 line");
+    else if (section->length > INT_MAX)
+        note_problem(file, section, number, "too long");
+    else
+        report_section(file, section, number, decoder);
+    ++totals.sections;
+    if (file.problems > before) ++totals.bad_sections;
+}
+
+// Reads a whole stream. False with errno set when that fails.
+bool read_stream(FILE* stream, std::string& text) {
+    char block[65536];
+    std::size_t n;
+    while ((n = std::fread(block, 1, sizeof block, stream)) > 0) text.append(block, n);
+    return std::ferror(stream) == 0;
+}
+
+bool read_file(const char* path, std::string& text) {
+    if (std::strcmp(path, "-") == 0) return read_stream(stdin, text);
+    FILE* stream = std::fopen(path, "rb");
+    if (stream == nullptr) return false;
+    const bool good = read_stream(stream, text);
+    const int error = errno;
+    std::fclose(stream);
+    errno = error;
+    return good;
+}
+
+void process_message(File& file, std::string_view message, Decoder& decoder, Totals& totals) {
+    Tbl* sections = find_sections(message);
+    for (long i = 0; i < maxtbl(sections); ++i)
+        process_section(file, static_cast<Section*>(gettbl(sections, i)), i + 1, decoder, totals);
+    if (maxtbl(sections) == 0) {
+        file.problem = "no waveform section (no line that begins with WID2)";
+        file.problems = 1;
+    }
+    freetbl(sections, std::free);
+}
+
+void process_file(const char* path, int width, Decoder& decoder, Totals& totals) {
+    const char* slash = std::strrchr(path, '/');
+    File file{slash != nullptr ? slash + 1 : path, width, {}, 0};
+    std::string text;
+    if (read_file(path, text)) {
+        process_message(file, text, decoder, totals);
+    } else {
+        file.problem = std::string("can't read it: ") + std::strerror(errno);
+        file.problems = 1;
+    }
+    ++totals.files;
+    if (file.problems == 0) return;
+    ++totals.bad_files;
+    const std::string more =
+        file.problems > 1 ? " (and " + std::to_string(file.problems - 1) + " more)" : "";
+    std::fflush(stdout);
+    elog_complain(0, "%s: %s%s\n", path, file.problem.c_str(), more.c_str());
+}
+
+std::string counted(long n, const char* noun) {
+    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
+// "6 sections in 2 files: 1 bad section, 1 bad file, 1 section skipped (INT)"
+void print_totals(const Totals& totals) {
+    std::string line = counted(totals.sections, "section") + " in " + counted(totals.files, "file");
+    if (totals.bad_files == 0)
+        line += ": all good";
+    else
+        line += ": " + counted(totals.bad_sections, "bad section") + ", " +
+                counted(totals.bad_files, "bad file");
+    if (totals.skipped > 0) {
+        line += ", " + counted(totals.skipped, "section") + " skipped (";
+        Tbl* names = keysarr(totals.formats);
+        for (long i = 0; i < maxtbl(names); ++i)
+            line += std::string(i > 0 ? ", " : "") + static_cast<char*>(gettbl(names, i));
+        line += ")";
+        freetbl(names, nullptr);
+    }
+    if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0)
+        elog_die(1, "can't write the report\n");
+}
+
+int column_width(int argc, char** argv) {
+    std::size_t width = 4;
+    for (int i = 1; i < argc; ++i) {
+        const char* slash = std::strrchr(argv[i], '/');
+        width = std::max(width, std::strlen(slash != nullptr ? slash + 1 : argv[i]));
+    }
+    return static_cast<int>(std::min<std::size_t>(width, 40));
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     elog_init(argc, argv);
+    if (argc < 2)
+        elog_die(0,
+                 "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard "
+                 "input\n",
+                 Program_Name);
+
+    Decoder decoder;
+    Totals totals;
+    totals.formats = newarr(nullptr);
+    const int width = column_width(argc, argv);
+    print_heading(width);
+    for (int i = 1; i < argc; ++i) process_file(argv[i], width, decoder, totals);
+    print_totals(totals);
+    freearr(totals.formats, nullptr);
+    std::free(decoder.samples);
+    return totals.bad_files > 0 ? 1 : 0;
 }

@@ -1,0 +1,153 @@
+// Finds the waveform sections of a GSE2 message.
+//
+//     From: ...                     mail headers and whatever else comes first
+//     WID2 2007/03/21 22:23:00.004 IDI   HHZ      CM6   110400   80.000000 ...
+//     STA2 ...                      a section begins with its WID2 line
+//     DAT2
+//     UIK2VUIJ...                   data
+//     CHK2 24056294                 and ends with the checksum
+//     WID2 ...                      the next one
+//     STOP
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "morva.h"
+
+struct Section {
+    char start[24];  // as the message gives it: 2007/03/21 22:23:00.004
+    char station[8];
+    char channel[8];
+    char format[8];    // CM6, INT, CM8, ...; empty when the WID2 line can't be read
+    long samples;      // stated, -1 when unknown
+    double rate;       // samples a second
+    const char* text;  // from the DAT2 line on; null without one
+    long length;
+};
+
+// The line at the front of `text`, without its newline or carriage return.
+inline std::string_view first_line(std::string_view text) {
+    std::string_view line = text.substr(0, text.find('\n'));
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    return line;
+}
+
+// What follows the first line.
+inline std::string_view after_line(std::string_view text) {
+    const auto newline = text.find('\n');
+    return newline == text.npos ? std::string_view() : text.substr(newline + 1);
+}
+
+inline bool is_line(std::string_view line, std::string_view word) {
+    return line.starts_with(word) && line.find_first_not_of(' ', word.size()) == line.npos;
+}
+
+// Copies columns first..last of a line, counted from 1, without blanks around them.
+template <int size>
+void copy_columns(char (&field)[size], std::string_view line, std::size_t first, std::size_t last) {
+    field[0] = '\0';
+    if (line.size() < first) return;
+    const auto columns = line.substr(first - 1, last - first + 1);
+    copystrip(field, columns.data(), static_cast<int>(columns.size()));
+    for (char* c = field; *c != '\0'; ++c)
+        if (*c < ' ' || *c > '~') *c = '?';
+}
+
+// A whole number, or -1.
+inline long whole_number(const char* text) {
+    char* end = nullptr;
+    const long number = std::strtol(text, &end, 10);
+    return end != text && *end == '\0' && number >= 0 ? number : -1;
+}
+
+// Reads the columns that GSE2 and IMS1.0 give each field of a WID2 line. The columns between them
+// are blank; where they are not, the line keeps to other columns.
+inline bool read_wid2_columns(Section* section, std::string_view line) {
+    if (line.size() < 58) return false;
+    for (const std::size_t between : {16, 29, 35, 39, 44, 48, 57})
+        if (line[between - 1] != ' ') return false;
+    char samples[9], rate[12];
+    copy_columns(section->start, line, 6, 28);
+    copy_columns(section->station, line, 30, 34);
+    copy_columns(section->channel, line, 36, 38);
+    copy_columns(section->format, line, 45, 47);
+    copy_columns(samples, line, 49, 56);
+    copy_columns(rate, line, 58, 68);
+    section->samples = whole_number(samples);
+    section->rate = std::strtod(rate, nullptr);
+    return section->samples >= 0 && section->rate > 0;
+}
+
+// Some writers pay no attention to columns: takes the words of the line in their order, date, time,
+// station, channel, perhaps an auxiliary name, format, samples, rate.
+inline bool read_wid2_words(Section* section, std::string_view line) {
+    char copy[256];
+    szcopy(copy, line.data(), static_cast<int>(line.size() < 255 ? line.size() : 255));
+    Tbl* words = splitws(copy);
+    const auto word = [&](long i) {
+        const char* found = static_cast<const char*>(gettbl(words, i));
+        return std::string_view(found != nullptr ? found : "");
+    };
+    // The first whole number behind the channel is the sample count, if a format precedes it.
+    long at = 6;
+    while (at < maxtbl(words) && whole_number(word(at).data()) < 0) ++at;
+    const bool found = at < maxtbl(words);
+    if (found) {
+        const std::string_view start = word(1);
+        szcopy(section->start, start.data(),
+               static_cast<int>(start.size() < 10 ? start.size() : 10));
+        std::strcat(section->start, " ");
+        std::strncat(section->start, word(2).data(), 12);
+        copy_columns(section->station, word(3), 1, 7);
+        copy_columns(section->channel, word(4), 1, 7);
+        copy_columns(section->format, word(at - 1), 1, 7);
+        section->samples = whole_number(word(at).data());
+        section->rate = std::strtod(word(at + 1).data(), nullptr);
+    }
+    freetbl(words, nullptr);
+    return found && section->rate > 0;
+}
+
+// The data of a section, from its DAT2 line to the end of its CHK2 line. Without a checksum they
+// end at the next section or at the end of the message.
+inline std::string_view find_data(std::string_view section) {
+    while (!section.empty() && !is_line(first_line(section), "DAT2")) section = after_line(section);
+    std::string_view rest = section, stop;
+    for (; !rest.empty(); rest = after_line(rest)) {
+        const std::string_view line = first_line(rest);
+        if (line.starts_with("CHK2 "))
+            return section.substr(0, section.size() - after_line(rest).size());
+        if (stop.empty() && is_line(line, "STOP")) stop = rest;
+    }
+    return section.substr(0, section.size() - stop.size());
+}
+
+inline Section* new_section(std::string_view text) {
+    Section* section = static_cast<Section*>(std::calloc(1, sizeof(Section)));
+    if (section == nullptr) elog_die(1, "out of memory\n");
+    const std::string_view line = first_line(text);
+    if (!read_wid2_columns(section, line) && !read_wid2_words(section, line)) {
+        section->format[0] = '\0';
+        section->samples = -1;
+    }
+    const std::string_view data = find_data(text);
+    section->text = data.empty() ? nullptr : data.data();
+    section->length = static_cast<long>(data.size());
+    return section;
+}
+
+// The sections of a message: a list of Section, to be freed with freetbl(sections, free).
+inline Tbl* find_sections(std::string_view message) {
+    Tbl* sections = newtbl(10);
+    std::string_view section;
+    for (std::string_view rest = message; !rest.empty(); rest = after_line(rest)) {
+        if (!rest.starts_with("WID2 ")) continue;
+        if (!section.empty())
+            pushtbl(sections, new_section(section.substr(0, section.size() - rest.size())));
+        section = rest;
+    }
+    if (!section.empty()) pushtbl(sections, new_section(section));
+    return sections;
+}

@@ -1,0 +1,161 @@
+// Runs the example and the generator of its samples as a user does.
+#include <sys/wait.h>
+
+#include "morva/cm6.h"
+#include "support/kit.hpp"
+
+namespace {
+
+const std::string kPrograms = MORVA_BINARY_DIR "/bin/";
+const std::string kShipped = MORVA_SOURCE_DIR "/data/samples/";
+const std::string kWid2 =
+    "WID2 2026/03/14 04:21:07.350 ALDA  HHZ      CM6        4  100.000000   6.25e-02   1.000\n";
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+class Wfreport : public testing::Test {
+  protected:
+    // Runs a shell command line in the private folder.
+    Outcome run(const std::string& command) {
+        const std::string line = "cd '" + folder_.path() + "' && { " + command + "; } 2>errors";
+        FILE* pipe = ::popen(line.c_str(), "r");
+        std::string out;
+        for (int c; (c = std::fgetc(pipe)) != EOF;) out.push_back(static_cast<char>(c));
+        const int status = ::pclose(pipe);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out,
+                kit::read_file(folder_.file("errors"))};
+    }
+    Outcome report(const std::string& arguments) {
+        return run(kPrograms + "wfreport " + arguments);
+    }
+    void write(const std::string& name, const std::string& text) {
+        kit::write_file(folder_.file(name), text);
+    }
+
+    kit::TempDir folder_;
+};
+
+// The words of the one table row that names a file.
+std::vector<std::string> row_of(const std::string& out, const std::string& file) {
+    std::istringstream lines(out);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::vector<std::string> row{std::istream_iterator<std::string>(words), {}};
+        if (!row.empty() && row.front() == file) return row;
+    }
+    return {};
+}
+
+// The row without its last word, the decode speed.
+std::string fixed_part(const std::string& out, const std::string& file) {
+    std::string text;
+    const auto row = row_of(out, file);
+    for (size_t i = 0; i + 1 < row.size(); ++i) text += (i > 0 ? " " : "") + row[i];
+    return text;
+}
+
+TEST_F(Wfreport, FindsEveryShippedSectionGood) {
+    const Outcome seen = report(kShipped + "synthetic.gse2 " + kShipped + "synthetic_crlf.gse2");
+    EXPECT_EQ(seen.status, 0);
+    EXPECT_EQ(seen.err, "");
+    EXPECT_THAT(seen.out,
+                testing::EndsWith("\n16 sections in 2 files: all good, 1 section skipped (INT)\n"));
+    EXPECT_THAT(fixed_part(seen.out, "synthetic_crlf.gse2"),
+                testing::StartsWith("synthetic_crlf.gse2 ALDA HHZ 2026/03/14 04:21:07.350 1400 "
+                                    "20.0000 "));
+}
+
+TEST_F(Wfreport, HasSamplesThatTheGeneratorMakes) {
+    EXPECT_EQ(run(kPrograms + "make_sample .").status, 0);
+    for (const char* name : {"synthetic.gse2", "synthetic_crlf.gse2"})
+        EXPECT_TRUE(kit::read_file(folder_.file(name)) == kit::read_file(kShipped + name)) << name;
+}
+
+TEST_F(Wfreport, PrintsWhatASectionHolds) {
+    write("m.gse2",
+          "Subject: WID2 in a mail header\n\n" + kWid2 + "STA2 SYNTH\nDAT2\n31K1\nCHK2 13\nSTOP\n");
+    // 5, -1 - 4, ...: the samples are 5, 13, 15, 20 with second differences 5, 3, -6, 3.
+    const Outcome seen = report("m.gse2");
+    EXPECT_EQ(seen.status, 1);
+    EXPECT_THAT(seen.err, testing::HasSubstr("m.gse2: section 1 (ALDA HHZ): CHK2 says 13, "
+                                             "samples give 53\n"));
+    EXPECT_EQ(fixed_part(seen.out, "m.gse2"),
+              "m.gse2 ALDA HHZ 2026/03/14 04:21:07.350 4 100.0000 5 20 13.250 DIFFERS 4.50");
+    EXPECT_THAT(seen.out, testing::EndsWith("\n1 section in 1 file: 1 bad section, 1 bad file\n"));
+}
+
+TEST_F(Wfreport, ReadsWid2LinesWhoseColumnsAreNotKept) {
+    const std::string data = "DAT2\n+-++\nCHK2 6\n";
+    const std::pair<std::string, const char*> rows[] = {
+        {"WID2 2005/08/31 02:33:49.850 RJOB    Z RJOB CM6        4  200.000000   9.49e-02\n",
+         "2005/08/31 02:33:49.850 4 200.0000"},
+        {"WID2 2005/08/31 02:33:49.850 RJOB Z CM6 4 200.0\n", "2005/08/31 02:33:49.850 4 200.0000"},
+        {"WID2  2005/08/31 02:33:49.850 RJOB    Z RJOB CM6        4  200.000000   9.49e-02\n",
+         "2005/08/31 02:33:49.850 4 200.0000"},
+        {"WID2  2005/08/31  02:33:49.850  RJOB  Z  RJOB  CM6  4  200.0\r\n",
+         "2005/08/31 02:33:49.850 4 200.0000"},
+    };
+    for (const auto& [wid2, expected] : rows) {
+        write("m.gse2", wid2 + data);
+        const Outcome seen = report("m.gse2");
+        EXPECT_EQ(seen.status, 0) << wid2 << seen.err;
+        EXPECT_THAT(fixed_part(seen.out, "m.gse2"),
+                    testing::StartsWith(std::string("m.gse2 RJOB Z ") + expected));
+    }
+}
+
+TEST_F(Wfreport, TellsWhatIsWrongInOneLine) {
+    const std::string data = "DAT2\n+-++\nCHK2 6\n";
+    std::string five = kWid2;
+    five.replace(five.find("       4 "), 9, "       5 ");
+    const std::pair<std::string, std::string> rows[] = {
+        {"", "no waveform section (no line that begins with WID2)"},
+        {"Some text\n", "no waveform section (no line that begins with WID2)"},
+        {"WID2 \n" + data, "section 1: can't read the WID2 line"},
+        {kWid2, "section 1 (ALDA HHZ): no DAT2 line"},
+        {kWid2 + "DAT2\n+-++\nSTOP\n", "section 1 (ALDA HHZ): no CHK2 line"},
+        {kWid2 + "DAT2\n+-++\nCHK2 \n", "section 1 (ALDA HHZ): no number in the CHK2 line"},
+        {kWid2 + "DAT2\n+-?+\nCHK2 6\n", "section 1 (ALDA HHZ): bad character at byte 7"},
+        {kWid2 + "DAT2\n+-+U\nCHK2 6\n", "section 1 (ALDA HHZ): the data end inside a value"},
+        {five + data, "section 1 (ALDA HHZ): WID2 says 5 samples, 4 were decoded"},
+        {kWid2 + data + five + data + five + data,
+         "section 2 (ALDA HHZ): WID2 says 5 samples, 4 were decoded (and 1 more)"},
+        {kWid2 + "DAT2\n+-++\n" + kWid2 + data, "section 1 (ALDA HHZ): no CHK2 line"},
+    };
+    for (const auto& [text, problem] : rows) {
+        write("m.gse2", text);
+        const Outcome seen = report("m.gse2");
+        EXPECT_EQ(seen.status, 1) << text;
+        EXPECT_EQ(seen.err, "wfreport: m.gse2: " + problem + "\n");
+    }
+}
+
+TEST_F(Wfreport, GoesOnAfterABadFile) {
+    write("good.gse2", kWid2 + "DAT2\n+-++\nCHK2 6\n");
+    write(
+        "skipped.gse2",
+        "WID2 2026/03/14 04:21:07.350 ALDA  LHZ      CM8        4    1.000000\nDAT2\n1\nCHK2 1\n");
+    const Outcome seen = report("missing.gse2 good.gse2 . skipped.gse2");
+    EXPECT_EQ(seen.status, 1);
+    EXPECT_EQ(seen.err,
+              "wfreport: missing.gse2: can't read it: No such file or directory\n"
+              "wfreport: .: can't read it: Is a directory\n");
+    EXPECT_EQ(row_of(seen.out, "good.gse2").at(10), "good");
+    EXPECT_EQ(row_of(seen.out, "skipped.gse2").back(), "CM8");
+    EXPECT_THAT(seen.out, testing::EndsWith("\n2 sections in 4 files: 0 bad sections, 2 bad files, "
+                                            "1 section skipped (CM8)\n"));
+}
+
+TEST_F(Wfreport, ReadsStandardInputAndExplainsItself) {
+    write("good.gse2", kWid2 + "DAT2\n+-++\nCHK2 6\n");
+    EXPECT_EQ(report("- <good.gse2").status, 0);
+    const Outcome alone = report("");
+    EXPECT_EQ(alone.status, 1);
+    EXPECT_THAT(alone.err, testing::HasSubstr("usage: wfreport FILE..."));
+    EXPECT_EQ(report("good.gse2 >/dev/full").status, 1);
+}
+
+}  // namespace
