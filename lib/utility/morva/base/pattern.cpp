@@ -1,38 +1,50 @@
 #include "base/pattern.hpp"
 
+#include "base/pattern_guard.hpp"
+
 namespace morva {
 
 Pattern::~Pattern() {
     if (compiled_) regfree(&regex_);
 }
 
-bool Pattern::compile(const char* text, String* reason) {
+bool Pattern::compile(const char* text, String* reason, Groups groups) {
+    if (groups == Groups::kIgnored && table_.build(text)) return true;
+    if (const char* refusal = over_ceiling(text)) {
+        if (reason != nullptr) *reason = refusal;
+        return false;
+    }
     const int code = regcomp(&regex_, text, REG_EXTENDED);
-    if (code == 0) return compiled_ = true;
-    if (reason != nullptr) {
-        char words[256];
+    compiled_ = code == 0;
+    if (!compiled_ && reason != nullptr) {
+        char words[128];
         regerror(code, &regex_, words, sizeof words);
         *reason = words;
     }
-    return false;
+    return compiled_;
 }
 
 bool Pattern::matches_whole(const char* string) const {
+    if (table_.ready()) return table_.matches_whole(string);
     regmatch_t match;
-    return regexec(&regex_, string, 1, &match, 0) == 0 && match.rm_so == 0 &&
-           string[match.rm_eo] == '\0';
+    return match_groups(string, &match, 1) && match.rm_so == 0 && string[match.rm_eo] == '\0';
 }
 
 bool Pattern::found_in(const char* string) const {
-    return regexec(&regex_, string, 0, nullptr, 0) == 0;
+    return table_.ready() ? table_.found_in(string) : match_groups(string, nullptr, 0);
 }
 
 bool Pattern::search(const char* string, int* start, int* length) const {
+    if (table_.ready()) return table_.search(string, start, length);
     regmatch_t match;
-    if (regexec(&regex_, string, 1, &match, 0) != 0) return false;
+    if (!match_groups(string, &match, 1)) return false;
     *start = static_cast<int>(match.rm_so);
     *length = static_cast<int>(match.rm_eo - match.rm_so);
     return true;
+}
+
+bool Pattern::match_groups(const char* string, regmatch_t* matches, std::size_t count) const {
+    return regexec(&regex_, string, count, matches, 0) == 0;
 }
 
 }  // namespace morva

@@ -1,0 +1,164 @@
+#include "base/pattern.hpp"
+
+#include <chrono>
+#include <random>
+
+#include "support/kit.hpp"
+
+namespace {
+
+using morva::Pattern;
+using morva::PatternTable;
+
+std::string repeat(std::string_view text, int count) {
+    std::string all;
+    while (count-- > 0) all += text;
+    return all;
+}
+
+TEST(PatternCeiling, RefusesWhatWouldTakeMemoryOrMinutes) {
+    const std::string rows[] = {"a{1,255}{1,255}",
+                                "(((a{1,99}){1,99}){1,99}){1,99}",
+                                "a{1,32767}",
+                                "(a?){1000}",
+                                repeat("(", 5000) + "a" + repeat(")", 5000),
+                                repeat("a|", 5000) + "a",
+                                std::string(20000, 'a'),
+                                repeat("(a*)*", 1000),
+                                "(a*)*\\1",
+                                "(a|b)\\1*b",
+                                "(.*)(.*)\\1\\2b",
+                                "((.)\\2){3}",
+                                "(.?.?.?.?.?)(.?.?.?.?)\\1\\2",
+                                "(.{1,30})\\1",
+                                "(.{1,})\\1"};
+    for (const std::string& row : rows) {
+        Pattern pattern;
+        morva::String reason;
+        EXPECT_FALSE(pattern.compile(row.c_str(), &reason)) << row.substr(0, 40);
+        EXPECT_FALSE(reason.empty());
+    }
+}
+
+TEST(PatternCeiling, LeavesRoomForHonestPatterns) {
+    const std::string rows[] = {"[A-Z]{3,5}_BH[ZNE]",
+                                repeat("STATION|", 400) + "X",
+                                "(.)(.)\\2\\1",
+                                "(ab|cd)-\\1",
+                                repeat("(", 50) + "a" + repeat(")", 50),
+                                "a{255}",
+                                "a{1,255}",
+                                repeat("[[:alpha:]]", 200),
+                                "(a{10}){10}"};
+    for (const std::string& row : rows) {
+        Pattern pattern;
+        morva::String reason;
+        EXPECT_TRUE(pattern.compile(row.c_str(), &reason)) << row.substr(0, 40) << ": " << reason;
+    }
+}
+
+TEST(Pattern, GivesGroupsWhenAskedTo) {
+    Pattern pattern;
+    ASSERT_TRUE(pattern.compile("(B)(x)?H(.)", nullptr, Pattern::Groups::kKept));
+    regmatch_t matches[4];
+    ASSERT_TRUE(pattern.match_groups("aBHZb", matches, 4));
+    EXPECT_EQ(matches[0].rm_so, 1);
+    EXPECT_EQ(matches[1].rm_so, 1);
+    EXPECT_EQ(matches[2].rm_so, -1);
+    EXPECT_EQ(matches[3].rm_eo, 4);
+}
+
+// Random patterns over a small alphabet, and what the C library says of them.
+class Generator {
+  public:
+    explicit Generator(unsigned seed) : random_(seed) {}
+    std::string pattern(int depth = 0) {
+        std::string text;
+        for (int i = pick(depth == 0 ? 6 : 4); i >= 0; --i) text += piece(depth);
+        return pick(8) == 0 ? text + "|" + pattern(depth + 1) : text;
+    }
+    std::string string() {
+        std::string text;
+        for (int i = pick(9); i > 0; --i) text += "abcA1-\xe9\n|"[pick(9)];
+        return text;
+    }
+
+  private:
+    int pick(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
+    std::string piece(int depth) {
+        static const char* const kAtoms[] = {"a",
+                                             "b",
+                                             "c",
+                                             "a",
+                                             ".",
+                                             "[ab]",
+                                             "[^a]",
+                                             "\\.",
+                                             "\\|",
+                                             "[a-c]",
+                                             "[]a]",
+                                             "[^]-]",
+                                             "[-a]",
+                                             "[[:alpha:]]",
+                                             "A",
+                                             "[[:digit:]b]",
+                                             "[a\\]",
+                                             "[A-C1]",
+                                             "[^[:upper:]]",
+                                             "-",
+                                             "1",
+                                             "[[a]",
+                                             "\\w",
+                                             "[c-a]",
+                                             "[[=a=]]",
+                                             "\\<",
+                                             "()"};
+        static const char* const kRepetitions[] = {"*",    "+",    "?",   "{2}", "{0,2}",
+                                                   "{1,}", "{,2}", "**",  "+?",  "{2}{2}",
+                                                   "{0}",  "{x}",  "*{2}"};
+        if (pick(8) == 0) return pick(2) == 0 ? "^" : "$";
+        std::string text = depth < 3 && pick(4) == 0
+                               ? "(" + pattern(depth + 1) + ")"
+                               : kAtoms[pick(pick(3) ? 8 : std::size(kAtoms))];
+        if (pick(40) == 0) text = "";
+        if (pick(3) == 0) text += kRepetitions[pick(pick(3) ? 3 : std::size(kRepetitions))];
+        return text;
+    }
+    std::mt19937 random_;
+};
+
+// The C library's verdict on one string as "start+length", or "none".
+std::string verdict(bool found, long start, long length) {
+    return found ? std::to_string(start) + "+" + std::to_string(length) : "none";
+}
+
+TEST(PatternTable, AgreesWithTheCLibrary) {
+    const char* rounds = getenv("MORVA_ROUNDS");
+    Generator generate(20240607);
+    long tables = 0;
+    for (long i = rounds ? atol(rounds) : 20000; i > 0; --i) {
+        const std::string text = generate.pattern();
+        PatternTable table;
+        if (!table.build(text.c_str())) continue;
+        ++tables;
+        regex_t regex;
+        ASSERT_EQ(regcomp(&regex, text.c_str(), REG_EXTENDED), 0) << text;
+        for (int j = 0; j < 10; ++j) {
+            const std::string string = generate.string();
+            regmatch_t match;
+            const bool found = regexec(&regex, string.c_str(), 1, &match, 0) == 0;
+            const bool whole = found && match.rm_so == 0 && match.rm_eo == (long)string.size();
+            int start = 0, length = 0;
+            const bool ours = table.search(string.c_str(), &start, &length);
+            ASSERT_EQ(verdict(ours, start, length),
+                      verdict(found, match.rm_so, match.rm_eo - match.rm_so))
+                << "'" << text << "' on '" << string << "'";
+            ASSERT_EQ(table.matches_whole(string.c_str()), whole) << text << " on " << string;
+            ASSERT_EQ(table.found_in(string.c_str()), found) << text << " on " << string;
+        }
+        regfree(&regex);
+    }
+    EXPECT_GT(tables, 1000);
+}
+
+}  // namespace
