@@ -56,6 +56,28 @@ void store_item(Tbl* tbl, char* slot, const void* item) {
     }
 }
 
+namespace {
+
+bool same_null_values(const Tbl* a, const Tbl* b) {
+    if (a->null_value == nullptr || b->null_value == nullptr) return a->null_value == b->null_value;
+    return std::memcmp(a->null_value, b->null_value, a->itemsize) == 0;
+}
+
+}  // namespace
+
+bool can_be_joined(const Tbl* to, const Tbl* from) {
+    if (to->itemsize != from->itemsize) {
+        elog_log(0, "tbl lists have different entry sizes: %d %d\n", to->itemsize, from->itemsize);
+    } else if ((to->direct != 0) != (from->direct != 0)) {
+        elog_log(0, "tbl lists are not both direct or indirect.\n");
+    } else if (!same_null_values(to, from)) {
+        elog_log(0, "tbl lists have different null values.\n");
+    } else {
+        return true;
+    }
+    return false;
+}
+
 SafeItem::SafeItem(const Tbl* tbl, const void* item) : item_(item) {
     const auto address = reinterpret_cast<std::uintptr_t>(item);
     const auto block = reinterpret_cast<std::uintptr_t>(block_of(tbl));
@@ -103,24 +125,6 @@ void free_items(Tbl* tbl, int64_t from, void (*free_function)(void*), bool reset
         if (!holds_null(tbl, slot)) free_function(item_in(tbl, slot));
         if (reset) store_item(tbl, slot, nullptr);
     }
-}
-
-bool same_null_values(const Tbl* a, const Tbl* b) {
-    if (a->null_value == nullptr || b->null_value == nullptr) return a->null_value == b->null_value;
-    return std::memcmp(a->null_value, b->null_value, a->itemsize) == 0;
-}
-
-bool can_be_joined(const Tbl* to, const Tbl* from) {
-    if (to->itemsize != from->itemsize) {
-        elog_log(0, "tbl lists have different entry sizes: %d %d\n", to->itemsize, from->itemsize);
-    } else if ((to->direct != 0) != (from->direct != 0)) {
-        elog_log(0, "tbl lists are not both direct or indirect.\n");
-    } else if (!same_null_values(to, from)) {
-        elog_log(0, "tbl lists have different null values.\n");
-    } else {
-        return true;
-    }
-    return false;
 }
 
 }  // namespace

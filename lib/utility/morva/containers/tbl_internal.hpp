@@ -74,6 +74,9 @@ void fill_null(Tbl* tbl, int64_t from, int64_t to);
 // Stores an item in a slot; a null item of a direct list stands for the null value.
 void store_item(Tbl* tbl, char* slot, const void* item);
 
+// Whether cattbl may append `from` to `to`; registers the reason when not.
+bool can_be_joined(const Tbl* to, const Tbl* from);
+
 // Makes a free slot before item 0: afterwards first is below 0.
 void left_grow(Tbl* tbl);
 

@@ -73,9 +73,19 @@ bool map_part(char* mapaddr, int fd, std::size_t from, std::size_t to) {
                   static_cast<off_t>(from)) != MAP_FAILED;
 }
 
+// Whether an address that a file asks for may be tried. Not one from which the reserved range could
+// end near the stack and keep it from growing.
+bool acceptable(const char* wanted) {
+    const char here = 0;
+    const auto distance =
+        reinterpret_cast<std::uintptr_t>(&here) - reinterpret_cast<std::uintptr_t>(wanted);
+    return wanted != nullptr && reinterpret_cast<std::uintptr_t>(wanted) % page_size() == 0 &&
+           distance > kGenerous + kGenerous / 8;
+}
+
 char* map_growing(int fd, std::size_t size, char* wanted) {
     const std::size_t page = page_size();
-    const bool usable = reinterpret_cast<std::uintptr_t>(wanted) % page == 0 && wanted != nullptr;
+    const bool usable = acceptable(wanted);
     Mapping range = reserve(page + whole_pages(size), usable ? wanted - page : nullptr);
     char* mapaddr = range.data() + page;
     if (range.data() == nullptr || ::mprotect(range.data(), page, PROT_READ | PROT_WRITE) != 0 ||

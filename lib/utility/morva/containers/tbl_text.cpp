@@ -1,0 +1,101 @@
+// Lists of strings: joined, searched by pattern, printed.
+#include <cstdio>
+#include <string_view>
+
+#include "base/pattern.hpp"
+#include "containers/tbl_internal.hpp"
+#include "morva/tbl.h"
+
+namespace morva::list {
+namespace {
+
+// Item i as text. A null item is an empty text; one in a by-value list ends with its slot at the
+// latest.
+std::string_view text_of(const Tbl* tbl, int64_t i) {
+    const char* text = static_cast<const char*>(tbl_item(tbl, i));
+    if (text == nullptr) return {};
+    return {text, tbl->direct ? strnlen(text, tbl->itemsize) : std::strlen(text)};
+}
+
+// Item i as a terminated string: itself, or a copy in `copy` when its slot leaves no room for the
+// terminator. Null for a null item.
+const char* string_of(const Tbl* tbl, int64_t i, String* copy) {
+    const char* text = static_cast<const char*>(tbl_item(tbl, i));
+    if (!tbl->direct || std::memchr(text, 0, tbl->itemsize) != nullptr) return text;
+    return copy->assign(text, tbl->itemsize).c_str();
+}
+
+void push_index(Tbl* tbl, int64_t i) {
+    pushtbl(tbl, reinterpret_cast<void*>(i));
+}
+
+char* append(char* to, std::string_view text) {
+    if (!text.empty()) std::memcpy(to, text.data(), text.size());
+    return to + text.size();
+}
+
+int put_line(void* text) {
+    return std::puts(text != nullptr ? static_cast<const char*>(text) : "");
+}
+
+}  // namespace
+}  // namespace morva::list
+
+using namespace morva;
+using namespace morva::list;
+
+extern "C" {
+
+char* jointbl(Tbl* tbl, const char* separator) {
+    const std::string_view between = separator != nullptr ? separator : "";
+    const long count = maxtbl(tbl);
+    std::size_t bytes = count * between.size() + 1;
+    for (long i = 0; i < count; ++i) bytes += text_of(tbl, i).size();
+    char* joined = static_cast<char*>(must_malloc(bytes, "s", MORVA_HERE));
+    char* to = joined;
+    for (long i = 0; i < count; ++i) {
+        if (i > 0) to = append(to, between);
+        to = append(to, text_of(tbl, i));
+    }
+    *to = '\0';
+    return joined;
+}
+
+Tbl* greptbl(const char* pattern, Tbl* tbl) {
+    Tbl* found = newtbl(0);
+    Pattern compiled;
+    if (!compiled.compile(pattern)) return found;
+    String copy;
+    for (long i = 0; i < maxtbl(tbl); ++i) {
+        const char* text = string_of(tbl, i, &copy);
+        if (text != nullptr && compiled.matches_whole(text)) push_index(found, i);
+    }
+    return found;
+}
+
+Tbl* tblgrep(Tbl* tbl, const char* string) {
+    Tbl* found = newtbl(0);
+    String copy;
+    for (long i = 0; i < maxtbl(tbl); ++i) {
+        const char* text = string_of(tbl, i, &copy);
+        Pattern pattern;
+        if (text != nullptr && pattern.compile(text) && pattern.matches_whole(string))
+            push_index(found, i);
+    }
+    return found;
+}
+
+int dumptbl(const char* title, Tbl* tbl, int (*print_function)(void*)) {
+    static char empty[] = "  ** no entries in list **\n";
+    if (print_function == nullptr) print_function = put_line;
+    if (title != nullptr && *title != '\0') std::puts(title);
+    if (maxtbl(tbl) == 0) return print_function(empty);
+    int result = 0;
+    for (long i = 0; i < maxtbl(tbl); ++i) {
+        std::printf("%3ld : ", i);
+        result = print_function(tbl_item(tbl, i));
+    }
+    return result;
+}
+
+}  // extern "C"
