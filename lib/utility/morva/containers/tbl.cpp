@@ -3,6 +3,8 @@
 //
 // Invariants: first <= 0 <= count <= alloc_end; the block holds the slots first .. alloc_end - 1;
 // base is the slot of item 0. Lists have no lock: users of one list take turns.
+// The functions themselves are compiled here, not the short paths of them.
+#define MORVA_NO_INLINE
 #include "morva/tbl.h"
 
 #include <algorithm>
