@@ -262,7 +262,15 @@ MORVA_API int verifytbl(Tbl* tbl);
 /* Holds a value in a register: so that stores to neighbouring fields are not joined to a wide one,
  * for which the next load of a field would have to wait. */
 #define MORVA_HELD(value) __asm__("" : "+r"(value))
-MORVA_API void* morva_called_shifttbl(Tbl* tbl) __asm__("shifttbl");
+#define MORVA_TEXT_OF(name) #name
+#define MORVA_SYMBOL(prefix, name) MORVA_TEXT_OF(prefix) name
+
+/* A slot, to load from and to store in, which callers may also reach as whatever pointer type they
+ * stored there. */
+typedef void* __attribute__((__may_alias__)) Morva_slot;
+typedef const void* __attribute__((__may_alias__)) Morva_new_slot;
+MORVA_API void* morva_called_shifttbl(Tbl* tbl) __asm__(MORVA_SYMBOL(__USER_LABEL_PREFIX__,
+                                                                     "shifttbl"));
 
 MORVA_SHORT_PATH long maxtbl(Tbl* tbl) {
     return tbl ? tbl->count : 0;
@@ -271,13 +279,14 @@ MORVA_SHORT_PATH long maxtbl(Tbl* tbl) {
 MORVA_SHORT_PATH void* gettbl(Tbl* tbl, long i) {
     if (!tbl) return 0;
     if (i < 0 || i >= tbl->count) return tbl->null_value;
-    return tbl->direct ? (void*)(tbl->base + i * tbl->itemsize) : ((void**)(void*)tbl->base)[i];
+    return tbl->direct ? (void*)(tbl->base + i * tbl->itemsize)
+                       : ((Morva_slot*)(void*)tbl->base)[i];
 }
 
 MORVA_SHORT_PATH long pushtbl(Tbl* tbl, const void* item) {
     const int64_t i = tbl->count;
     if (tbl->direct || i >= tbl->alloc_end) return settbl(tbl, i, item);
-    ((const void**)(void*)tbl->base)[i] = item;
+    ((Morva_new_slot*)(void*)tbl->base)[i] = item;
     tbl->count = i + 1;
     return i;
 }
@@ -287,7 +296,7 @@ MORVA_SHORT_PATH void* poptbl(Tbl* tbl) {
     if (tbl->count == 0) return tbl->null_value;
     tbl->count -= 1;
     return tbl->direct ? (void*)(tbl->base + tbl->count * tbl->itemsize)
-                       : ((void**)(void*)tbl->base)[tbl->count];
+                       : ((Morva_slot*)(void*)tbl->base)[tbl->count];
 }
 
 MORVA_SHORT_PATH void* shifttbl(Tbl* tbl) {
@@ -303,11 +312,11 @@ MORVA_SHORT_PATH void* shifttbl(Tbl* tbl) {
     MORVA_HELD(count);
     MORVA_HELD(end);
     tbl->first = first, tbl->count = count, tbl->alloc_end = end;
-    return *(void**)(void*)slot;
+    return *(Morva_slot*)(void*)slot;
 }
 
 MORVA_SHORT_PATH long unshifttbl(Tbl* tbl, const void* item) {
-    const void** slot = (const void**)(void*)tbl->base;
+    Morva_new_slot* slot = (Morva_new_slot*)(void*)tbl->base;
     int64_t first, count, end;
     if (tbl->direct || tbl->first == 0) return instbl(tbl, -1, item);
     slot[-1] = item;
