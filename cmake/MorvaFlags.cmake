@@ -25,6 +25,9 @@ target_link_libraries(morva_library_flags INTERFACE morva_flags Threads::Threads
 target_compile_options(morva_library_flags INTERFACE -fno-semantic-interposition
     $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden> -fvisibility=hidden -fno-plt)
 target_link_options(morva_library_flags INTERFACE -Wl,-Bsymbolic-functions)
+if(NOT MORVA_SANITIZE)
+    target_link_options(morva_library_flags INTERFACE -Wl,--no-undefined)
+endif()
 if(NOT MORVA_SANITIZE AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
     # The linker leaves the mark out because the C library's start files lack it; they never break
     # the pairing of calls and returns.

@@ -27,6 +27,7 @@
 #include "morva/elog.h"
 #include "morva/export.h"
 #include "morva/files.h"
+#include "morva/fortran.h"
 #include "morva/paths.h"
 #include "morva/redblack.h"
 #include "morva/stbl.h"

@@ -32,6 +32,7 @@ morva_check(abi.headers abi.sh headers "${CMAKE_C_COMPILER}" "${CMAKE_CXX_COMPIL
 if(MORVA_SANITIZE OR MORVA_COVERAGE)
     return()
 endif()
+morva_check(abi.exports.skerrows abi.sh exports $<TARGET_FILE:skerrows> "${consumers_work}/skerrows.names")
 
 # Installed under a component's name, so that the list of files of a real installation, which
 # `uninstall` reads, stays as it is.
@@ -43,3 +44,23 @@ morva_check(consumers.removed consumer.sh removed "${CMAKE_SOURCE_DIR}/cmake/uni
     "${CMAKE_BINARY_DIR}/install_manifest_Unspecified.txt")
 set_tests_properties(consumers.install PROPERTIES FIXTURES_SETUP morva_root)
 set_tests_properties(consumers.removed PROPERTIES FIXTURES_CLEANUP morva_root)
+
+# morva_consumer(TASK [TOOL])
+function(morva_consumer task)
+    morva_check(consumers.${task} consumer.sh ${task} "${consumers}" "${root}"
+        "${consumers_work}/${task}" ${ARGN})
+    set_tests_properties(consumers.${task} PROPERTIES FIXTURES_REQUIRED morva_root)
+endfunction()
+morva_consumer(c "${CMAKE_C_COMPILER}")
+morva_consumer(cmake "${CMAKE_COMMAND}")
+if(TARGET wfreport)
+    morva_consumer(moved)
+endif()
+if(MORVA_FORTRAN_MODULE AND CMAKE_Fortran_COMPILER)
+    morva_consumer(fortran "${CMAKE_Fortran_COMPILER}")
+endif()
+set(needed libskerrows libstdc++ libgcc_s libm libc libz)
+foreach(library IN ITEMS libmorva libskerrows)
+    morva_check(abi.artefact.${library} abi.sh artefact "${root}/lib/${library}.so.${PROJECT_VERSION}" ${needed})
+    set_tests_properties(abi.artefact.${library} PROPERTIES FIXTURES_REQUIRED morva_root)
+endforeach()

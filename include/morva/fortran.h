@@ -1,0 +1,230 @@
+/* Twins for Fortran callers: the name in lower case with an underscore behind it.
+ *
+ *     program example
+ *         use morva                          ! interfaces for all of this, from morva.f90
+ *         integer(handle) :: list
+ *         integer(c_long) :: i
+ *         list = newtbl(10_c_long)
+ *         i = settbl(list, -1_c_long, 2.5d0)
+ *         print *, maxtbl(list)
+ *     end program
+ *
+ * A twin takes the arguments of its C function in the same order and does the same; what is said
+ * here holds for all, and only what differs is said below.
+ *   1. Every argument is passed by reference. int is integer(c_int), the default integer; long is
+ *      integer(c_long), eight bytes. Indices count from 0, as in C.
+ *   2. Handles (lists, arrays, sets, cabinets, C streams) are integer(handle), eight bytes. They
+ *      are what the making function returned, and 0 is the null handle.
+ *   3. Strings are character variables of any length. On the way in, trailing blanks are left out,
+ *      and a char(0) ends the string early: ', '//char(0) keeps its blank. A string of blanks is
+ *      the empty string; where C takes a null string, it stands for that. Lengths travel as
+ * gfortran 8 and later pass them: by value, size_t, behind all other arguments.
+ *   4. A C function that returns a string has one argument more, the last, that receives the text,
+ *      cut or padded with blanks. The result is the length of the whole text, or -1 for a null
+ *      string, which gives blanks.
+ *   5. Items and values are variables of eight bytes: integer(handle), integer(c_int64_t), real(8),
+ *      type(c_ptr). Arrays, sets and lists of pointers keep the eight bytes themselves; a list of
+ *      items by value copies as many bytes as its items have. Results of type void* are addresses
+ *      of such variables: type(c_ptr) for c_f_pointer.
+ *   6. Procedures are passed as they are and get what the C function gives them: addresses, which
+ *      are arguments by reference, or, where the stored eight bytes themselves are handed over
+ *      (arrays, sets, lists of pointers), arguments with the VALUE attribute. Keys come as
+ *      terminated strings, character(c_char) :: key(*). An optional procedure that is left out is
+ *      C's null function. Pass module procedures or external ones rather than internal ones.
+ */
+#ifndef MORVA_FORTRAN_H
+#define MORVA_FORTRAN_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#include "morva/arr.h"
+#include "morva/cabinets.h"
+#include "morva/export.h"
+#include "morva/redblack.h"
+#include "morva/stbl.h"
+#include "morva/strmatches.h"
+#include "morva/tbl.h"
+
+MORVA_BEGIN
+
+typedef void (*Fortran_free)(void* item);
+typedef void* (*Fortran_dup)(void* item);
+typedef int (*Fortran_print)(void* item);
+typedef int (*Fortran_apply)(void* item, void* private_data);
+typedef int (*Fortran_apply_arr)(char* key, void* value, void* private_data);
+
+/* Message register. The text is registered with a newline behind it. Each name exists with one and
+ * with two underscores. */
+MORVA_API void register_error_(const int* flag, const char* text, size_t text_length);
+MORVA_API void complain_(const int* flag, const char* text, size_t text_length);
+MORVA_NORETURN MORVA_API void die_(const int* flag, const char* text, size_t text_length);
+MORVA_API int clear_register_(const int* print);
+
+/* The command line in one string, as the intrinsic get_command gives it: its words become the
+ * recorded arguments, the first one names the program. Without a word the path of the running
+ * executable is taken. */
+MORVA_API int elog_init_(const char* command, size_t command_length);
+MORVA_API int eloginit_(const char* command, size_t command_length);
+
+MORVA_API void register_error__(const int* flag, const char* text, size_t text_length);
+MORVA_API void complain__(const int* flag, const char* text, size_t text_length);
+MORVA_NORETURN MORVA_API void die__(const int* flag, const char* text, size_t text_length);
+MORVA_API int clear_register__(const int* print);
+MORVA_API int elog_init__(const char* command, size_t command_length);
+MORVA_API int eloginit__(const char* command, size_t command_length);
+
+MORVA_API int elog_mark_(void);
+MORVA_API int elog_flush_(const int* print, const int* mark);
+MORVA_API long elog_string_(const int* start, char* text, size_t text_length);
+
+/* Lists. newtbl makes a list of 8-byte items by value rather than of pointers, so that numbers and
+ * handles are copied in and out. strsettbl keeps a copy of the string that the list points to;
+ * strfreetbl frees such copies with the list (a replaced or removed one is not freed). */
+MORVA_API Tbl* newtbl_(const long* size);
+MORVA_API Tbl* inittbl_(const long* left_increment, const long* right_increment, const int* direct,
+                        const void* null_value, const int* itemsize);
+MORVA_API void freetbl_(Tbl* const* tbl, Fortran_free free_function);
+MORVA_API void strfreetbl_(Tbl* const* tbl);
+MORVA_API Tbl* duptbl_(Tbl* const* tbl, Fortran_dup dup_function);
+MORVA_API long maxtbl_(Tbl* const* tbl);
+MORVA_API void* gettbl_(Tbl* const* tbl, const long* i);
+MORVA_API void* addrtbl_(Tbl* const* tbl, const long* i);
+
+/* Copies item i into a variable: 0, or -1 outside the list, when the variable gets the null value
+ * (zero bytes where there is none). */
+MORVA_API int itemgettbl_(Tbl* const* tbl, const long* i, void* item);
+
+/* The string that item i points to, as of rule 4; -1 too for a list by value whose items are not
+ * eight bytes. strsettbl returns the index as settbl does; -1, registered, for such a list. */
+MORVA_API long strgettbl_(Tbl* const* tbl, const long* i, char* text, size_t text_length);
+MORVA_API long strsettbl_(Tbl* const* tbl, const long* i, const char* text, size_t text_length);
+
+MORVA_API long settbl_(Tbl* const* tbl, const long* i, const void* item);
+MORVA_API long pushtbl_(Tbl* const* tbl, const void* item);
+MORVA_API void* poptbl_(Tbl* const* tbl);
+MORVA_API void* shifttbl_(Tbl* const* tbl);
+MORVA_API long unshifttbl_(Tbl* const* tbl, const void* item);
+MORVA_API long instbl_(Tbl* const* tbl, const long* i, const void* item);
+MORVA_API void* deltbl_(Tbl* const* tbl, const long* i);
+MORVA_API void trunctbl_(Tbl* const* tbl, const long* n, Fortran_free free_function);
+MORVA_API void clrtbl_(Tbl* const* tbl, Fortran_free free_function);
+MORVA_API void right_growtbl_(Tbl* const* tbl, const long* need);
+MORVA_API int applytbl_(Tbl* const* tbl, Fortran_apply function, void* private_data);
+MORVA_API int cattbl_(Tbl* const* to, Tbl* const* from);
+MORVA_API int cmptbl_(Tbl* const* a, Tbl* const* b);
+MORVA_API void sorttbl_(Tbl* const* tbl, Tbl_compare compare, void* private_data);
+MORVA_API long searchtbl_(void* key, Tbl* const* tbl, Tbl_compare compare, void* private_data,
+                          long* first_index, long* last_index);
+
+/* These take the items as strings: lists of 8-byte items by value hold pointers to them, as
+ * strsettbl stores them. The result lists of difftbl may be of either kind. */
+MORVA_API long jointbl_(Tbl* const* tbl, const char* separator, char* text, size_t separator_length,
+                        size_t text_length);
+MORVA_API Tbl* greptbl_(const char* pattern, Tbl* const* tbl, size_t pattern_length);
+MORVA_API Tbl* tblgrep_(Tbl* const* tbl, const char* string, size_t string_length);
+MORVA_API int dumptbl_(const char* title, Tbl* const* tbl, Fortran_print print_function,
+                       size_t title_length);
+MORVA_API Arr* arrtbl_(Tbl* const* tbl);
+MORVA_API Tbl* commtbl_(Tbl* const* a, Tbl* const* b, const int* type);
+MORVA_API void difftbl_(Tbl* const* a, Tbl* const* b, Tbl_compare compare, void* private_data,
+                        Tbl* const* only_a, Tbl* const* only_b, Tbl* const* both);
+
+/* readtbl gives the label back in its argument, blanks when the file has none. */
+MORVA_API int writetbl_(Tbl* const* tbl, FILE* const* stream, const char* label,
+                        size_t label_length);
+MORVA_API int savetbl_(Tbl* const* tbl, const char* path, const char* label, size_t path_length,
+                       size_t label_length);
+MORVA_API Tbl* readtbl_(const char* path, char* label, const int* writable, size_t path_length,
+                        size_t label_length);
+MORVA_API int filetbl_(const char* path, const char* label, const long* size,
+                       const void* null_value, const int* itemsize, Tbl** tbl, size_t path_length,
+                       size_t label_length);
+MORVA_API int verifytbl_(Tbl* const* tbl);
+
+/* Arrays of 8-byte values. Without value_compare, diffarr compares the eight bytes; without
+ * dup_function, duparr copies them. */
+MORVA_API Arr* newarr_(Arr_compare compare);
+MORVA_API intptr_t setarr_(Arr* const* arr, const char* key, const intptr_t* value,
+                           size_t key_length);
+MORVA_API intptr_t getarr_(Arr* const* arr, const char* key, size_t key_length);
+MORVA_API intptr_t delarr_(Arr* const* arr, const char* key, size_t key_length);
+MORVA_API long cntarr_(Arr* const* arr);
+MORVA_API Tbl* keysarr_(Arr* const* arr);
+MORVA_API Tbl* valsarr_(Arr* const* arr);
+MORVA_API int applyarr_(Arr* const* arr, Fortran_apply_arr function, void* private_data);
+MORVA_API Arr* duparr_(Arr* const* arr, Fortran_dup dup_function);
+MORVA_API int freearr_(Arr* const* arr, Fortran_free free_function);
+MORVA_API Tbl* greparr_(const char* pattern, Arr* const* arr, size_t pattern_length);
+MORVA_API Tbl* arrgrep_(Arr* const* arr, const char* string, size_t string_length);
+MORVA_API void diffarr_(Arr* const* a, Arr* const* b, Tbl_compare key_compare,
+                        Tbl_compare value_compare, void* private_data, Tbl* const* only_a,
+                        Tbl* const* only_b, Tbl* const* changed);
+
+/* Cabinets. push_tblcabinet takes the item by value when the cabinet's size is 1 or more, else its
+ * eight bytes; strpush_tblcabinet is for cabinets of strings, those of a negative size, and refuses
+ * others with -1, registered. */
+MORVA_API Arrcabinet* new_arrcabinet_(const int* size, Fortran_free free_function);
+MORVA_API int set_arrcabinet_(Arrcabinet* const* cabinet, const char* key1, const char* key2,
+                              const intptr_t* value, size_t key1_length, size_t key2_length);
+MORVA_API Arr* get_arrcabinet_(Arrcabinet* const* cabinet, const char* key1, size_t key1_length);
+MORVA_API Tbl* keys_arrcabinet_(Arrcabinet* const* cabinet);
+MORVA_API void free_arrcabinet_(Arrcabinet* const* cabinet);
+MORVA_API Tblcabinet* new_tblcabinet_(const int* size, Fortran_free free_function);
+MORVA_API int push_tblcabinet_(Tblcabinet* const* cabinet, const char* key, const void* item,
+                               size_t key_length);
+MORVA_API int strpush_tblcabinet_(Tblcabinet* const* cabinet, const char* key, const char* text,
+                                  size_t key_length, size_t text_length);
+MORVA_API Tbl* get_tblcabinet_(Tblcabinet* const* cabinet, const char* key, size_t key_length);
+MORVA_API Tbl* keys_tblcabinet_(Tblcabinet* const* cabinet);
+MORVA_API void free_tblcabinet_(Tblcabinet* const* cabinet);
+
+/* Sorted sets of 8-byte items. A set made without compare is one of strings: straddstbl adds a copy
+ * unless the string is present (1 when added, else 0), strtststbl is 1 when it is present, and
+ * strfreestbl frees the copies with the set. */
+MORVA_API Stbl* newstbl_(Rb_compare compare);
+MORVA_API intptr_t addstbl_(Stbl* const* stbl, const intptr_t* item);
+MORVA_API intptr_t delstbl_(Stbl* const* stbl, const intptr_t* item);
+MORVA_API intptr_t tststbl_(Stbl* const* stbl, const intptr_t* item);
+MORVA_API long maxstbl_(Stbl* const* stbl);
+MORVA_API intptr_t getstbl_(Stbl* const* stbl, const long* i);
+MORVA_API Tbl* tblstbl_(Stbl* const* stbl);
+MORVA_API int applystbl_(Stbl* const* stbl, Fortran_apply function, void* private_data);
+MORVA_API void freestbl_(Stbl* const* stbl, Fortran_free free_function);
+MORVA_API int straddstbl_(Stbl* const* stbl, const char* text, size_t text_length);
+MORVA_API int strtststbl_(Stbl* const* stbl, const char* text, size_t text_length);
+MORVA_API long strgetstbl_(Stbl* const* stbl, const long* i, char* text, size_t text_length);
+MORVA_API void strfreestbl_(Stbl* const* stbl);
+
+/* Strings and matching. A hook is a handle that starts at 0. str2upper and str2lower convert the
+ * variable in place and return its length without trailing blanks. */
+MORVA_API int blank_(const char* text, size_t text_length);
+MORVA_API int str2upper_(char* text, size_t text_length);
+MORVA_API int str2lower_(char* text, size_t text_length);
+MORVA_API long strdbl_(const double* value, char* text, size_t text_length);
+MORVA_API int levenshtein_distance_(const char* a, const char* b, size_t a_length, size_t b_length);
+MORVA_API int yesno_(const char* text, size_t text_length);
+MORVA_API int strmatches_(const char* string, const char* pattern, Hook** hook,
+                          size_t string_length, size_t pattern_length);
+MORVA_API int strcontains_(const char* string, const char* pattern, Hook** hook, int* start,
+                           int* length, size_t string_length, size_t pattern_length);
+MORVA_API void free_hook_(Hook** hook);
+MORVA_API int match_string_(const char* pattern, const char* string, size_t pattern_length,
+                            size_t string_length);
+MORVA_API int match_stachans_(const char* spec, const char* station, const char* channel,
+                              size_t spec_length, size_t station_length, size_t channel_length);
+
+/* CM6. cm6 fills the caller's text and sets nbytes to the length of the whole: 0, or -1,
+ * registered, when the variable is too short. um6 decodes the first nbytes characters of the text
+ * into the caller's array of buffer_size samples: the number of samples, or -1 as um6 does, and
+ * registered when there are more samples than room. */
+MORVA_API int cm6_(const int32_t* samples, const int* nsamp, char* text, int* nbytes,
+                   size_t text_length);
+MORVA_API int um6_(const char* text, const int* nbytes, int32_t* samples, int* nsamp,
+                   const int* buffer_size, size_t text_length);
+MORVA_API void initdecode_(void);
+MORVA_API int gse_checksum_(const int32_t* samples, const int* nsamp, int32_t* checksum);
+
+MORVA_END
+#endif

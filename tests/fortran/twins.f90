@@ -1,0 +1,331 @@
+! Exercises the Fortran twins through the module. With an argument, a fatal path:
+!   twins die      ends through die
+module checks
+    use, intrinsic :: iso_c_binding
+    use morva
+    implicit none
+    integer :: failures = 0
+contains
+    subroutine check(holds, what)
+        logical, intent(in) :: holds
+        character(len=*), intent(in) :: what
+        if (holds) return
+        print '(2a)', 'failed: ', what
+        failures = failures + 1
+    end subroutine
+
+    ! Callbacks, as the library calls them.
+    function by_value_of(a, b) result(order)
+        real(8), intent(in) :: a, b
+        integer(c_int) :: order
+        order = merge(1, merge(-1, 0, a < b), a > b)
+    end function
+
+    function add_up(item, total) result(counted)
+        real(8), intent(in) :: item
+        real(8), intent(inout) :: total
+        integer(c_int) :: counted
+        total = total + item
+        counted = 1
+    end function
+
+    function note_key(key, item, sum) result(counted)
+        character(c_char), intent(in) :: key(*)
+        integer(handle), value :: item
+        integer(handle), intent(inout) :: sum
+        integer(c_int) :: counted
+        sum = sum + item * merge(1, 100, key(1) == 'b')
+        counted = 1
+    end function
+
+    function descending(a, b) result(order)
+        integer(handle), value :: a, b
+        integer(c_int) :: order
+        order = merge(1, merge(-1, 0, a > b), a < b)
+    end function
+
+    subroutine lists_of_numbers()
+        integer(handle) :: list
+        integer(c_long) :: i, first, last
+        real(8) :: x, total
+        real(8), pointer :: slot
+        list = newtbl(2_c_long)
+        do i = 1, 50
+            call check(pushtbl(list, real(mod(7 * i, 50_c_long), 8)) == i - 1, 'pushtbl index')
+        end do
+        call check(maxtbl(list) == 50, 'maxtbl')
+        call c_f_pointer(gettbl(list, 2_c_long), slot)
+        call check(slot == 21, 'gettbl gives the address of the slot')
+        call sorttbl(list, by_value_of)
+        call check(itemgettbl(list, 49_c_long, x) == 0, 'sorttbl, itemgettbl')
+        call check(x == 49, 'sorttbl, itemgettbl')
+        call check(itemgettbl(list, 50_c_long, x) == -1, 'itemgettbl outside')
+        call check(x == 0, 'itemgettbl outside')
+        call check(searchtbl(12d0, list, by_value_of, first_index=first, last_index=last) == 1, 'searchtbl')
+        call check(first == 12, 'searchtbl')
+        call check(last == 12, 'searchtbl')
+        total = 0
+        call check(applytbl(list, add_up, total) == 50, 'applytbl')
+        call check(total == 1225, 'applytbl')
+        call check(unshifttbl(list, -1d0) == 0, 'front')
+        call check(instbl(list, 1_c_long, -0.5d0) == 1, 'front')
+        call check(itemgettbl(list, 0_c_long, x) == 0, 'unshifttbl')
+        call check(x == -1, 'unshifttbl')
+        call c_f_pointer(deltbl(list, 1_c_long), slot)
+        call check(slot == -0.5d0, 'deltbl')
+        call check(maxtbl(list) == 51, 'deltbl')
+        call trunctbl(list, 3_c_long)
+        call check(maxtbl(list) == 3, 'trunctbl')
+        call check(verifytbl(list) == 0, 'trunctbl')
+        call freetbl(list)
+    end subroutine
+
+    subroutine lists_of_strings()
+        integer(handle) :: list, found, other, only, also, both
+        integer(c_long) :: i
+        character(len=8) :: text
+        character(len=40) :: line
+        list = newtbl(0_c_long)
+        i = strsettbl(list, -1_c_long, 'BHZ   ')
+        i = strsettbl(list, -1_c_long, 'a long channel name')
+        call check(strsettbl(list, 3_c_long, 'LHZ') == 3, 'strsettbl index')
+        call check(strgettbl(list, 0_c_long, text) == 3, 'strgettbl pads')
+        call check(text == 'BHZ', 'strgettbl pads')
+        call check(strgettbl(list, 1_c_long, text) == 19, 'strgettbl cuts')
+        call check(text == 'a long c', 'strgettbl cuts')
+        call check(strgettbl(list, 2_c_long, text) == -1, 'strgettbl of a gap')
+        call check(text == ' ', 'strgettbl of a gap')
+        call check(strgettbl(list, 9_c_long, text) == -1, 'strgettbl outside')
+        i = strsettbl(list, 2_c_long, '')
+        call check(jointbl(list, ', '//char(0), line) == 31, 'jointbl length')
+        call check(line == 'BHZ, a long channel name, , LHZ', 'jointbl')
+        found = greptbl('.HZ', list)
+        call check(maxtbl(found) == 2, 'greptbl')
+        call check(itemgettbl(found, 1_c_long, i) == 0, 'greptbl')
+        call check(i == 3, 'greptbl')
+        call freetbl(found)
+        other = newtbl(0_c_long)
+        i = strsettbl(other, -1_c_long, 'LHZ')
+        found = commtbl(list, other, in_both)
+        call check(maxtbl(found) == 1, 'commtbl')
+        call check(strgettbl(found, 0_c_long, text) == 3, 'commtbl')
+        call freetbl(found)
+        call trunctbl_of_strings(list)
+        only = newtbl(0_c_long)
+        also = newtbl(0_c_long)
+        both = newtbl(0_c_long)
+        i = strsettbl(both, -1_c_long, 'left from before')
+        call difftbl(list, other, only_a=only, only_b=also, both=both)
+        call check(jointbl(only, ' ', line) == 3, 'difftbl, only in the first')
+        call check(line == 'BHZ', 'difftbl, only in the first')
+        call check(jointbl(also, ' ', line) == 3, 'difftbl, only in the second')
+        call check(line == 'LHZ', 'difftbl, only in the second')
+        call check(maxtbl(both) == 0, 'difftbl, in both')
+        call strfreetbl(only)
+        call strfreetbl(also)
+        call strfreetbl(both)
+        call strfreetbl(other)
+        call strfreetbl(list)
+    end subroutine
+
+    ! Leaves the first string; the dropped ones go to a list that is freed with them.
+    subroutine trunctbl_of_strings(list)
+        integer(handle), intent(in) :: list
+        integer(handle) :: dropped, item
+        integer(c_long) :: i
+        dropped = newtbl(0_c_long)
+        do while (maxtbl(list) > 1)
+            i = itemgettbl(list, 1_c_long, item)
+            i = pushtbl(dropped, item)
+            call check(c_associated(deltbl(list, 1_c_long)), 'deltbl of a string')
+        end do
+        call strfreetbl(dropped)
+    end subroutine
+
+    subroutine lists_in_files(folder)
+        character(len=*), intent(in) :: folder
+        integer(handle) :: list
+        integer(c_long) :: i
+        character(len=6) :: label
+        call check(filetbl(folder//'/sub/list.tbl', 'counts', 10_c_long, -1_8, 8, list) == 0, 'filetbl')
+        i = settbl(list, 4_c_long, 42_8)
+        call freetbl(list)
+        label = 'other'
+        call check(filetbl(folder//'/sub/list.tbl', label, 10_c_long, -1_8, 8, list) == -2, 'label')
+        list = readtbl(folder//'/sub/list.tbl', label, 0)
+        call check(list /= 0, 'readtbl')
+        call check(label == 'counts', 'readtbl')
+        call check(itemgettbl(list, 4_c_long, i) == 0, 'item of the file')
+        call check(i == 42, 'item of the file')
+        call check(itemgettbl(list, 3_c_long, i) == 0, 'null item of the file')
+        call check(i == -1, 'null item of the file')
+        call freetbl(list)
+        list = readtbl(folder//'/none', label, 0)
+        call check(list == 0, 'readtbl of no file')
+        call check(label == ' ', 'readtbl of no file')
+        i = elog_flush(0, 0)
+    end subroutine
+
+    subroutine arrays()
+        integer(handle) :: array, keys, other, none, more, changed, sum
+        character(len=8) :: text
+        array = newarr()
+        call check(setarr(array, 'b  ', 2_handle) == 0, 'setarr of a new key')
+        call check(setarr(array, 'a', 1_handle) == 0, 'setarr')
+        call check(setarr(array, 'b', 3_handle) == 2, 'setarr')
+        call check(getarr(array, 'b     ') == 3, 'getarr')
+        call check(getarr(array, 'c') == 0, 'getarr')
+        keys = keysarr(array)
+        call check(maxtbl(keys) == 2, 'keysarr')
+        call check(strgettbl(keys, 0_c_long, text) == 1, 'keysarr')
+        call check(text == 'a', 'keys in order')
+        call freetbl(keys)
+        sum = 0
+        call check(applyarr(array, note_key, sum) == 0, 'applyarr')
+        call check(sum == 103, 'applyarr')
+        other = duparr(array)
+        call check(setarr(other, 'b', 9_handle) == 3, 'delarr')
+        call check(delarr(other, 'a') == 1, 'delarr')
+        none = newtbl(0_c_long)
+        more = newtbl(0_c_long)
+        changed = newtbl(0_c_long)
+        call diffarr(array, other, only_a=none, only_b=more, changed=changed)
+        call check(maxtbl(none) == 1, 'diffarr')
+        call check(maxtbl(more) == 0, 'diffarr')
+        call check(maxtbl(changed) == 1, 'diffarr')
+        call strfreetbl(none)
+        call strfreetbl(more)
+        call strfreetbl(changed)
+        call check(cntarr(array) == 2, 'freearr')
+        call check(freearr(array) == 0, 'freearr')
+        call check(freearr(other) == 0, 'freearr')
+    end subroutine
+
+    subroutine cabinets_and_sets()
+        integer(handle) :: cabinet, list, set
+        integer(c_long) :: item
+        character(len=4) :: text
+        cabinet = new_tblcabinet(-1)
+        call check(strpush_tblcabinet(cabinet, 'AAK', 'BHZ') == 0, 'strpush_tblcabinet')
+        call check(strpush_tblcabinet(cabinet, 'AAK', 'BHN') == 0, 'strpush_tblcabinet again')
+        list = get_tblcabinet(cabinet, 'AAK')
+        call check(maxtbl(list) == 2, 'get_tblcabinet')
+        call check(strgettbl(list, 1_c_long, text) == 3, 'get_tblcabinet')
+        call check(get_tblcabinet(cabinet, 'PFO') == 0, 'get_tblcabinet of no key')
+        call free_tblcabinet(cabinet)
+        cabinet = new_tblcabinet(8)
+        call check(strpush_tblcabinet(cabinet, 'x', 'no string') == -1, 'no strings by value')
+        call check(push_tblcabinet(cabinet, 'x', 7_8) == 0, 'push_tblcabinet')
+        list = get_tblcabinet(cabinet, 'x')
+        call check(itemgettbl(list, 0_c_long, item) == 0, 'item by value')
+        call check(item == 7, 'item by value')
+        call free_tblcabinet(cabinet)
+        item = elog_flush(0, 0)
+
+        set = newstbl()
+        call check(straddstbl(set, 'PFO') == 1, 'straddstbl')
+        call check(straddstbl(set, 'AAK') == 1, 'straddstbl')
+        call check(straddstbl(set, 'PFO ') == 0, 'equal strings')
+        call check(maxstbl(set) == 2, 'equal strings')
+        call check(strtststbl(set, 'AAK') == 1, 'strtststbl')
+        call check(strtststbl(set, 'A') == 0, 'strtststbl')
+        call check(strgetstbl(set, 0_c_long, text) == 3, 'strgetstbl')
+        call check(text == 'AAK', 'strgetstbl')
+        call strfreestbl(set)
+        set = newstbl(descending)
+        do item = 1, 5
+            call check(addstbl(set, item) == item, 'addstbl')
+        end do
+        call check(getstbl(set, 0_c_long) == 5, 'own order')
+        call check(delstbl(set, 5_handle) == 5, 'own order')
+        call check(tststbl(set, 5_handle) == 0, 'delstbl')
+        call check(maxstbl(set) == 4, 'delstbl')
+        call freestbl(set)
+    end subroutine
+
+    subroutine register()
+        integer(c_int) :: mark
+        character(len=64) :: text
+        mark = elog_mark()
+        call register_error(0, '100% of it   ')
+        call check(elog_mark() == mark + 1, 'register_error')
+        call check(elog_string(mark, text) == 18, 'text')
+        call check(text == 'twins: 100% of it'//char(10), 'text')
+        call check(clear_register(0) == 0, 'clear_register')
+        call check(elog_mark() == 0, 'clear_register')
+    end subroutine
+
+    subroutine strings()
+        integer(handle) :: hook
+        integer(c_int) :: start, length
+        character(len=12) :: text
+        call check(match_stachans('AAK, BBB:BH.  ', 'BBB  ', 'BHZ  ') == 2, 'match_stachans')
+        call check(match_stachans('BBB:BH.', 'BBB', 'LHZ') == 0, 'match_stachans of another channel')
+        call check(match_string('BH.* ', 'BHZ ') == 1, 'match_string')
+        hook = 0
+        call check(strmatches('BHZ', 'B.Z', hook) == 1, 'strmatches')
+        call check(hook /= 0, 'strmatches')
+        call check(strmatches('LHZ', 'ignored', hook) == 0, 'strmatches through its hook')
+        call free_hook(hook)
+        call check(hook == 0, 'free_hook')
+        call check(strcontains('x1234', '[2-3]+', hook, start, length) == 1, 'strcontains')
+        call check(start == 2, 'where strcontains found it')
+        call check(length == 2, 'where strcontains found it')
+        call free_hook(hook)
+        call check(levenshtein_distance('kitten', 'sitting') == 3, 'levenshtein_distance')
+        call check(strdbl(1d-4, text) == 6, 'strdbl')
+        call check(text == '100e-6', 'strdbl')
+        text = 'mixed Case'
+        call check(str2upper(text) == 10, 'str2upper')
+        call check(text == 'MIXED CASE', 'str2upper')
+        call check(blank('    ') == 1, 'blank')
+        call check(blank(text) == 0, 'blank')
+    end subroutine
+
+    subroutine waveforms()
+        integer(c_int32_t) :: samples(4) = [0, 1, 2, 3], decoded(4)
+        integer(c_int) :: nbytes, nsamp
+        integer(c_int32_t) :: checksum
+        character(len=16) :: text
+        character(len=5) :: short
+        call check(cm6(samples, 4, text, nbytes) == 0, 'cm6')
+        call check(nbytes == 12, 'cm6')
+        call check(text == '+-++'//char(10)//'CHK2 6'//char(10), 'CM6 text')
+        call check(um6(text, nbytes, decoded, nsamp, 4) == 4, 'um6')
+        call check(nsamp == 4, 'CM6 samples')
+        call check(all(decoded == samples), 'CM6 samples')
+        call check(um6(text, nbytes, decoded, nsamp, 3) == -1, 'array too short')
+        call check(cm6(samples, 4, short, nbytes) == -1, 'text too short')
+        call check(nbytes == 12, 'text too short')
+        call check(clear_register(0) == 0, 'reasons')
+        checksum = 0
+        nsamp = gse_checksum(samples, 4, checksum)
+        call check(checksum == 6, 'gse_checksum')
+    end subroutine
+end module checks
+
+program twins
+    use checks
+    implicit none
+    character(len=512) :: argument
+    integer(c_int) :: status
+    call get_command_argument(1, argument)
+    if (argument == 'die') then
+        status = elog_init('/some/where/prog -v')
+        call register_error(0, 'no instrument answers')
+        call complain(0, 'this was heard  ')
+        call register_error(0, 'nor does a second')
+        call die(0, 'giving up')
+    end if
+    status = elog_init(' ')
+    call check(status == 0, 'elog_init')
+    call lists_of_numbers()
+    call lists_of_strings()
+    call lists_in_files(trim(argument))
+    call arrays()
+    call cabinets_and_sets()
+    call register()
+    call strings()
+    call waveforms()
+    if (failures > 0) stop 1
+end program twins
