@@ -1,5 +1,7 @@
 #include "base/pattern.hpp"
 
+#include <cstdio>
+
 #include "base/pattern_guard.hpp"
 
 namespace morva {
@@ -8,20 +10,23 @@ Pattern::~Pattern() {
     if (compiled_) regfree(&regex_);
 }
 
-bool Pattern::compile(const char* text, String* reason, Groups groups) {
+bool Pattern::compile(const char* text, Reason& reason, Groups groups) {
     if (groups == Groups::kIgnored && table_.build(text)) return true;
     if (const char* refusal = over_ceiling(text)) {
-        if (reason != nullptr) *reason = refusal;
+        std::snprintf(reason, sizeof reason, "%s", refusal);
         return false;
     }
     const int code = regcomp(&regex_, text, REG_EXTENDED);
     compiled_ = code == 0;
-    if (!compiled_ && reason != nullptr) {
-        char words[128];
-        regerror(code, &regex_, words, sizeof words);
-        *reason = words;
-    }
+    if (!compiled_) regerror(code, &regex_, reason, sizeof reason);
     return compiled_;
+}
+
+bool Pattern::compile(const char* text, String* reason, Groups groups) {
+    Reason words;
+    const bool done = compile(text, words, groups);
+    if (!done && reason != nullptr) *reason = words;
+    return done;
 }
 
 bool Pattern::matches_whole(const char* string) const {

@@ -27,7 +27,11 @@ class Pattern {
     Pattern& operator=(const Pattern&) = delete;
     ~Pattern();
 
-    // Compiles `text`, once. On failure returns false and, when asked, gives the reason.
+    using Reason = char[128];
+
+    // Compiles `text`, once. On failure returns false and, when asked, gives the reason. The first
+    // form takes no memory that could end the process.
+    bool compile(const char* text, Reason& reason, Groups groups = Groups::kIgnored);
     bool compile(const char* text, String* reason = nullptr, Groups groups = Groups::kIgnored);
 
     // True when the leftmost match begins at the first character and ends at the last.

@@ -34,9 +34,9 @@ const char* given(const char* pattern) {
 
 // Compiles, or registers the reason.
 bool compile(Pattern& pattern, const char* text) {
-    morva::String reason;
-    if (pattern.compile(text, &reason)) return true;
-    elog_log(0, "'%s' did not compile: %s", text, reason.c_str());
+    Pattern::Reason reason;
+    if (pattern.compile(text, reason)) return true;
+    elog_log(0, "'%s' did not compile: %s", text, reason);
     return false;
 }
 
