@@ -39,11 +39,17 @@ Value read_value(const char*& at, const char* end);
 // The double integration that turns second differences back into samples, wrapping at 32 bits.
 class Integrator {
   public:
+    Integrator() = default;
+    Integrator(std::int32_t difference, std::int32_t sample)
+        : difference_(static_cast<std::uint32_t>(difference)),
+          sample_(static_cast<std::uint32_t>(sample)) {}
     std::int32_t next(std::uint32_t second_difference) {
         difference_ += second_difference;
         sample_ += difference_;
-        return static_cast<std::int32_t>(sample_);
+        return sample();
     }
+    std::int32_t difference() const { return static_cast<std::int32_t>(difference_); }
+    std::int32_t sample() const { return static_cast<std::int32_t>(sample_); }
 
   private:
     std::uint32_t difference_ = 0, sample_ = 0;

@@ -1,12 +1,18 @@
-// The AVX2 version of the decoder. A first step turns characters into codes, 32 at a time, and
-// drops what may stand between them; a second step finds the ends of values by the continuation
-// bits, 64 at a time, and takes each value out of the eight codes before its end.
+// The AVX2 version of the decoder, in steps over chunks of text that stay in the first-level cache:
+//
+//   1. characters become codes, 32 at a time, and what may stand between them is dropped;
+//   2. the continuation bits tell where values end, 64 codes to a word;
+//   3. the codes of each value are moved into four bytes of its own, two values at a time;
+//   4. eight of these become numbers, and the numbers are summed up twice to samples.
+//
+// A chunk with a value of more than four characters takes its values one by one after step 2.
 #include "codec/um6_decode.hpp"
 
 #ifdef __x86_64__
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
@@ -24,7 +30,19 @@ namespace {
 constexpr std::size_t kVector = 32;
 constexpr std::size_t kWord = 64;        // codes whose ends are looked at together
 constexpr std::size_t kWindow = 8;       // codes that are read for one value
-constexpr std::size_t kChunk = 64 * 64;  // codes between two visits to the samples
+constexpr std::size_t kShort = 4;        // characters of a value that fits in a lane
+constexpr std::size_t kChunk = 32 * 64;  // codes between two visits to the samples
+constexpr std::uint8_t kSignMark = 2 * kNegative;
+
+// A chunk of codes that begins with the first code of a value, and what is found out about it. What
+// vectors read and write before and behind the codes is in here too.
+struct Chunk {
+    std::uint8_t front[kVector] = {};  // zeros: the end of a value that is not there
+    std::uint8_t codes[kChunk + 2 * kWord];
+    std::size_t count = 0;
+    std::uint64_t ends[kChunk / kWord + 1];  // bit i is set when code i is the last of its value
+    std::uint8_t digits[kChunk + 3 * kWord];
+};
 
 // Tables of sixteen bytes for _mm256_shuffle_epi8, made from the alphabet. A character is in it
 // when the kinds of its upper and of its lower half have a bit in common.
@@ -172,72 +190,206 @@ std::uint32_t long_value(const std::uint8_t* first, const std::uint8_t* last) {
     return with_sign(bits, (*first & kNegative) != 0 ? 1 : 0);
 }
 
-// Bit i is set when code i is the last of its value.
-MORVA_AVX2 inline std::uint64_t ends_of(const std::uint8_t* codes) {
-    const auto continues = [&](std::size_t at) MORVA_AVX2 {
-        const __m256i half = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(codes + at));
-        return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_slli_epi16(half, 2)));
-    };
-    return ~(std::uint64_t{continues(0)} | std::uint64_t{continues(kVector)} << kVector);
+MORVA_AVX2 inline __m256i load(const std::uint8_t* bytes) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
 }
 
-// Decodes all whole values among `count` codes, and tells how many codes they are.
-MORVA_AVX2 std::size_t decode_codes(const std::uint8_t* codes, std::size_t count,
-                                    Integrator& integrator, std::int32_t*& samples) {
-    Integrator local = integrator;
-    std::int32_t* out = samples;
-    const std::uint8_t* first = codes;  // of the next value
-    for (std::size_t at = 0; at < count; at += kWord) {
-        std::uint64_t ends = ends_of(codes + at);
-        if (count - at < kWord) ends = _bzhi_u64(ends, static_cast<unsigned>(count - at));
-        for (; ends != 0; ends = _blsr_u64(ends)) {
-            const std::uint8_t* const last = codes + at + _tzcnt_u64(ends);
+// Bit i is set when code i is not the last of its value.
+MORVA_AVX2 inline std::uint32_t continues(__m256i codes) {
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_slli_epi16(codes, 2)));
+}
+
+// Writes the value bits of 32 codes, and marks the first one of a negative value. The byte before
+// the codes tells whether they begin with a first one. A vector of codes behind which three more of
+// the same value follow is added to `runs`.
+MORVA_AVX2 inline __m256i write_digits(const std::uint8_t* codes, std::uint8_t* digits,
+                                       __m256i* runs) {
+    const __m256i here = load(codes);
+    const __m256i before = load(codes - 1);
+    const __m256i inner = _mm256_and_si256(before, _mm256_set1_epi8(kContinues));
+    *runs = _mm256_or_si256(*runs,
+                            _mm256_and_si256(_mm256_and_si256(inner, here),
+                                             _mm256_and_si256(load(codes - 2), load(codes - 3))));
+    const __m256i is_first = _mm256_cmpeq_epi8(inner, _mm256_setzero_si256());
+    const __m256i sign =
+        _mm256_and_si256(_mm256_and_si256(here, is_first), _mm256_set1_epi8(kNegative));
+    // Adding the sign bit to itself moves it up by one place, to the mark.
+    const __m256i bits = _mm256_and_si256(here, _mm256_set1_epi8(31));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(digits), _mm256_add_epi8(bits, sign));
+    return here;
+}
+
+// Finds the ends and digits of the values of a chunk. True when no value has more than kShort
+// characters.
+MORVA_AVX2 bool mark_values(Chunk& chunk) {
+    std::memset(chunk.codes + chunk.count, 0, kWord);
+    __m256i runs = _mm256_setzero_si256();
+    for (std::size_t at = 0; at < chunk.count; at += kWord) {
+        const std::uint32_t low =
+            continues(write_digits(chunk.codes + at, chunk.digits + at, &runs));
+        const std::uint32_t high =
+            continues(write_digits(chunk.codes + at + kVector, chunk.digits + at + kVector, &runs));
+        std::uint64_t ends = ~(std::uint64_t{low} | std::uint64_t{high} << kVector);
+        if (chunk.count - at < kWord)
+            ends = _bzhi_u64(ends, static_cast<unsigned>(chunk.count - at));
+        chunk.ends[at / kWord] = ends;
+    }
+    return _mm256_testz_si256(runs, _mm256_set1_epi8(kContinues)) != 0;
+}
+
+// Decodes the values that end in a chunk one by one.
+MORVA_AVX2 std::size_t decode_any(const Chunk& chunk, Integrator& integrator,
+                                  std::int32_t* samples) {
+    const std::uint8_t* first = chunk.codes;  // of the next value
+    std::size_t n = 0;
+    for (std::size_t word = 0; word * kWord < chunk.count; ++word) {
+        const std::uint8_t* const codes = chunk.codes + word * kWord;
+        for (std::uint64_t ends = chunk.ends[word]; ends != 0; ends = _blsr_u64(ends)) {
+            const std::uint8_t* const last = codes + _tzcnt_u64(ends);
             const auto length = static_cast<std::size_t>(last - first) + 1;
             const std::uint32_t value =
                 length <= kMaxCharacters ? short_value(last, length) : long_value(first, last);
-            *out++ = local.next(value);
+            samples[n++] = integrator.next(value);
             first = last + 1;
         }
     }
-    integrator = local;
-    samples = out;
-    return static_cast<std::size_t>(first - codes);
+    return n;
+}
+
+// Which bytes of four hold the last `length` codes of a value; none for lengths that are no
+// value's, which occur behind the last value of a word.
+constexpr std::array<std::uint64_t, kWord + 2 * kShort> kLaneBytes = [] {
+    std::array<std::uint64_t, kWord + 2 * kShort> bytes{};
+    for (std::size_t length = 1; length <= kShort; ++length)
+        bytes[length] = 0xffffffffu << (32 - 8 * length) & 0xffffffffu;
+    return bytes;
+}();
+
+// Moves the digits of each value into the last bytes of a lane. Writes some lanes too many.
+MORVA_AVX2 std::size_t fill_lanes(const Chunk& chunk, std::uint32_t* lanes) {
+    std::size_t n = 0;
+    std::int64_t before = -1;  // where the value before ends, counted from the word
+    for (std::size_t word = 0; word * kWord < chunk.count; ++word) {
+        const std::uint8_t* const digits = chunk.digits + word * kWord;
+        std::uint64_t ends = chunk.ends[word];
+        if (ends == 0) {
+            before -= kWord;
+            continue;
+        }
+        std::uint32_t* out = lanes + n;
+        const auto pair = [&]() MORVA_AVX2 {
+            const auto one = static_cast<std::int64_t>(_tzcnt_u64(ends));
+            ends = _blsr_u64(ends);
+            const auto two = static_cast<std::int64_t>(_tzcnt_u64(ends));
+            ends = _blsr_u64(ends);
+            std::uint64_t codes;
+            std::memcpy(&codes, digits + before + 1, sizeof codes);
+            const std::uint64_t bytes = kLaneBytes[static_cast<std::size_t>(one - before)] |
+                                        kLaneBytes[static_cast<std::size_t>(two - one)] << 32;
+            const std::uint64_t spread = _pdep_u64(codes, bytes);
+            std::memcpy(out, &spread, sizeof spread);
+            before = two;
+            out += 2;
+        };
+        n += static_cast<std::size_t>(std::popcount(ends));
+        const std::int64_t last = 63 - static_cast<std::int64_t>(std::countl_zero(ends));
+        do {
+            pair(), pair(), pair(), pair();
+        } while (ends != 0);
+        before = last - static_cast<std::int64_t>(kWord);
+    }
+    return n;
+}
+
+// The numbers in eight lanes.
+MORVA_AVX2 inline __m256i numbers_in(__m256i lanes) {
+    const __m256i digits = _mm256_and_si256(lanes, _mm256_set1_epi8(31));
+    const __m256i tens = _mm256_maddubs_epi16(digits, _mm256_set1_epi16(0x0120));
+    const __m256i sizes = _mm256_madd_epi16(tens, _mm256_set1_epi32(0x00010400));
+    const __m256i negative = _mm256_cmpgt_epi32(
+        _mm256_and_si256(lanes, _mm256_set1_epi8(kSignMark)), _mm256_setzero_si256());
+    return _mm256_sub_epi32(_mm256_xor_si256(sizes, negative), negative);
+}
+
+// Running sums of eight numbers behind a sum that all of `before` hold.
+MORVA_AVX2 inline __m256i running_sums(__m256i numbers, __m256i before) {
+    __m256i sums = _mm256_add_epi32(numbers, _mm256_slli_si256(numbers, 4));
+    sums = _mm256_add_epi32(sums, _mm256_slli_si256(sums, 8));
+    const __m256i low = _mm256_permute2x128_si256(sums, sums, 0x08);
+    sums = _mm256_add_epi32(sums, _mm256_shuffle_epi32(low, 0xff));
+    return _mm256_add_epi32(sums, before);
+}
+
+MORVA_AVX2 inline __m256i last_of(__m256i numbers) {
+    return _mm256_permutevar8x32_epi32(numbers, _mm256_set1_epi32(7));
+}
+
+MORVA_AVX2 void integrate_lanes(const std::uint32_t* lanes, std::size_t count,
+                                Integrator& integrator, std::int32_t* samples) {
+    __m256i difference = _mm256_set1_epi32(integrator.difference());
+    __m256i sample = _mm256_set1_epi32(integrator.sample());
+    const auto next = [&](std::size_t i) MORVA_AVX2 {
+        const __m256i eight = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lanes + i));
+        const __m256i differences = running_sums(numbers_in(eight), difference);
+        difference = last_of(differences);
+        const __m256i result = running_sums(differences, sample);
+        sample = last_of(result);
+        return result;
+    };
+    std::size_t i = 0;
+    for (; i + 8 <= count; i += 8)
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(samples + i), next(i));
+    integrator = {_mm256_cvtsi256_si32(difference), _mm256_cvtsi256_si32(sample)};
+    if (i == count) return;
+    alignas(32) std::int32_t rest[8];
+    alignas(32) std::int32_t numbers[8];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(numbers),
+                       numbers_in(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(lanes + i))));
+    for (std::size_t k = 0; k < count - i; ++k)
+        rest[k] = integrator.next(static_cast<std::uint32_t>(numbers[k]));
+    std::memcpy(samples + i, rest, (count - i) * sizeof rest[0]);
+}
+
+// Decodes all whole values of a chunk, and tells how many they are.
+MORVA_AVX2 std::size_t decode_chunk(Chunk& chunk, Integrator& integrator, std::int32_t* samples) {
+    if (!mark_values(chunk)) return decode_any(chunk, integrator, samples);
+    std::uint32_t lanes[kChunk + kVector + 8];
+    const std::size_t count = fill_lanes(chunk, lanes);
+    integrate_lanes(lanes, count, integrator, samples);
+    return count;
 }
 
 // Moves the codes of a value that has not ended to the front. Of a long one the first code and the
 // last seven tell all: their 35 bits push out those between.
-std::size_t keep_tail(std::uint8_t* codes, std::size_t first, std::size_t count) {
-    const std::size_t length = count - first;
-    if (length <= kWindow) {
-        std::memmove(codes, codes + first, length);
-        return length;
-    }
-    codes[0] = codes[first];
-    std::memmove(codes + 1, codes + count - (kWindow - 1), kWindow - 1);
-    return kWindow;
+void keep_tail(Chunk& chunk) {
+    std::size_t first = chunk.count;
+    while (first > 0 && (chunk.codes[first - 1] & kContinues) != 0) --first;
+    const std::size_t length = chunk.count - first;
+    chunk.count = std::min(length, kWindow);
+    chunk.codes[0] = chunk.codes[first];
+    const std::size_t others = length > 0 ? chunk.count - 1 : 0;
+    std::memmove(chunk.codes + 1, chunk.codes + first + length - others, others);
 }
 
 }  // namespace
 
 MORVA_AVX2 Decoded decode_avx2(std::string_view data, std::int32_t* samples) {
-    std::uint8_t buffer[kWindow + kChunk + kWord + kVector] = {};
-    std::uint8_t* const codes = buffer + kWindow;
+    Chunk chunk;
     CodeReader reader(data);
     Integrator integrator;
     std::int32_t sum = 0;
-    std::int32_t* out = samples;
-    std::size_t count = 0;
+    std::size_t total = 0;
     while (!reader.done()) {
-        count = reader.fill(codes, count, kChunk, out > samples);
-        std::int32_t* const first = out;
-        const std::size_t decoded = decode_codes(codes, count, integrator, out);
-        sum = add_to_checksum(sum, first, static_cast<std::size_t>(out - first));
-        count = keep_tail(codes, decoded, count);
+        chunk.count = reader.fill(chunk.codes, chunk.count, kChunk, total > 0);
+        const std::size_t decoded = decode_chunk(chunk, integrator, samples + total);
+        sum = add_to_checksum(sum, samples + total, decoded);
+        total += decoded;
+        keep_tail(chunk);
     }
-    Decoded result{static_cast<std::size_t>(out - samples), reader.stop(), data.size(), sum};
+    Decoded result{total, reader.stop(), data.size(), sum};
     if (result.stop == Stop::kBadCharacter)
         result.position = reader.position();
-    else if (count > 0)
+    else if (chunk.count > 0)
         result.stop = Stop::kCut;
     return result;
 }
