@@ -203,7 +203,13 @@ void keep(const Elog_msg& message);
 void deliver_frugally(const char* delivery, const Batch& batch);
 
 // --- Configuration.
-void load_configuration(bool first_time);
+// Texts of settings that make no sense from there on: one a variable at most.
+struct Complaints {
+    const char* rest[3] = {};
+    int count = 0;
+    void add(const char* text) { rest[count++] = text; }
+};
+Complaints load_configuration(bool first_time);
 void copy_setting(Setting& to, std::string_view text);
 
 // Takes over the signals that a colon-separated list names and gives back the others. A signal that

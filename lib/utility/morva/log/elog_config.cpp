@@ -78,13 +78,14 @@ const char* read_value(const char* p, Value& value) {
 }
 
 // Gives the value to the severities that the letters name, up to the separator of the next group.
-// Returns the place after it, or null when the text is at its end or makes no sense.
-const char* read_letters(const char* p, const Kind& kind, const Value& value) {
+// Returns the place after it, or null after the end of the text. `bad` receives the place of a
+// letter that names no severity, which ends the reading.
+const char* read_letters(const char* p, const Kind& kind, const Value& value, const char** bad) {
     for (; *p != '\0'; ++p) {
         if (*p == ' ' || *p == '@') return p + 1;
         const int severity = severity_of(*p);
         if (severity < 0) {
-            elog_complain(0, "Unrecognized severity '%s'\n", p);
+            *bad = p;
             return nullptr;
         }
         value.length > 0 ? set(kind, severity, value.view()) : set_builtin(kind, severity);
@@ -92,16 +93,19 @@ const char* read_letters(const char* p, const Kind& kind, const Value& value) {
     return nullptr;
 }
 
-void read_groups(const char* p, const Kind& kind) {
+// Returns the place where the text stops to make sense, or null.
+const char* read_groups(const char* p, const Kind& kind) {
     Value value;
+    const char* bad = nullptr;
     while (p != nullptr && *p != '\0') {
         p = read_value(p, value);
         if (*p == '@') {
-            p = read_letters(p + 1, kind, value);
+            p = read_letters(p + 1, kind, value, &bad);
         } else {
             for (int i = 0; i < ELOG_NSEVERITY; ++i) set(kind, i, value.view());
         }
     }
+    return bad;
 }
 
 // The letters of ELOG_STACK are not quite those of the groups: "a" means fault here, and has since
@@ -145,14 +149,17 @@ void take_setting(void*, const char* key, const char* entry, const char* value) 
         if (std::strcmp(key, kind->variable) == 0) take_entry(*kind, entry, value);
 }
 
-void read_environment() {
+Complaints read_environment() {
+    Complaints complaints;
     const auto get = state().environment;
     if (const char* limit = get("ELOG_MAXMSG")) Max_msg = std::atoi(limit);
     if (const char* letters = get("ELOG_STACK")) read_stack_letters(letters);
     if (const char* names = get("ELOG_SIGNALS")) take_long(state().signals, names);
     intercept_signals(state().signals, false);
     for (const Kind* kind : {&kDeliver, &kTag, &kDebug})
-        if (const char* groups = get(kind->variable)) read_groups(groups, *kind);
+        if (const char* groups = get(kind->variable))
+            if (const char* bad = read_groups(groups, *kind)) complaints.add(bad);
+    return complaints;
 }
 
 }  // namespace
@@ -163,11 +170,11 @@ void copy_setting(Setting& to, std::string_view text) {
     to[n] = '\0';
 }
 
-void load_configuration(bool first_time) {
+Complaints load_configuration(bool first_time) {
     fill_empty(kDeliver);
     fill_empty(kTag);
     if (first_time) port::read_register_settings(take_setting, nullptr);
-    read_environment();
+    return read_environment();
 }
 
 }  // namespace morva::log

@@ -59,7 +59,40 @@ void record_command_line(int argc, char** argv) {
     free_arguments(std::exchange(state().owned_argv, copy));
 }
 
+Complaints initialise(int argc, char** argv) {
+    State& now = state();
+    const bool first_time = now.initialised.load(std::memory_order_relaxed) == kNever;
+    if (first_time) {
+        now.initialised.store(kUnderWay, std::memory_order_relaxed);
+        now.started = port::now();
+    }
+    record_command_line(argc, argv);
+    const Complaints complaints = load_configuration(first_time);
+    now.initialised.store(kDone, std::memory_order_release);
+    return complaints;
+}
+
+// Complains once all settings are in place and the lock is free.
+void tell(const Complaints& complaints) {
+    for (int i = 0; i < complaints.count; ++i)
+        elog_complain(0, "Unrecognized severity '%s'\n", complaints.rest[i]);
+}
+
 }  // namespace
+
+void initialise_if_needed() {
+    if (state().initialised.load(std::memory_order_acquire) == kDone) return;
+    ErrnoSaver keep;
+    Complaints complaints;
+    {
+        Locked lock;
+        if (lock.disturbed()) return;
+        if (state().initialised.load(std::memory_order_relaxed) != kNever) return;
+        complaints = initialise(0, nullptr);
+    }
+    tell(complaints);
+}
+
 }  // namespace morva::log
 
 extern "C" {
@@ -68,17 +101,13 @@ using namespace morva::log;
 
 int elog_init(int argc, char** argv) {
     morva::ErrnoSaver keep;
-    Locked lock;
-    if (lock.disturbed()) return -1;
-    State& now = state();
-    const bool first_time = now.initialised.load(std::memory_order_relaxed) == kNever;
-    if (first_time) {
-        now.initialised.store(kUnderWay, std::memory_order_relaxed);
-        now.started = morva::port::now();
+    Complaints complaints;
+    {
+        Locked lock;
+        if (lock.disturbed()) return -1;
+        complaints = initialise(argc, argv);
     }
-    record_command_line(argc, argv);
-    load_configuration(first_time);
-    now.initialised.store(kDone, std::memory_order_release);
+    tell(complaints);
     return 0;
 }
 

@@ -4,7 +4,6 @@
 #include <ctime>
 #include <type_traits>
 
-#include "base/posix.hpp"
 #include "log/elog.hpp"
 
 namespace morva::log {
@@ -129,14 +128,6 @@ void leave_lock() {
     fence();
     if (held) pthread_mutex_unlock(&g_mutex);
     t_hold.depth = 0;
-}
-
-void initialise_if_needed() {
-    if (state().initialised.load(std::memory_order_acquire) == kDone) return;
-    ErrnoSaver keep;
-    Locked lock;
-    if (lock.disturbed() || state().initialised.load(std::memory_order_relaxed) != kNever) return;
-    elog_init(0, nullptr);
 }
 
 }  // namespace morva::log
