@@ -1,0 +1,339 @@
+// How the program ends: fatal messages, fault signals, no memory. All of it in child processes.
+#include <fcntl.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "base/memory.hpp"
+#include "log/elog.hpp"
+#include "log/elog_child.hpp"
+#include "morva/tbl.h"
+
+namespace {
+
+using kit::Ended;
+using kit::in_child;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+void* value(const char* text) {
+    return const_cast<char*>(text);
+}
+
+// The body must end the process.
+Ended ends(const std::function<void()>& body) {
+    return in_child([&] {
+        char name[] = "prog";
+        char* argv[] = {name, nullptr};
+        elog_init(1, argv);
+        body();
+        return 99;
+    });
+}
+
+TEST(ElogEnd, ExitHandlersMayLogAndMayDie) {
+    const Ended ended = ends([] {
+        std::atexit([] { elog_die(0, "second"); });
+        std::atexit([] { elog_complain(0, "from a handler"); });
+        elog_log(0, "reason");
+        elog_die(0, "first");
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors,
+              "prog: reason\nprog *fatal*: first\nprog: from a handler\nprog *fatal*: second\n");
+}
+
+TEST(ElogEnd, TheCallbackMayDie) {
+    const Ended ended = ends([] {
+        std::atexit([] {  // the lock that the callback held is free for other threads
+            elog_set(ELOG_CALLBACK, 0, nullptr);
+            std::thread([] { elog_complain(0, "from a thread"); }).join();
+        });
+        const Elog_callback callback = [](int, char*, Tbl*) -> int { elog_die(0, "enough"); };
+        elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(callback));
+        elog_notify(0, "x");
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors, "prog *fatal*: enough\nprog: from a thread\n");
+}
+
+TEST(ElogEnd, ManyThreadsMayDieAtOnce) {
+    for (int i = 0; i < 10; ++i) {
+        const Ended ended = ends([] {
+            std::atomic<int> ready{0};
+            std::vector<std::thread> threads;
+            for (int t = 0; t < 8; ++t)
+                threads.emplace_back([&] {
+                    for (++ready; ready < 8;) std::this_thread::yield();
+                    elog_die(0, "end");
+                });
+            for (auto& thread : threads) thread.join();
+        });
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_THAT(ended.errors, StartsWith("prog *fatal*: end\n"));
+    }
+}
+
+TEST(ElogEnd, AForkedChildEndsThoughItsParentIsEnding) {
+    static std::atomic<bool> ending{false}, done{false};
+    const Ended ended = ends([] {
+        std::atexit([] {
+            for (ending = true; !done;) std::this_thread::yield();
+        });
+        std::thread([] { elog_die(0, "parent"); }).detach();
+        while (!ending) std::this_thread::yield();
+        const Ended child = in_child([]() -> int {
+            done = true;
+            elog_die(0, "child");
+        });
+        std::fprintf(stderr, "%d %s", child.status, child.errors.c_str());
+        for (done = true;;) pause();
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors, "prog *fatal*: parent\n1 prog *fatal*: child\n");
+}
+
+TEST(ElogEnd, TheLimitCountsWhatStays) {
+    const Ended ended = in_child([] {
+        const kit::Env limit("ELOG_MAXMSG", "3");
+        for (int i = 0; i < 3; ++i) elog_log(0, "%d", i);
+        elog_log(0, "2");
+        elog_notify(0, "shown");
+        for (int i = 0; i < 4; ++i) elog_log(0, "%d", i);
+        return 99;
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.errors,
+                EndsWith("shown\nUnknown_Program: 0\nUnknown_Program: 1\nUnknown_Program: 2\n"
+                         "Unknown_Program *fatal*: quitting because log has 3 messages\n"
+                         "   eliminate this limit with\n      setenv ELOG_MAXMSG 0\n"
+                         "   or by editing elog.pf.  See elog(3).\n"));
+    const Ended unlimited = in_child([] {
+        const kit::Env limit("ELOG_MAXMSG", "0");
+        for (int i = 0; i < 1000; ++i) elog_log(0, "%d", i);
+        return elog_mark() == 1000 ? 0 : 1;
+    });
+    EXPECT_EQ(unlimited.status, 0);
+}
+
+TEST(ElogEnd, FatalMessagesThatAreKeptStillEnd) {
+    for (const char* delivery : {"", "log", "bogus"}) {
+        const Ended ended = ends([&] {
+            elog_set(ELOG_DELIVER, ELOG_DIE, value(delivery));
+            va_list none{};
+            elog(ELOG_DIE, 0, "x", none);
+        });
+        EXPECT_EQ(ended.status, 1) << delivery;
+    }
+}
+
+// --- Fault signals. TRAP stands for all of them: sanitizers keep the others for themselves.
+
+TEST(ElogSignals, AreReportedAndTakeTheirCourse) {
+    const Ended ended = ends([] {
+        elog_log(0, "reason");
+        std::raise(SIGTRAP);
+    });
+    EXPECT_EQ(ended.status, 128 + SIGTRAP);
+    EXPECT_EQ(ended.errors,
+              "prog: reason\n"
+              "prog *fault*: received signal TRAP: Trace/breakpoint trap\n");
+}
+
+TEST(ElogSignals, FollowTheDeliveryOfFaults) {
+    kit::TempDir dir;
+    const Ended ended = ends([&] {
+        elog_set(ELOG_DELIVER, ELOG_FAULT, value((dir.file("f") + " stderr").c_str()));
+        elog_set(ELOG_TAG, ELOG_FAULT, value("*stack*"));
+        std::raise(SIGTRAP);
+    });
+    EXPECT_EQ(kit::read_file(dir.file("f")),
+              "*stack*: received signal TRAP: Trace/breakpoint trap\n");
+    EXPECT_THAT(ended.errors, StartsWith(kit::read_file(dir.file("f")) + "\t#0 "));
+    const Ended kept = ends([] {
+        elog_set(ELOG_DELIVER, ELOG_FAULT, value("log"));
+        std::raise(SIGTRAP);
+    });
+    EXPECT_THAT(kept.errors, StartsWith("prog *fault*: received signal TRAP"));
+}
+
+TEST(ElogSignals, DoNotWaitForTheRegister) {
+    const char* const expected = "prog *fault*: received signal TRAP: Trace/breakpoint trap\n";
+    const Ended in_callback = ends([] {
+        const Elog_callback callback = [](int, char*, Tbl*) { return std::raise(SIGTRAP); };
+        elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(callback));
+        elog_notify(0, "x");
+    });
+    const Ended at_work = ends([] {
+        morva::log::Locked lock;
+        morva::log::Busy busy;
+        std::raise(SIGTRAP);
+    });
+    const Ended by_another = ends([] {
+        std::atomic<bool> locked{false};
+        std::thread([&] {
+            morva::log::Locked lock;
+            locked = true;
+            for (;;) pause();
+        }).detach();
+        while (!locked) std::this_thread::yield();
+        std::raise(SIGTRAP);
+    });
+    for (const Ended& ended : {in_callback, at_work, by_another}) {
+        EXPECT_EQ(ended.status, 128 + SIGTRAP);
+        EXPECT_EQ(ended.errors, expected);
+    }
+}
+
+TEST(ElogSignals, HandlersThatLogFindTheRegisterWholeOrGoAround) {
+    const Ended ended = ends([] {
+        std::signal(SIGUSR1, [](int) { elog_complain(0, "from a handler"); });
+        elog_log(0, "kept");
+        {
+            morva::log::Locked lock;
+            std::raise(SIGUSR1);
+            elog_log(0, "kept too");
+            morva::log::Busy busy;
+            std::raise(SIGUSR1);
+            elog_flush(0, 0);
+        }
+        std::_Exit(elog_mark());
+    });
+    EXPECT_EQ(ended.status, 1) << "a busy register is left alone";
+    EXPECT_EQ(ended.errors, "prog: kept\nprog: from a handler\nprog: from a handler\n");
+}
+
+// --- Memory. Each scenario runs with its nth allocation failing, for every n.
+
+struct Scenario {
+    const char* name;
+    std::function<void()> body;
+    std::set<std::string> words;  // what the messages must have named in the end
+};
+
+int answer_nothing(int, char*, Tbl*) {
+    return 0;
+}
+
+const std::vector<Scenario> kScenarios = {
+    {"log",
+     [] {
+         for (int i = 0; i < 30; ++i) elog_log(0, "reason %d", i);
+         elog_clear();
+     },
+     {"msg"}},
+    {"string", [] { elog_log(0, "x"), kit::taken(elog_string(0)); }, {"msg", "s"}},
+    {"elogs", [] { kit::taken(elogs(0, 0, "x")); }, {"result"}},
+    {"commandline", [] { kit::taken(elog_commandline_str()); }, {"buf"}},
+    {"callback",
+     [] {
+         elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(answer_nothing));
+         elog_notify(0, "x");
+     },
+     {"s"}},
+    {"long story",
+     [] {
+         for (int i = 0; i < 3; ++i) elog_log(0, "%d%9000s", i, "");
+         elog_notify(0, "x");
+     },
+     {"msg"}},
+    {"init",
+     [] {
+         char path[] = "/a/b", flag[] = "-v";
+         char* argv[] = {path, flag, nullptr};
+         elog_init(2, argv);
+     },
+     {"argv", "Program_Name"}},
+    {"copies",
+     [] {
+         elog_log(0, "x");
+         Tbl* copies = nullptr;
+         if (elog_query(ELOG_TBLCP, 0, &copies) == 0) freetbl(copies, elog_free_msg);
+     },
+     {"msg"}},
+};
+
+std::string word_of(const Ended& ended) {
+    static const std::regex shape(
+        "prog \\*fatal\\*: Out of memory in \\w+ at line \\d+ of '\\w+\\.[ch]pp'\n"
+        "\tCan't malloc \\d+ bytes for (\\S+)\n");
+    std::smatch match;
+    return std::regex_search(ended.errors, match, shape) ? match[1].str() : "<no message>";
+}
+
+// A child with the nth allocation of the body failing: 0 when there are fewer, 42 when the body did
+// without.
+Ended starved(const std::function<void()>& body, long nth, bool from_then_on) {
+    return in_child([&] {
+        char name[] = "prog";
+        char* argv[] = {name, nullptr};
+        elog_init(1, argv);
+        morva::fail_allocation(nth, from_then_on);
+        body();
+        return morva::allocations_seen() < nth ? 0 : 42;
+    });
+}
+
+TEST(ElogMemory, EveryAllocationEndsWithItsMessage) {
+    for (const Scenario& scenario : kScenarios) {
+        for (const bool from_then_on : {false, true}) {
+            std::set<std::string> words;
+            for (long nth = 1;; ++nth) {
+                const Ended ended = starved(scenario.body, nth, from_then_on);
+                if (ended.status == 0) break;
+                if (ended.status == 42) continue;
+                ASSERT_EQ(ended.status, 1) << scenario.name << nth << ended.errors;
+                words.insert(word_of(ended));
+                ASSERT_LT(nth, 1000);
+            }
+            EXPECT_EQ(words.count("<no message>"), 0u) << scenario.name;
+            for (const std::string& word : scenario.words)
+                EXPECT_EQ(words.count(word), 1u) << scenario.name << ": " << word;
+        }
+    }
+}
+
+TEST(ElogMemory, FatalMessagesNeedNone) {
+    const std::function<void()> deaths[] = {
+        [] { elog_die(0, "the end"); },
+        [] {
+            elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(answer_nothing));
+            elog_die(0, "the end");
+        },
+        [] { elog_die(0, "%9000s the end", ""); },
+    };
+    for (const auto& death : deaths) {
+        // The list of the callback is made here, so that only the end itself is starved.
+        const auto body = [&] {
+            morva::fail_allocation(0, false);
+            elog_set(ELOG_TBL, 0, nullptr);
+            morva::fail_allocation(1, true);
+            death();
+        };
+        const Ended ended = starved(body, 1, true);
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_THAT(ended.errors, StartsWith("prog *fatal*: "));
+        EXPECT_THAT(ended.errors, EndsWith("the end\n"));
+    }
+}
+
+TEST(ElogMemory, ACopyThatFailsIsNoCopy) {
+    elog_log(0, "x");
+    Tbl* copies = nullptr;
+    for (long nth = 1; nth < 10; ++nth) {
+        const Ended ended = in_child([&] {
+            morva::fail_allocation(nth, false);
+            if (elog_query(ELOG_TBLCPCL, 0, &copies) == 0) return 10;
+            return copies == nullptr && elog_mark() == 1 && elog_mark() == 1 ? 11 : 12;
+        });
+        EXPECT_NE(ended.status, 12) << nth;
+    }
+    elog_clear();
+}
+
+}  // namespace
