@@ -1,5 +1,5 @@
 # The Fortran twins, called by Fortran programs.
-if(NOT CMAKE_Fortran_COMPILER)
+if(NOT MORVA_HAVE_FORTRAN)
     return()
 endif()
 if(MORVA_SANITIZE AND NOT CMAKE_CXX_COMPILER_ID STREQUAL CMAKE_Fortran_COMPILER_ID)
