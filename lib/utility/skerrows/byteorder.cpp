@@ -25,6 +25,7 @@ inline std::uint64_t reversed(std::uint64_t value) {
 template <class Word>
 [[gnu::always_inline]] inline void swap_apart(const char* __restrict source,
                                               char* __restrict destination, std::size_t count) {
+#pragma GCC unroll 4
     for (std::size_t i = 0; i < count; ++i) {
         Word word;
         std::memcpy(&word, source + i * sizeof word, sizeof word);
@@ -36,6 +37,7 @@ template <class Word>
 // The same over one buffer: a second pointer to it would keep the compiler from using vectors.
 template <class Word>
 [[gnu::always_inline]] inline void swap_in_place(char* bytes, std::size_t count) {
+#pragma GCC unroll 4
     for (std::size_t i = 0; i < count; ++i) {
         Word word;
         std::memcpy(&word, bytes + i * sizeof word, sizeof word);
@@ -45,20 +47,23 @@ template <class Word>
 }
 
 template <class Word>
-void swap_plain(const char* source, char* destination, std::size_t count) {
+[[gnu::always_inline]] inline void swap(const char* source, char* destination, std::size_t count) {
     if (source == destination)
         swap_in_place<Word>(destination, count);
     else
         swap_apart<Word>(source, destination, count);
 }
 
+template <class Word>
+void swap_plain(const char* source, char* destination, std::size_t count) {
+    swap<Word>(source, destination, count);
+}
+
 #if defined(__x86_64__)
+
 template <class Word>
 [[gnu::target("avx2")]] void swap_wide(const char* source, char* destination, std::size_t count) {
-    if (source == destination)
-        swap_in_place<Word>(destination, count);
-    else
-        swap_apart<Word>(source, destination, count);
+    swap<Word>(source, destination, count);
 }
 
 bool has_avx2() {
@@ -67,25 +72,44 @@ bool has_avx2() {
 }
 // False until the library's initialisers ran: a call before that is served by the plain loop.
 const bool g_wide = has_avx2();
+
+template <class Word>
+void swap_best(const char* source, char* destination, std::size_t count) {
+    if (g_wide) return swap_wide<Word>(source, destination, count);
+    swap_plain<Word>(source, destination, count);
+}
+
+#else
+
+template <class Word>
+void swap_best(const char* source, char* destination, std::size_t count) {
+    swap_plain<Word>(source, destination, count);
+}
+
 #endif
+
+template <class Word>
+void convert_many(const char* from, char* to, std::size_t words) {
+    const std::size_t bytes = words * sizeof(Word);
+    const bool overlap = from != to && from < to + bytes && to < from + bytes;
+    if (std::endian::native == std::endian::big || overlap) {
+        std::memmove(to, from, bytes);
+        from = to;
+    }
+    if (std::endian::native == std::endian::little) swap_best<Word>(from, to, words);
+}
 
 template <class Word>
 void convert(char** source, void* destination, long count) {
     if (count <= 0) return;
     const char* from = *source;
-    char* to = static_cast<char*>(destination);
-    const std::size_t words = static_cast<std::size_t>(count), bytes = words * sizeof(Word);
-    *source += bytes;
-    const bool overlap = from < to + bytes && to < from + bytes;
-    if (std::endian::native == std::endian::big || (overlap && from != to)) {
-        std::memmove(to, from, bytes);
-        from = to;
-    }
-    if (std::endian::native == std::endian::big) return;
-#if defined(__x86_64__)
-    if (g_wide) return swap_wide<Word>(from, to, words);
-#endif
-    swap_plain<Word>(from, to, words);
+    const auto words = static_cast<std::size_t>(count);
+    *source += words * sizeof(Word);
+    if (count > 1) return convert_many<Word>(from, static_cast<char*>(destination), words);
+    Word word;
+    std::memcpy(&word, from, sizeof word);
+    if (std::endian::native == std::endian::little) word = reversed(word);
+    std::memcpy(destination, &word, sizeof word);
 }
 
 }  // namespace

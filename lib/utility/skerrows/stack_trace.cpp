@@ -65,7 +65,7 @@ constexpr bool kNeverInHandlers = false;
 // which the allocator calls and mostly is.
 bool may_be_allocating(std::uintptr_t address) {
     const void* module = module_of(address);
-    return module == nullptr ||
+    return kNeverInHandlers || module == nullptr ||
            module == module_of(reinterpret_cast<std::uintptr_t>(&std::malloc)) ||
            module == module_of(reinterpret_cast<std::uintptr_t>(&::getppid));
 }
