@@ -454,7 +454,24 @@ class TableBuilder {
         table_.width_ = static_cast<std::uint16_t>(width);
         table_.first_row_ = table_.start_ = static_cast<Cell>(kFirst * width);
         table_.restart_ = static_cast<Cell>(restart_ * width);
+        table_.only_first_ = only_first();
+        table_.whole_only_ = restart_ == kDead;
+        for (int row = 0; row < row_count_; ++row)
+            if (accepted(sets_[row])) table_.whole_only_ = false;
         return true;
+    }
+
+    // The one character that can begin a match behind the first place, or none.
+    char only_first() const {
+        if (restart_ == kDead) return '\0';
+        char only = '\0';
+        const std::uint16_t* cells = &cells_[(restart_ - kFirst) * class_count_];
+        for (int c = 0; c < 256; ++c) {
+            if (cells[table_.classes_[c]] == kDead) continue;
+            if (c == 0 || only != '\0') return '\0';
+            only = static_cast<char>(c);
+        }
+        return only;
     }
 
     const Automaton& a_;
@@ -492,21 +509,32 @@ const char* PatternTable::longest(Cell row, const char* string) const {
     return row != 0 ? string - 1 : end;
 }
 
+// The next place where a match behind the first character can begin, or null.
+const char* PatternTable::next_start(const char* string) const {
+    if (only_first_ != '\0') return std::strchr(string, only_first_);
+    if (accepts(restart_)) return string;
+    while (step(restart_, *string) == 0)
+        if (*string++ == '\0') return nullptr;
+    return string;
+}
+
 bool PatternTable::search(const char* string, int* start, int* length) const {
     const char* from = string;
-    for (Cell row = start_; row != 0; row = restart_) {
-        const char* end = longest(row, from);
-        if (end != nullptr) {
+    Cell row = start_;
+    if (row == restart_ && (from = next_start(from)) == nullptr) return false;
+    for (;; row = restart_) {
+        if (const char* end = longest(row, from)) {
             *start = static_cast<int>(from - string);
             *length = static_cast<int>(end - from);
             return true;
         }
-        if (*from++ == '\0') return false;
+        if (restart_ == 0 || *from++ == '\0') return false;
+        if ((from = next_start(from)) == nullptr) return false;
     }
-    return false;
 }
 
 bool PatternTable::found_in(const char* string) const {
+    if (whole_only_) return matches_whole(string);
     int start, length;
     return search(string, &start, &length);
 }

@@ -32,13 +32,16 @@ class PatternTable {
     // Whether a match may end before the string does.
     bool accepts(Cell row) const { return cells_[row + width_ - 1] != 0; }
     const char* longest(Cell row, const char* string) const;
+    const char* next_start(const char* string) const;
 
-    std::array<std::uint8_t, 256> classes_;
     malloced<Cell[]> cells_;
     std::uint16_t width_;  // cells in a row; the last tells whether the row accepts
     Cell first_row_;       // below it: 0 no match possible, width_ match at the end of the string
     Cell start_;           // at the first character
     Cell restart_;         // at any other; 0 when the pattern is anchored in front
+    char only_first_;      // the only character that leads on from restart_, or 0
+    bool whole_only_;      // whether nothing but the whole string can match
+    std::array<std::uint8_t, 256> classes_;
 };
 
 }  // namespace morva

@@ -219,19 +219,21 @@ extern "C" {
 
 int match_string(const char* pattern, const char* string) {
     if (pattern == nullptr || *pattern == '\0') return 0;
-    Owned<Single> single = take(t_single, pattern);
+    Owned<Single>& place = t_single;
+    Owned<Single> single = take(place, pattern);
     const int matched = single ? single->pattern->matches(string) : kNoMemory;
     if (matched < 0) morva::out_of_memory(std::strlen(pattern) + 3, "pattern", MORVA_HERE);
-    t_single = std::move(single);
+    place = std::move(single);
     return matched;
 }
 
 int match_stachans(const char* spec, const char* station, const char* channel) {
     if (spec == nullptr || *spec == '\0') return 0;
-    Owned<Selection> selection = take(t_selection, spec);
+    Owned<Selection>& place = t_selection;
+    Owned<Selection> selection = take(place, spec);
     if (!selection) return kNoMemory;
     const int position = selection->first_selecting(station, channel);
-    t_selection = std::move(selection);
+    place = std::move(selection);
     return position;
 }
 

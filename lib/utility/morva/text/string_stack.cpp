@@ -10,17 +10,21 @@ namespace morva {
 StringStack* new_string_stack(std::size_t initial) {
     StringStack* stack = must_alloc<StringStack>(1, "vstk", MORVA_HERE);
     stack->s = static_cast<char*>(must_malloc(initial, "vstk->s", MORVA_HERE));
-    stack->size = initial;
+    stack->size = stack->room = initial;
     stack->s[0] = '\0';
     return stack;
 }
 
 const char* grow_string_stack(StringStack* stack, std::size_t needed, const char* text) {
+    stack->size = needed;
+    if (needed <= stack->room) return text;
     const std::uintptr_t offset =
         reinterpret_cast<std::uintptr_t>(text) - reinterpret_cast<std::uintptr_t>(stack->s);
     const bool own = offset <= stack->length;
-    stack->s = static_cast<char*>(must_realloc(stack->s, needed, "vstk->s", MORVA_HERE));
-    stack->size = needed;
+    // An eighth more keeps the copying of a long text in proportion to its length.
+    const std::size_t room = needed + needed / 8;
+    stack->s = static_cast<char*>(must_realloc(stack->s, room, "vstk->s", MORVA_HERE));
+    stack->room = room;
     return own ? stack->s + offset : text;
 }
 

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "morva/strings.h"
+#include "text/strings.hpp"
 
 namespace {
 
@@ -15,10 +16,11 @@ class Bounded {
     void add(const char* text, std::size_t length) {
         const std::size_t room = static_cast<std::size_t>(last_ - out_);
         if (length > room) cut_ = true, length = room;
-        std::memcpy(out_, text, length);
+        morva::copy_text(out_, text, length);
         out_ += length;
     }
-    char* finish() {
+    char* finish(const char* rest) {
+        add(rest, std::strlen(rest));
         *out_ = '\0';
         return cut_ ? nullptr : out_;
     }
@@ -33,13 +35,10 @@ class Unbounded {
   public:
     explicit Unbounded(char* out) : out_(out) {}
     void add(const char* text, std::size_t length) {
-        std::memcpy(out_, text, length);
+        morva::copy_text(out_, text, length);
         out_ += length;
     }
-    char* finish() {
-        *out_ = '\0';
-        return out_;
-    }
+    char* finish(const char* rest) { return stpcpy(out_, rest); }
 
   private:
     char* out_;
@@ -55,8 +54,7 @@ char* substitute(const char* s, const char* old_text, const char* new_text, Outp
         output.add(new_text, new_length);
         s = found + old_length;
     }
-    output.add(s, std::strlen(s));
-    return output.finish();
+    return output.finish(s);
 }
 
 constexpr int kRing = 10;
