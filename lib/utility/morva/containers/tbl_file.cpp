@@ -246,10 +246,17 @@ bool has_label(const char* found, const char* wanted) {
     return wanted == nullptr || (found != nullptr && std::strcmp(found, wanted) == 0);
 }
 
+String with_ending(std::string_view path, std::string_view ending) {
+    String name;
+    name.reserve(path.size() + ending.size());
+    name.append(path).append(ending);
+    return name;
+}
+
 // Replaces the file of `old` by one with room for as many items as wanted. The new file is complete
 // before it takes the name, so that whatever happens there is a file with all the items.
 Tbl* rebuild(Tbl* old, const Wanted& wanted) {
-    const String building = String(wanted.path) + ".new";
+    const String building = with_ending(wanted.path, ".new");
     Wanted larger = wanted;
     larger.path = building.c_str();
     ::unlink(larger.path);
@@ -273,7 +280,7 @@ bool fits(const Tbl* tbl, const Wanted& wanted) {
 
 // Keeps what is no list file, or a damaged one, under another name: somebody may miss it.
 void put_aside(const char* path) {
-    std::rename(path, (String(path) + ".damaged").c_str());
+    std::rename(path, with_ending(path, ".damaged").c_str());
 }
 
 }  // namespace

@@ -28,6 +28,7 @@ struct Note {
 };
 
 constexpr std::size_t kGenerous = std::size_t{1} << 36;
+constexpr int64_t kLongestFile = INT64_MAX / 2;
 constexpr int kReserve = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
 
 std::size_t page_size() {
@@ -142,10 +143,10 @@ void release_file(Tbl* tbl) {
 
 void extend_file(Tbl* tbl, int64_t n) {
     require_extendable(tbl);
-    int64_t bytes = INT64_MAX, length = 0;
+    int64_t bytes = 0, length = 0;
     const int64_t end = block_of(tbl) - tbl->mapaddr + slots_of(tbl) * tbl->itemsize;
-    if (__builtin_mul_overflow(n, static_cast<int64_t>(tbl->itemsize), &bytes) ||
-        __builtin_add_overflow(end, bytes, &length) || length > INT64_MAX / 2) {
+    if (__builtin_mul_overflow(n, int64_t{tbl->itemsize}, &bytes)) bytes = INT64_MAX;
+    if (__builtin_add_overflow(end, bytes, &length) || length > kLongestFile) {
         errno = EFBIG;
         elog_die(1, "Couldn't lseek %ld bytes beyond end of file", static_cast<long>(bytes));
     }
