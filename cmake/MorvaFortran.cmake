@@ -6,6 +6,7 @@
 # Rows of a pattern for a C parameter and the Fortran declaration of it; the last group of the pattern
 # is its name.
 set(kinds
+    "const char \\*strings|character(len=*), intent(in) :: strings(*)"
     "const char \\*(.+)|character(len=*), intent(in) :: NAME"
     "char \\*(.+)|character(len=*), intent(inout) :: NAME"
     "const int32_t \\*samples|integer(c_int32_t), intent(in) :: samples(*)"

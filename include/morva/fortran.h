@@ -80,11 +80,13 @@ MORVA_API int elog_flush_(const int* print, const int* mark);
 MORVA_API long elog_string_(const int* start, char* text, size_t text_length);
 
 /* Lists. newtbl makes a list of 8-byte items by value rather than of pointers, so that numbers and
- * handles are copied in and out. strsettbl keeps a copy of the string that the list points to;
- * strfreetbl frees such copies with the list (a replaced or removed one is not freed). */
+ * handles are copied in and out. strsettbl keeps a copy of the string that the list points to, and
+ * strtbl makes a list of copies of an array of `count` strings; strfreetbl frees such copies with
+ * the list (a replaced or removed one is not freed). */
 MORVA_API Tbl* newtbl_(const long* size);
 MORVA_API Tbl* inittbl_(const long* left_increment, const long* right_increment, const int* direct,
                         const void* null_value, const int* itemsize);
+MORVA_API Tbl* strtbl_(const char* strings, const long* count, size_t strings_length);
 MORVA_API void freetbl_(Tbl* const* tbl, Fortran_free free_function);
 MORVA_API void strfreetbl_(Tbl* const* tbl);
 MORVA_API Tbl* duptbl_(Tbl* const* tbl, Fortran_dup dup_function);

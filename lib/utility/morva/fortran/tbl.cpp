@@ -24,6 +24,14 @@ Tbl* inittbl_(const long* left_increment, const long* right_increment, const int
     return inittbl(*left_increment, *right_increment, *direct, null_value, *itemsize);
 }
 
+Tbl* strtbl_(const char* strings, const long* count, size_t strings_length) {
+    Tbl* tbl = newtbl_(count);
+    for (long i = 0; i < *count; ++i) {
+        strsettbl_(&tbl, &i, strings + static_cast<size_t>(i) * strings_length, strings_length);
+    }
+    return tbl;
+}
+
 void freetbl_(Tbl* const* tbl, Fortran_free free_function) {
     freetbl(*tbl, free_function);
 }
