@@ -71,7 +71,7 @@ void add_size(const std::string& name, long count, const std::string& size) {
 
 void add_byte_order() {
     const std::pair<long, const char*> sizes[] = {
-        {1, "x 1"}, {16, "x 16"}, {1000, "x 1e3"}, {100'000, "x 1e5"}, {5'000'000, "x 5e6"}};
+        {16, "x 16"}, {1000, "x 1e3"}, {100'000, "x 1e5"}, {5'000'000, "x 5e6"}};
     for (const auto& [count, size] : sizes) {
         add_size<std::uint16_t, hs2ms>("hs2ms", count, size);
         add_size<std::uint32_t, hi2mi>("hi2mi", count, size);

@@ -1,5 +1,6 @@
 #include <numeric>
 
+#include "base/memory.hpp"
 #include "support/kit.hpp"
 
 namespace {
@@ -79,6 +80,18 @@ TEST(PrintableString, CutsBetweenEscapes) {
     EXPECT_EQ(printable_string("abc", 3, &untouched, 0), &untouched);
     EXPECT_EQ(untouched, '#');
     EXPECT_EQ(printable_string("abc", 3, nullptr, 10), nullptr);
+}
+
+TEST(FilesDeathTest, OutOfMemoryEndsTheProcess) {
+    const auto failing = [](auto body) {
+        morva::fail_allocation(1, false);
+        body();
+    };
+    EXPECT_EXIT(failing([] { hexdump_string("# ", "abc", 3); }), testing::ExitedWithCode(1),
+                "Out of memory in hexdump_string at line [0-9]+ of 'dump.cpp'\n\tCan't malloc "
+                "[0-9]+ bytes for result\n");
+    EXPECT_EXIT(failing([] { vkunique_filename("/no/such"); }), testing::ExitedWithCode(1),
+                "Can't malloc 16 bytes for name\n");
 }
 
 }  // namespace

@@ -89,7 +89,7 @@ void swap_best(const char* source, char* destination, std::size_t count) {
 #endif
 
 template <class Word>
-void convert_many(const char* from, char* to, std::size_t words) {
+[[gnu::noinline]] void convert_many(const char* from, char* to, std::size_t words) {
     const std::size_t bytes = words * sizeof(Word);
     const bool overlap = from != to && from < to + bytes && to < from + bytes;
     if (std::endian::native == std::endian::big || overlap) {
