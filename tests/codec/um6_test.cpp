@@ -1,5 +1,7 @@
 // Decoding of messages as they come: headers, line ends, padding, damage.
+#include <atomic>
 #include <climits>
+#include <thread>
 
 #include "codec/codec_kit.hpp"
 #include "codec/um6_decode.hpp"
@@ -135,6 +137,28 @@ TEST(Um6Message, CutAnywhereNeverGivesWrongSamples) {
                 EXPECT_EQ(result, samples);
             }
         }
+    }
+}
+
+// Nothing is built at first use: the thread sanitizer watches threads that begin at the same time.
+TEST(Um6Message, MayBeDecodedInSeveralThreadsAtOnce) {
+    const Samples samples = kit::series(kit::Kind::kSwell, 3000);
+    const std::string text = encoded(samples);
+    for (const auto version : versions()) {
+        Forced forced(version);
+        std::vector<std::thread> threads;
+        std::atomic<int> good = 0;
+        for (int i = 0; i < 8; ++i)
+            threads.emplace_back([&] {
+                kit::Grown<int32_t> buffer;
+                int nsamp = 0;
+                initDecode();
+                um6(text.data(), static_cast<int>(text.size()), &buffer.items, &nsamp,
+                    &buffer.size);
+                if (Samples(buffer.items, buffer.items + nsamp) == samples) ++good;
+            });
+        for (auto& thread : threads) thread.join();
+        EXPECT_EQ(good, 8);
     }
 }
 

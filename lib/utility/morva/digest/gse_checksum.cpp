@@ -22,6 +22,19 @@ inline std::uint32_t magnitude(std::int32_t number) {
     return number < 0 ? 0 - bits : bits;
 }
 
+// A block of samples below the modulus, whose sum is reduced once in a while.
+[[gnu::always_inline]] inline std::int32_t add_steps(std::int32_t sum, const std::int32_t* samples,
+                                                     std::size_t count) {
+    constexpr auto kLargest = static_cast<std::int32_t>(kModulus - 1);
+    for (std::size_t i = 0; i < count; ++i) {
+        sum += samples[i];
+        // One comparison for both limits: what lies below the lower one wraps to a large number.
+        if (static_cast<std::uint32_t>(sum + kLargest) > 2u * kLargest) [[unlikely]]
+            sum += sum < 0 ? kLargest + 1 : -kLargest - 1;
+    }
+    return sum;
+}
+
 // A reduction depends on the order of the samples, but a block whose partial sums cannot reach the
 // modulus needs none: its samples may be added in any order. Other blocks go step by step.
 [[gnu::always_inline]] inline std::int32_t add_blocks(std::int32_t sum, const std::int32_t* samples,
@@ -35,6 +48,8 @@ inline std::uint32_t magnitude(std::int32_t number) {
         const std::uint64_t reach = std::uint64_t{largest} * kBlock + magnitude(sum);
         if (reach < kModulus)
             sum += static_cast<std::int32_t>(total);
+        else if (largest < kModulus && magnitude(sum) < kModulus)
+            sum = add_steps(sum, samples, kBlock);
         else
             sum = add_to_checksum_plain(sum, samples, kBlock);
     }
