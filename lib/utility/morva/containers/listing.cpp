@@ -4,7 +4,8 @@
 // level have the same height. A level is written as one array: subtree, item, subtree, item, ...,
 // subtree, in key order; each pass replaces every subtree by its parts, and the last leaves the
 // items. The subtrees of a pass do not depend on each other, so the processor fetches many at once,
-// and no step is a branch that it must guess.
+// and no step is a branch that it must guess. The lowest levels, where nearly all nodes are, are
+// opened in strips of a few subtrees, so that a node is still in the cache when its turn comes.
 
 #include <algorithm>
 #include <utility>
@@ -14,66 +15,68 @@
 namespace morva {
 namespace {
 
-constexpr long kSlack = 4;      // slots behind the last item that a pass may write
-constexpr long kOnStack = 256;  // longer arrays come from the heap
-constexpr long kAhead = 8;      // subtrees fetched ahead
-constexpr long kFitsCache = 4096;
+constexpr long kSlack = 4;        // slots behind the last item that a pass may write
+constexpr long kAhead = 8;        // subtrees fetched ahead
+constexpr long kStripHeight = 3;  // levels that are opened strip by strip
+constexpr long kStripWidth = 32;  // subtrees of a strip
+constexpr long kStripSlots = 2 * kStripWidth * (1 << 2 * (kStripHeight - 1)) + kSlack;
 
-void* item_of(const Node* node, Part part) {
+template <Part part>
+void* item_of(const Node* node) {
     return part == Part::kKey ? node->key : node->value;
 }
 
 // Fetches what the pass will read of the subtrees to come: first a node, later its children.
-void fetch_ahead(void* const* level, long i, long subtrees) {
-    const long far = std::min(i + 2 * kAhead, subtrees - 1);
-    const long near = std::min(i + kAhead, subtrees - 1);
-    __builtin_prefetch(level[2 * far]);
-    const auto* node = static_cast<const Node*>(level[2 * near]);
+inline void fetch_ahead(void* const* level, long i, long last) {
+    __builtin_prefetch(level[2 * std::min(i + 2 * kAhead, last)]);
+    const auto* node = static_cast<const Node*>(level[2 * std::min(i + kAhead, last)]);
     __builtin_prefetch(node->child[kLeft]);
     __builtin_prefetch(node->child[kRight]);
 }
 
 // A black child is a subtree of the next level; a red one is an item between two of them.
-void** open_child(Node* child, Part part, void** to) {
+template <Part part>
+void** open_child(Node* child, void** to) {
     to[0] = child->red ? child->child[kLeft] : child;
-    to[1] = item_of(child, part);
+    to[1] = item_of<part>(child);
     to[2] = child->child[kRight];
     return to + 1 + 2 * child->red;
 }
 
 // At the last level a red child is an item, and a black one is the sentinel.
-void** open_last_child(const Node* child, Part part, void** to) {
-    *to = item_of(child, part);
+template <Part part>
+void** open_last_child(const Node* child, void** to) {
+    *to = item_of<part>(child);
     return to + child->red;
 }
 
-template <Part part, bool last, bool fetches>
-void** open_level(void* const* level, long subtrees, void** to) {
+// Opens `subtrees` of a level; `known` of them may be fetched. Returns the end of what it wrote.
+template <Part part, bool last>
+void** open_level(void* const* level, long subtrees, long known, void** to) {
     for (long i = 0; i < subtrees; ++i) {
-        if constexpr (fetches) fetch_ahead(level, i, subtrees);
+        fetch_ahead(level, i, known - 1);
         auto* node = static_cast<Node*>(level[2 * i]);
-        to = last ? open_last_child(node->child[kLeft], part, to)
-                  : open_child(node->child[kLeft], part, to);
-        *to++ = item_of(node, part);
-        to = last ? open_last_child(node->child[kRight], part, to)
-                  : open_child(node->child[kRight], part, to);
+        to = last ? open_last_child<part>(node->child[kLeft], to)
+                  : open_child<part>(node->child[kLeft], to);
+        *to++ = item_of<part>(node);
+        to = last ? open_last_child<part>(node->child[kRight], to)
+                  : open_child<part>(node->child[kRight], to);
         *to++ = level[2 * i + 1];
     }
-    return to - 1;
+    return to;
 }
 
-template <Part part, bool fetches>
-void list_levels(Tree* tree, long height, void** items, void** scratch) {
-    if (height % 2 == 1) std::swap(items, scratch);
-    items[0] = tree->root;
-    long subtrees = 1;
-    for (; height > 1; --height, std::swap(items, scratch)) {
-        items[2 * subtrees - 1] = nullptr;
-        void** end = open_level<part, false, fetches>(items, subtrees, scratch);
-        subtrees = (end - scratch + 1) / 2;
+// Writes the items of `subtrees` of the same height and the item behind each.
+template <Part part>
+void** list_strip(void* const* level, long subtrees, long known, long height, void** to) {
+    void* levels[2][kStripSlots];
+    for (void** lower = levels[height % 2]; height > 1; --height) {
+        void** end = open_level<part, false>(level, subtrees, known, lower);
+        known = subtrees = (end - lower) / 2;
+        level = lower;
+        lower = levels[height % 2 == 0];
     }
-    items[2 * subtrees - 1] = nullptr;
-    open_level<part, true, fetches>(items, subtrees, scratch);
+    return open_level<part, true>(level, subtrees, known, to);
 }
 
 template <Part part>
@@ -81,17 +84,21 @@ void list_items(Tree* tree, void** items) {
     long height = 0;
     for (const Node* node = tree->root; node != &tree->nil; node = node->child[kLeft])
         height += 1 - node->red;
-    void* on_stack[kOnStack];
-    malloced<void*> on_heap;
-    void** scratch = on_stack;
-    if (const long slots = tree->count + kSlack; slots > kOnStack) {
-        on_heap.reset(static_cast<void**>(must_malloc(slots * sizeof(void*), "level", MORVA_HERE)));
-        scratch = on_heap.get();
+    // A subtree of height h holds at least 2^h - 1 items, and one item stands behind it.
+    const long slots = 2 * (tree->count >> kStripHeight) + 2 + 2 * kSlack;
+    malloced<void*> levels(
+        static_cast<void**>(must_malloc(2 * slots * sizeof(void*), "level", MORVA_HERE)));
+    void** level = levels.get();
+    void** lower = level + slots;
+    level[0] = tree->root;
+    level[1] = nullptr;
+    long subtrees = 1;
+    for (; height > kStripHeight; --height, std::swap(level, lower))
+        subtrees = (open_level<part, false>(level, subtrees, subtrees, lower) - lower) / 2;
+    for (long i = 0; i < subtrees; i += kStripWidth) {
+        const long width = std::min(kStripWidth, subtrees - i);
+        items = list_strip<part>(level + 2 * i, width, subtrees - i, height, items);
     }
-    if (tree->count > kFitsCache)
-        list_levels<part, true>(tree, height, items, scratch);
-    else
-        list_levels<part, false>(tree, height, items, scratch);
 }
 
 }  // namespace

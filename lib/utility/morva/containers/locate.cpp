@@ -16,27 +16,23 @@ int compare_behind_head(const TextKey& key, const Node* node) {
 
 }  // namespace
 
-bool orders_text(const Tree* tree) {
-    return tree->compare == reinterpret_cast<Rb_compare>(&std::strcmp);
-}
-
 // Which child comes next is a coin toss, so it is computed, not branched on.
 Place locate_text(Tree* tree, const TextKey& key) {
     Node* const nil = &tree->nil;
-    Place place{nil, &tree->root};
-    for (Node* node = tree->root; node != nil;) {
-        Node* const left = node->child[kLeft];
-        Node* const right = node->child[kRight];
-        bool greater = key.head > node->head;
-        if (key.head == node->head) [[unlikely]] {
+    const std::uint64_t head = key.head;
+    Node* parent = nil;
+    Node** link = &tree->root;
+    for (Node* node = *link; node != nil; node = *link) {
+        bool greater = head > node->head;
+        if (head == node->head) [[unlikely]] {
             const int order = compare_behind_head(key, node);
             if (order == 0) break;
             greater = order > 0;
         }
-        place = {node, &node->child[greater]};
-        node = greater ? right : left;
+        parent = node;
+        link = &node->child[greater];
     }
-    return place;
+    return {parent, link};
 }
 
 Place locate_by_compare(Tree* tree, const void* key) {

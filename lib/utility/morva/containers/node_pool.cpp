@@ -11,7 +11,7 @@ void NodePool::use_chunk() {
     char* start = reinterpret_cast<char*>(chunks_);
     keys_end_ = start + sizeof(Chunk);
     nodes_start_ = start + chunks_->size;
-    nodes_start_ -= reinterpret_cast<std::uintptr_t>(nodes_start_) % alignof(Node);
+    nodes_start_ -= reinterpret_cast<std::uintptr_t>(nodes_start_) % kCacheLine;
 }
 
 void NodePool::add_chunk() {

@@ -11,7 +11,7 @@ namespace morva {
 // A node as the public record shows it (left, right, parent, red, key, value), and behind it the
 // key's first bytes where the tree orders its keys as text. The bytes between `red` and `key` are
 // padding in the public record.
-struct alignas(64) Node {
+struct Node {
     Node* child[2];
     Node* parent;
     std::int32_t red;
@@ -22,7 +22,7 @@ struct alignas(64) Node {
     std::uint64_t head;
     std::uint64_t tail;
 };
-static_assert(sizeof(Node) == 64);
+static_assert(sizeof(Node) == 64);  // a cache line
 
 class NodePool {
   public:
@@ -48,6 +48,7 @@ class NodePool {
     struct FreeBlock {
         FreeBlock* next;
     };
+    static constexpr std::size_t kCacheLine = 64;  // nodes are aligned to it
     static constexpr std::size_t kKeyStep = 8;
     static constexpr std::size_t kFirstChunk = 400;  // some four nodes with their keys
     static constexpr std::size_t kLargestChunk = 2 << 20;

@@ -1,6 +1,7 @@
 #include "morva/redblack.h"
 
 #include <cstring>
+#include <new>
 
 #include "containers/redblack.hpp"
 
@@ -16,11 +17,12 @@ static_assert(offsetof(Tree, scratch) == offsetof(Rbtree, scratch));
 static_assert(offsetof(Tree, root) == offsetof(Rbtree, root));
 
 Tree* new_tree(Rb_compare compare, bool or_die) {
-    auto* tree = static_cast<Tree*>(try_calloc(1, sizeof(Tree)));
-    if (tree == nullptr) {
+    void* block = try_malloc(sizeof(Tree));
+    if (block == nullptr) {
         if (or_die) out_of_memory(sizeof(Tree), "tree", MORVA_HERE);
         return nullptr;
     }
+    auto* tree = new (block) Tree{};
     tree->compare = compare != nullptr ? compare : reinterpret_cast<Rb_compare>(&std::strcmp);
     tree->replace = 1;
     tree->nil.child[kLeft] = tree->nil.child[kRight] = tree->nil.parent = &tree->nil;

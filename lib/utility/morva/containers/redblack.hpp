@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "base/memory.hpp"
 #include "containers/node_pool.hpp"
@@ -40,7 +41,9 @@ inline Tree* tree_of(Arr* arr) {
 }
 
 // True when keys are strings in strcmp order, so that their first bytes stand in the nodes.
-bool orders_text(const Tree* tree);
+inline bool orders_text(const Tree* tree) {
+    return tree->compare == reinterpret_cast<Rb_compare>(&std::strcmp);
+}
 
 // Where a key is, or where it would be attached.
 struct Place {
