@@ -15,32 +15,36 @@
 namespace morva {
 namespace {
 
-constexpr long kSlack = 4;        // slots behind the last item that a pass may write
-constexpr long kAhead = 8;        // subtrees fetched ahead
-constexpr long kStripHeight = 3;  // levels that are opened strip by strip
-constexpr long kStripWidth = 32;  // subtrees of a strip
+constexpr long kAhead = 12;          // subtrees whose children are fetched ahead
+constexpr long kSlack = 2 * kAhead;  // slots behind a level, for the fetching to read
+constexpr long kSpill = 3;           // slots behind its last item that a pass may write
+constexpr long kStripHeight = 3;     // levels that are opened strip by strip
+constexpr long kStripWidth = 64;     // subtrees of a strip
 constexpr long kStripSlots = 2 * kStripWidth * (1 << 2 * (kStripHeight - 1)) + kSlack;
+constexpr long kFewSlots = 128;  // longer levels above the strips come from the heap
 
 template <Part part>
 void* item_of(const Node* node) {
     return part == Part::kKey ? node->key : node->value;
 }
 
-// Fetches what the pass will read of the subtrees to come: first a node, later its children.
-inline void fetch_ahead(void* const* level, long i, long last) {
-    __builtin_prefetch(level[2 * std::min(i + 2 * kAhead, last)]);
-    const auto* node = static_cast<const Node*>(level[2 * std::min(i + kAhead, last)]);
+// Fetches the children of a subtree whose turn comes later.
+inline void fetch_children(const void* subtree) {
+    const auto* node = static_cast<const Node*>(subtree);
     __builtin_prefetch(node->child[kLeft]);
     __builtin_prefetch(node->child[kRight]);
 }
 
-// A black child is a subtree of the next level; a red one is an item between two of them.
+// A black child is a subtree of the next level; a red one is an item between two of them. What is
+// written too far is written over by what follows.
 template <Part part>
 void** open_child(Node* child, void** to) {
-    to[0] = child->red ? child->child[kLeft] : child;
+    const std::intptr_t red = child->red;
+    to[0] = child->child[kLeft];
     to[1] = item_of<part>(child);
     to[2] = child->child[kRight];
-    return to + 1 + 2 * child->red;
+    to[3 * red] = child;
+    return to + 1 + 2 * red;
 }
 
 // At the last level a red child is an item, and a black one is the sentinel.
@@ -50,54 +54,71 @@ void** open_last_child(const Node* child, void** to) {
     return to + child->red;
 }
 
-// Opens `subtrees` of a level; `known` of them may be fetched. Returns the end of what it wrote.
+// Opens `subtrees` of a level, behind which kAhead more stand. Returns the end of what it wrote.
 template <Part part, bool last>
-void** open_level(void* const* level, long subtrees, long known, void** to) {
-    for (long i = 0; i < subtrees; ++i) {
-        fetch_ahead(level, i, known - 1);
-        auto* node = static_cast<Node*>(level[2 * i]);
+void** open_level(void* const* level, long subtrees, void** to) {
+    for (void* const* end = level + 2 * subtrees; level != end; level += 2) {
+        fetch_children(level[2 * kAhead]);
+        auto* node = static_cast<Node*>(level[0]);
         to = last ? open_last_child<part>(node->child[kLeft], to)
                   : open_child<part>(node->child[kLeft], to);
         *to++ = item_of<part>(node);
         to = last ? open_last_child<part>(node->child[kRight], to)
                   : open_child<part>(node->child[kRight], to);
-        *to++ = level[2 * i + 1];
+        *to++ = level[1];
     }
     return to;
 }
 
+// Writes the next lower level and behind it, over and over, its first subtree. Returns how many
+// subtrees it has.
+template <Part part>
+long open_inner_level(void* const* level, long subtrees, void** lower) {
+    void** end = open_level<part, false>(level, subtrees, lower);
+    for (long i = 0; i < kAhead; ++i) end[2 * i] = lower[0];
+    return (end - lower) / 2;
+}
+
 // Writes the items of `subtrees` of the same height and the item behind each.
 template <Part part>
-void** list_strip(void* const* level, long subtrees, long known, long height, void** to) {
+void** list_strip(void* const* level, long subtrees, long height, void** to) {
     void* levels[2][kStripSlots];
-    for (void** lower = levels[height % 2]; height > 1; --height) {
-        void** end = open_level<part, false>(level, subtrees, known, lower);
-        known = subtrees = (end - lower) / 2;
+    for (; height > 1; --height) {
+        void** lower = levels[height % 2];
+        subtrees = open_inner_level<part>(level, subtrees, lower);
         level = lower;
-        lower = levels[height % 2 == 0];
     }
-    return open_level<part, true>(level, subtrees, known, to);
+    return open_level<part, true>(level, subtrees, to);
+}
+
+long black_height(const Tree* tree) {
+    long height = 0;
+    for (const Node* node = tree->root; node != &tree->nil; node = node->child[kLeft])
+        height += 1 - node->red;
+    return height;
 }
 
 template <Part part>
 void list_items(Tree* tree, void** items) {
-    long height = 0;
-    for (const Node* node = tree->root; node != &tree->nil; node = node->child[kLeft])
-        height += 1 - node->red;
     // A subtree of height h holds at least 2^h - 1 items, and one item stands behind it.
-    const long slots = 2 * (tree->count >> kStripHeight) + 2 + 2 * kSlack;
-    malloced<void*> levels(
-        static_cast<void**>(must_malloc(2 * slots * sizeof(void*), "level", MORVA_HERE)));
-    void** level = levels.get();
+    const long slots = 2 * (tree->count >> kStripHeight) + 2 + kSlack;
+    void* few[2 * kFewSlots];
+    malloced<void*> many;
+    if (slots > kFewSlots)
+        many.reset(
+            static_cast<void**>(must_malloc(2 * slots * sizeof(void*), "level", MORVA_HERE)));
+    void** level = many ? many.get() : few;
     void** lower = level + slots;
-    level[0] = tree->root;
+
+    for (long i = 0; i <= kAhead; ++i) level[2 * i] = tree->root;
     level[1] = nullptr;
     long subtrees = 1;
+    long height = black_height(tree);
     for (; height > kStripHeight; --height, std::swap(level, lower))
-        subtrees = (open_level<part, false>(level, subtrees, subtrees, lower) - lower) / 2;
+        subtrees = open_inner_level<part>(level, subtrees, lower);
     for (long i = 0; i < subtrees; i += kStripWidth) {
         const long width = std::min(kStripWidth, subtrees - i);
-        items = list_strip<part>(level + 2 * i, width, subtrees - i, height, items);
+        items = list_strip<part>(level + 2 * i, width, height, items);
     }
 }
 
@@ -107,7 +128,7 @@ Tbl* list_in_order(Tree* tree, Part part) {
     const long count = tree == nullptr ? 0 : tree->count;
     Tbl* list = newtbl(count);
     if (count == 0) return list;
-    const long slots = count + kSlack;
+    const long slots = count + kSpill;
     list->base = static_cast<char*>(must_malloc(slots * sizeof(void*), "tbl->base.cp", MORVA_HERE));
     auto** items = reinterpret_cast<void**>(list->base);
     if (part == Part::kKey)
