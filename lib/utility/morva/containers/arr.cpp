@@ -1,3 +1,5 @@
+// An Arr is a red-black tree whose keys are the array's own copies: short ones from the tree's
+// pool, longer ones from malloc. A node's key_room tells which.
 #include "morva/arr.h"
 
 #include <cstdlib>

@@ -34,9 +34,7 @@ extern "C" void diffarr(Arr* a, Arr* b, Tbl_compare key_compare, Tbl_compare val
                         void* private_data, Tbl* only_a, Tbl* only_b, Tbl* changed) {
     if (key_compare == nullptr) key_compare = compare_strings;
     if (value_compare == nullptr) value_compare = compare_values;
-    for (Tbl* list : {only_a, only_b, changed})
-        for (; list->count > 0;)
-            std::free(*reinterpret_cast<char**>(list->base + --list->count * 8));
+    for (Tbl* list : {only_a, only_b, changed}) clrtbl(list, std::free);
 
     Node* in_a = first_of(tree_of(a));
     Node* in_b = first_of(tree_of(b));
