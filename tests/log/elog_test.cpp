@@ -71,6 +71,28 @@ TEST_F(ElogRegister, LaysOutEverySortOfText) {
     EXPECT_EQ(text(), "\n");
 }
 
+// The frequent conversions do not go through the C library, but read the same.
+TEST_F(ElogRegister, FormatsAsTheCLibraryDoes) {
+    const auto same = [](auto... arguments) {
+        char expected[500];
+        void (*const unchecked)(int, const char*, ...) = elog_log;
+        int (*const print)(char*, size_t, const char*, ...) = snprintf;
+        print(expected, sizeof expected, arguments...);
+        unchecked(0, arguments...);
+        EXPECT_EQ(text(), std::string("prog: ") + expected + "\n");
+        elog_clear();
+    };
+    same("%s|%s|%s", "a", "", "long enough for more than a word");
+    same("%d|%d|%i|%u|%u", INT_MIN, 0, INT_MAX, UINT_MAX, 0u);
+    same("%ld|%li|%lu|%ld", LONG_MIN, LONG_MAX, ULONG_MAX, 0L);
+    same("%c|%%|%c%%", 'x', 'y');
+    same("%5d|%-5d|%05d|%+d|%x|%lx", 12, 12, 12, 12, 255, 255L);
+    same("%d %s %g %s", 1, "before", 2.5, "after what is not simple");
+    same("%.2s|%5s|%ls|%s", "abc", "abc", L"wide", static_cast<const char*>(nullptr));
+    same("%lld|%zu|%hhd|%p", 1LL, size_t{2}, 3, static_cast<void*>(nullptr));
+    same("%2$s %1$s", "world", "hello");
+}
+
 TEST_F(ElogRegister, CountsRepeatsOfTheLastTextOnly) {
     elog_log(0, "x");
     elog_log(0, "x\n");

@@ -26,10 +26,13 @@ bool count_repeat(const Draft& draft) {
 }
 
 void deliver_or_keep(int severity, const Elog_msg* message) {
-    Setting delivery;
-    copy_setting(delivery, state().severities[severity].delivery);
-    if (deliver(delivery, 0, message) || message == nullptr) return;
-    keep(*message);
+    const Setting& current = state().severities[severity].delivery;
+    if (*current != '\0') {
+        Setting delivery;  // a copy: it may be set while the lock is free
+        copy_setting(delivery, current);
+        if (deliver(delivery, 0, message)) return;
+    }
+    if (message != nullptr) keep(*message);
 }
 
 // True when the severity's debugger is to run.
@@ -61,7 +64,7 @@ void follow_up(int severity) {
 // Cuts the list without a look at who else is showing it.
 void drop_from(long n) {
     Busy busy;
-    trunctbl(state().messages, n, free_message);
+    trunctbl(state().messages, n, spare_message);
 }
 
 }  // namespace
@@ -90,7 +93,7 @@ void remove_span(const Span& span) {
     for (Span* other = state().spans; other != nullptr; other = other->next)
         other->end = std::min(other->end, std::max(span.start, other->start));
     Busy busy;
-    for (long i = 0; i < shown; ++i) free_message(deltbl(state().messages, span.start));
+    for (long i = 0; i < shown; ++i) spare_message(deltbl(state().messages, span.start));
 }
 
 }  // namespace morva::log

@@ -71,6 +71,8 @@ struct State {
     char* owned_name = nullptr;   // the copy that Program_Name points to after elog_init
     char** owned_argv = nullptr;  // likewise Argv
     Span* spans = nullptr;
+    Elog_msg* spares[16] = {};
+    int spare_count = 0;
     const Elog_msg* in_hand = nullptr;  // the message the callback is being offered
     long offered_from = 0;              // and the first message of the register it is offered
     Elog_orb_logger orb_logger = nullptr;
@@ -81,7 +83,10 @@ struct State {
 
 enum Initialised { kNever, kUnderWay, kDone };
 
-State& state();
+extern State g_state;
+inline State& state() {
+    return g_state;
+}
 
 // Holds the register's lock for a scope. Nests within a thread; keeps cancellation away while it is
 // held. A disturbed register must not be touched.
@@ -142,7 +147,10 @@ class Busy {
 };
 
 // Runs elog_init for a caller that came before it. Keeps errno.
-void initialise_if_needed();
+void initialise_for_caller();
+inline void initialise_if_needed() {
+    if (state().initialised.load(std::memory_order_acquire) != kDone) initialise_for_caller();
+}
 
 // --- One message, as it is made: its strings lie in this record, on the stack of the caller.
 struct Draft {
@@ -156,6 +164,9 @@ struct Draft {
 // strerror for several threads.
 void system_error(char (&to)[kSysSize], int error);
 
+// As vsnprintf, but -1 for a format it does not know or a text that does not fit.
+int format_simply(char* to, std::size_t size, const char* format, va_list given) MORVA_PRINTF(3, 0);
+
 void format_text(Draft& draft, const char* format, va_list arguments) MORVA_PRINTF(2, 0);
 
 // Completes a draft whose text is set: message, tag and system error (error 0: none).
@@ -167,6 +178,11 @@ bool repeats(const Elog_msg& last, const Draft& draft);
 // A copy with strings of its own, or null when memory runs out.
 Elog_msg* try_copy(const Elog_msg& message);
 void free_message(void* message);
+
+// The same for messages that the register keeps: some records stay at hand with their texts, since
+// the next message will want about the same.
+Elog_msg* try_keep(const Elog_msg& message);
+void spare_message(void* message);
 
 // Expands the tokens of a tag template; for a command, inserted words are quoted for the shell.
 enum class Purpose { kTag, kCommand };

@@ -160,7 +160,7 @@ void keep(const Elog_msg& message) {
     Elog_msg* copy = nullptr;
     {
         Busy busy;
-        if ((copy = try_copy(message)) != nullptr) {
+        if ((copy = try_keep(message)) != nullptr) {
             if (state().messages == nullptr) state().messages = newtbl(0);
             pushtbl(state().messages, copy);
             return;

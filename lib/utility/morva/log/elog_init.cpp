@@ -80,8 +80,7 @@ void tell(const Complaints& complaints) {
 
 }  // namespace
 
-void initialise_if_needed() {
-    if (state().initialised.load(std::memory_order_acquire) == kDone) return;
+void initialise_for_caller() {
     ErrnoSaver keep;
     Complaints complaints;
     {

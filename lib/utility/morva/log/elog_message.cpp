@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "base/memory.hpp"
 #include "base/ports.hpp"
@@ -46,6 +47,12 @@ class Expansion {
 
 using Word = char[1024];
 
+void copy_word(Word& word, const char* text) {
+    const std::size_t n = strnlen(text, sizeof word - 1);
+    std::memcpy(word, text, n);
+    word[n] = '\0';
+}
+
 void put_stamp(Word& word, const char* format, bool local) {
     if (!port::format_time(port::now(), format, local, word, sizeof word)) word[0] = '\0';
 }
@@ -61,10 +68,10 @@ struct Token {
     void (*make)(Word& word);
 };
 constexpr Token kTokens[] = {
-    {'P', [](Word& w) { std::snprintf(w, sizeof w, "%s", Program_Name); }},
+    {'P', [](Word& w) { copy_word(w, Program_Name); }},
     {'p', [](Word& w) { std::snprintf(w, sizeof w, "%d", static_cast<int>(getpid())); }},
-    {'r', [](Word& w) { std::snprintf(w, sizeof w, "%s", Argc > 0 ? Argv[0] : Program_Name); }},
-    {'d', [](Word& w) { std::snprintf(w, sizeof w, "%s", state().directory); }},
+    {'r', [](Word& w) { copy_word(w, Argc > 0 ? Argv[0] : Program_Name); }},
+    {'d', [](Word& w) { copy_word(w, state().directory); }},
     {'h',
      [](Word& w) {
          if (gethostname(w, sizeof w) != 0) w[0] = '\0';
@@ -102,6 +109,11 @@ void put_token(Expansion& out, char letter, Purpose purpose) {
     out.put(letter);
 }
 
+bool asks_for_stack(const char* text) {
+    constexpr std::string_view kMark = "*stack*";
+    return text[0] == '*' && std::strncmp(text, kMark.data(), kMark.size()) == 0;
+}
+
 char* try_copy_string(const char* text, bool* failed) {
     if (text == nullptr) return nullptr;
     const std::size_t bytes = std::strlen(text) + 1;
@@ -111,6 +123,17 @@ char* try_copy_string(const char* text, bool* failed) {
         return nullptr;
     }
     return static_cast<char*>(std::memcpy(copy, text, bytes));
+}
+
+// The text in a block that held an earlier text, if there is room for it, else in a new one.
+char* try_refill(char* block, const char* text, bool* failed) {
+    if (block != nullptr && text != nullptr) {
+        const std::size_t length = std::strlen(text);
+        if (length <= std::strlen(block))
+            return static_cast<char*>(std::memcpy(block, text, length + 1));
+    }
+    std::free(block);
+    return try_copy_string(text, failed);
 }
 
 }  // namespace
@@ -147,7 +170,8 @@ void format_text(Draft& draft, const char* format, va_list arguments) {
     int wanted = 0;
     draft.text[0] = '\0';
     if (format != nullptr && *format != '\0') {
-        wanted = std::vsnprintf(draft.text, kTextSize, format, arguments);
+        wanted = format_simply(draft.text, kTextSize, format, arguments);
+        if (wanted < 0) wanted = std::vsnprintf(draft.text, kTextSize, format, arguments);
         if (wanted < 0)  // a text that cannot be converted still tells where it comes from
             wanted = std::snprintf(draft.text, kTextSize, "%s", format);
     }
@@ -182,11 +206,8 @@ void complete(Draft& draft, int severity, int error) {
 }
 
 bool wants_stack(const Draft& draft) {
-    constexpr std::string_view kMark = "*stack*";
-    return state().severities[draft.message.severity].show_stack ||
-           std::strncmp(draft.text, kMark.data(), kMark.size()) == 0 ||
-           (draft.message.tag != nullptr &&
-            std::strncmp(draft.tag + 1, kMark.data(), kMark.size()) == 0);
+    return state().severities[draft.message.severity].show_stack || asks_for_stack(draft.text) ||
+           (draft.message.tag != nullptr && asks_for_stack(draft.tag + 1));
 }
 
 // The newline that a text leads with has moved to the tag of a record; it still counts.
@@ -218,6 +239,31 @@ void free_message(void* item) {
     std::free(message->msg);
     std::free(message->sys);
     std::free(message);
+}
+
+Elog_msg* try_keep(const Elog_msg& message) {
+    State& now = state();
+    if (now.spare_count == 0) return try_copy(message);
+    Elog_msg* spare = now.spares[--now.spare_count];
+    bool failed = false;
+    char* const tag = try_refill(spare->tag, message.tag, &failed);
+    char* const text = try_refill(spare->msg, message.msg, &failed);
+    *spare = message;
+    spare->tag = tag;
+    spare->msg = text;
+    spare->sys = try_copy_string(message.sys, &failed);
+    if (!failed) return spare;
+    free_message(spare);
+    return nullptr;
+}
+
+void spare_message(void* item) {
+    State& now = state();
+    Elog_msg* message = static_cast<Elog_msg*>(item);
+    if (now.spare_count == std::ssize(now.spares) || message == nullptr)
+        return free_message(message);
+    std::free(message->sys);
+    now.spares[now.spare_count++] = message;
 }
 
 }  // namespace morva::log

@@ -7,9 +7,11 @@
 #include "log/elog.hpp"
 
 namespace morva::log {
-namespace {
 
 constinit State g_state;
+
+namespace {
+
 static_assert(std::is_trivially_destructible_v<State>, "programs log while they exit");
 constinit pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -70,10 +72,6 @@ void release_in_child() {
 }
 
 }  // namespace
-
-State& state() {
-    return g_state;
-}
 
 Locked::Locked() {
     take();
