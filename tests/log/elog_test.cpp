@@ -82,13 +82,15 @@ TEST_F(ElogRegister, FormatsAsTheCLibraryDoes) {
         EXPECT_EQ(text(), std::string("prog: ") + expected + "\n");
         elog_clear();
     };
+    const char* volatile null = nullptr;
+    const char* const nowhere = null;  // the compiler is not to know
     same("%s|%s|%s", "a", "", "long enough for more than a word");
     same("%d|%d|%i|%u|%u", INT_MIN, 0, INT_MAX, UINT_MAX, 0u);
     same("%ld|%li|%lu|%ld", LONG_MIN, LONG_MAX, ULONG_MAX, 0L);
     same("%c|%%|%c%%", 'x', 'y');
     same("%5d|%-5d|%05d|%+d|%x|%lx", 12, 12, 12, 12, 255, 255L);
     same("%d %s %g %s", 1, "before", 2.5, "after what is not simple");
-    same("%.2s|%5s|%ls|%s", "abc", "abc", L"wide", static_cast<const char*>(nullptr));
+    same("%.2s|%5s|%ls|%s", "abc", "abc", L"wide", nowhere);
     same("%lld|%zu|%hhd|%p", 1LL, size_t{2}, 3, static_cast<void*>(nullptr));
     same("%2$s %1$s", "world", "hello");
 }
