@@ -107,7 +107,7 @@ TEST(Names, AreWholeOrRefused) {
     char host[300];
     ASSERT_EQ(::gethostname(host, sizeof host), 0);
     const passwd* user = ::getpwuid(::geteuid());
-    ASSERT_NE(user, nullptr);
+    if (user == nullptr) GTEST_SKIP() << "the user has no entry";
     const Case cases[] = {
         {"host", my_hostname, host},
         {"user", my_username, user->pw_name},
@@ -131,9 +131,9 @@ TEST(Names, AreWholeOrRefused) {
 
 TEST(Names, OfUnknownHostsAreErrors) {
     char address[64] = "untouched";
-    for (const char* name : {"", "no such host", "256.256.256.256.1"}) {
+    for (const std::string& name : {std::string(), std::string(100, 'a'), std::string(5000, 'b')}) {
         errno = 0;
-        EXPECT_EQ(name2ip(name, address, sizeof address), -1) << name;
+        EXPECT_EQ(name2ip(name.c_str(), address, sizeof address), -1) << name;
         EXPECT_NE(errno, 0) << name;
     }
     EXPECT_EQ(name2ip(nullptr, address, sizeof address), -1);

@@ -40,7 +40,8 @@ void find(Path* path) {
     }
     // Without /proc: the name that the program was started by.
     const auto* given = reinterpret_cast<const char*>(::getauxval(AT_EXECFN));
-    if (given != nullptr && std::strlen(given) <= PATH_MAX) std::strcpy(path->text, given);
+    if (given != nullptr && std::strlen(given) < sizeof path->text)
+        std::memcpy(path->text, given, std::strlen(given) + 1);
 }
 
 #else

@@ -1,10 +1,9 @@
 // Names of signals.
 #include <signal.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <cstring>
 #include <string_view>
 
 #include "skerrows.h"
@@ -64,15 +63,20 @@ int fail() {
     return -1;
 }
 
+// `text` and the number, if not 0. Without stdio, for signal handlers.
+void write_name(char* name, std::string_view text, int number) {
+    char* end = name + text.copy(name, text.size());
+    if (number != 0) end = std::to_chars(end, name + SIG2STR_MAX - 1, number).ptr;
+    *end = '\0';
+}
+
 int name_real_time(int signo, Range range, char* name) {
     if (signo < range.first || signo > range.last) return fail();
     const int up = signo - range.first, down = range.last - signo;
     if (up == 0 || down == 0)
-        std::strcpy(name, up == 0 ? "RTMIN" : "RTMAX");
-    else if (up <= down)
-        std::snprintf(name, SIG2STR_MAX, "RTMIN+%d", up);
+        write_name(name, up == 0 ? "RTMIN" : "RTMAX", 0);
     else
-        std::snprintf(name, SIG2STR_MAX, "RTMAX-%d", down);
+        write_name(name, up <= down ? "RTMIN+" : "RTMAX-", std::min(up, down));
     return 0;
 }
 
@@ -105,8 +109,7 @@ extern "C" {
 int sig2str(int signo, char* name) {
     for (const Row& row : kRows)
         if (row.signo == signo) {
-            std::memcpy(name, row.name.data(), row.name.size());
-            name[row.name.size()] = '\0';
+            write_name(name, row.name, 0);
             return 0;
         }
     return name_real_time(signo, real_time(), name);
