@@ -94,7 +94,8 @@ uint64_t label_area(const char* map) {
 
 // alloc_end, allowing for a process that was killed between its stores into window and alloc_end.
 int64_t settled_end(const Tbl& record) {
-    return record.count - record.alloc_end == 1 ? record.count : record.alloc_end;
+    return record.count > 0 && record.alloc_end == record.count - 1 ? record.count
+                                                                    : record.alloc_end;
 }
 
 // Fills in what lies behind the label. Gives what is wrong, or null.

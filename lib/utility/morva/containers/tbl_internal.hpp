@@ -74,6 +74,10 @@ void fill_null(Tbl* tbl, int64_t from, int64_t to);
 // Stores an item in a slot; a null item of a direct list stands for the null value.
 void store_item(Tbl* tbl, char* slot, const void* item);
 
+// Item i as a terminated string: itself, or a copy in `copy` when its slot leaves no room for the
+// terminator. Null for a null item.
+const char* string_of(const Tbl* tbl, int64_t i, String* copy);
+
 // Whether cattbl may append `from` to `to`; registers the reason when not.
 bool can_be_joined(const Tbl* to, const Tbl* from);
 

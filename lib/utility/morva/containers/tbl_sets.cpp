@@ -20,11 +20,12 @@ struct ArrFree {
 Tbl* select(Tbl* items, Tbl* others, bool members) {
     const std::unique_ptr<Arr, ArrFree> set(arrtbl(others));
     Tbl* selected = newtbl(0);
+    String copy;
     for (long i = 0; i < maxtbl(items); ++i) {
-        void* item = tbl_item(items, i);
-        if (item == nullptr) continue;
-        const bool member = getarr(set.get(), static_cast<char*>(item)) != nullptr;
-        if (member == members) pushtbl(selected, item);
+        const char* text = string_of(items, i, &copy);
+        if (text == nullptr) continue;
+        const bool member = getarr(set.get(), text) != nullptr;
+        if (member == members) pushtbl(selected, tbl_item(items, i));
     }
     return selected;
 }
@@ -36,24 +37,28 @@ int compare_strings(void* a, void* b, void*) {
 // Walks over the strings of a list, null items left out.
 class Strings {
   public:
-    explicit Strings(Tbl* tbl) : tbl_(tbl) { skip_null(); }
-    bool more() const { return i_ < maxtbl(tbl_); }
-    char* get() const { return static_cast<char*>(tbl_item(tbl_, i_)); }
-    void copy_to(Tbl* result) {
-        if (result != nullptr) pushtbl(result, must_strdup(get(), "s", MORVA_HERE));
-        step();
-    }
+    explicit Strings(Tbl* tbl) : tbl_(tbl) { find(); }
+    bool more() const { return text_ != nullptr; }
+    char* get() const { return const_cast<char*>(text_); }
     void step() {
         ++i_;
-        skip_null();
+        find();
+    }
+    void move_to(Tbl* result) {
+        if (result != nullptr) pushtbl(result, must_strdup(text_, "s", MORVA_HERE));
+        step();
     }
 
   private:
-    void skip_null() {
-        while (more() && get() == nullptr) ++i_;
+    void find() {
+        text_ = nullptr;
+        for (; i_ < maxtbl(tbl_) && text_ == nullptr; i_ += text_ == nullptr)
+            text_ = string_of(tbl_, i_, &copy_);
     }
     Tbl* tbl_;
     long i_ = 0;
+    const char* text_ = nullptr;
+    String copy_;
 };
 
 }  // namespace
@@ -66,8 +71,9 @@ extern "C" {
 
 Arr* arrtbl(Tbl* tbl) {
     Arr* set = newarr(nullptr);
+    String copy;
     for (long i = 0; i < maxtbl(tbl); ++i)
-        if (void* item = tbl_item(tbl, i)) setarr(set, static_cast<char*>(item), kMember);
+        if (const char* text = string_of(tbl, i, &copy)) setarr(set, text, kMember);
     return set;
 }
 
@@ -93,16 +99,16 @@ void difftbl(Tbl* a, Tbl* b, Tbl_compare compare, void* private_data, Tbl* only_
     while (left.more() && right.more()) {
         const int order = compare(left.get(), right.get(), private_data);
         if (order > 0) {
-            right.copy_to(only_b);
+            right.move_to(only_b);
         } else if (order < 0) {
-            left.copy_to(only_a);
+            left.move_to(only_a);
         } else {
-            left.copy_to(both);
+            left.move_to(both);
             right.step();
         }
     }
-    while (left.more()) left.copy_to(only_a);
-    while (right.more()) right.copy_to(only_b);
+    while (left.more()) left.move_to(only_a);
+    while (right.more()) right.move_to(only_b);
 }
 
 }  // extern "C"

@@ -7,6 +7,13 @@
 #include "morva/tbl.h"
 
 namespace morva::list {
+
+const char* string_of(const Tbl* tbl, int64_t i, String* copy) {
+    const char* text = static_cast<const char*>(tbl_item(tbl, i));
+    if (!tbl->direct || std::memchr(text, 0, tbl->itemsize) != nullptr) return text;
+    return copy->assign(text, tbl->itemsize).c_str();
+}
+
 namespace {
 
 // Item i as text. A null item is an empty text; one in a by-value list ends with its slot at the
@@ -15,14 +22,6 @@ std::string_view text_of(const Tbl* tbl, int64_t i) {
     const char* text = static_cast<const char*>(tbl_item(tbl, i));
     if (text == nullptr) return {};
     return {text, tbl->direct ? strnlen(text, tbl->itemsize) : std::strlen(text)};
-}
-
-// Item i as a terminated string: itself, or a copy in `copy` when its slot leaves no room for the
-// terminator. Null for a null item.
-const char* string_of(const Tbl* tbl, int64_t i, String* copy) {
-    const char* text = static_cast<const char*>(tbl_item(tbl, i));
-    if (!tbl->direct || std::memchr(text, 0, tbl->itemsize) != nullptr) return text;
-    return copy->assign(text, tbl->itemsize).c_str();
 }
 
 void push_index(Tbl* tbl, int64_t i) {
