@@ -321,7 +321,7 @@ TEST_P(TblDeathTest, NamesWhatEachAllocationWasFor) {
     const auto run = [](long nth, bool from_then_on) {
         morva::fail_allocation(nth, from_then_on);
         GetParam().body();
-        std::exit(0);
+        ::_exit(0);
     };
     long nth = 1;
     for (const std::string& what : GetParam().words) {

@@ -78,10 +78,10 @@ bool map_part(char* mapaddr, int fd, std::size_t from, std::size_t to) {
 // end near the stack and keep it from growing.
 bool acceptable(const char* wanted) {
     const char here = 0;
-    const auto distance =
-        reinterpret_cast<std::uintptr_t>(&here) - reinterpret_cast<std::uintptr_t>(wanted);
-    return wanted != nullptr && reinterpret_cast<std::uintptr_t>(wanted) % page_size() == 0 &&
-           distance > kGenerous + kGenerous / 8;
+    const auto stack = reinterpret_cast<std::uintptr_t>(&here);
+    const auto address = reinterpret_cast<std::uintptr_t>(wanted);
+    return address > page_size() && address % page_size() == 0 &&
+           stack - address > kGenerous + kGenerous / 8;
 }
 
 char* map_growing(int fd, std::size_t size, char* wanted) {
