@@ -64,13 +64,10 @@ void* must_malloc(std::size_t bytes, const char* what, Site site) {
 }
 
 void* must_calloc(std::size_t count, std::size_t size, const char* what, Site site) {
-    const bool empty = count == 0 || size == 0;
-    void* block = empty ? try_calloc(1, 1) : try_calloc(count, size);
-    if (block == nullptr) {
-        std::size_t bytes = 0;
-        if (__builtin_mul_overflow(count, size, &bytes)) bytes = SIZE_MAX;
-        out_of_memory(bytes, what, site);
-    }
+    std::size_t bytes = 0;
+    if (__builtin_mul_overflow(count, size, &bytes)) out_of_memory(SIZE_MAX, what, site);
+    void* block = try_calloc(1, bytes > 0 ? bytes : 1);
+    if (block == nullptr) out_of_memory(bytes, what, site);
     return block;
 }
 
