@@ -208,11 +208,10 @@ void print_totals(const Totals& totals) {
         line += ": " + counted(totals.bad_sections, "bad section") + ", " +
                 counted(totals.bad_files, "bad file");
     if (totals.skipped > 0) {
-        line += ", " + counted(totals.skipped, "section") + " skipped (";
         Tbl* names = keysarr(totals.formats);
-        for (long i = 0; i < maxtbl(names); ++i)
-            line += std::string(i > 0 ? ", " : "") + static_cast<char*>(gettbl(names, i));
-        line += ")";
+        char* list = jointbl(names, ", ");
+        line += ", " + counted(totals.skipped, "section") + " skipped (" + list + ")";
+        std::free(list);
         freetbl(names, nullptr);
     }
     if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0)
