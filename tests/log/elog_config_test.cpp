@@ -128,6 +128,34 @@ TEST(ElogConfig, EveryInitReadsTheEnvironmentAgain) {
     EXPECT_EQ(setting(ELOG_DELIVER, ELOG_DIE), "log");
 }
 
+// What the reader of the parameter file will hand over.
+TEST(ElogConfig, TakesSettingsOfTheParameterFile) {
+    elog_init(0, nullptr);
+    elog_set(ELOG_DELIVER, ELOG_DIE, text_value("log"));
+    const struct {
+        const char *key, *entry, *value;
+    } rows[] = {
+        {"ELOG_MAXMSG", nullptr, "12x"},     {"t_format", nullptr, "%H"},
+        {"u_format", nullptr, "%Y"},         {"ELOG_SIGNALS", nullptr, "SYS"},
+        {"ELOG_WAIT", nullptr, "later"},     {"other", nullptr, "ignored"},
+        {"ELOG_DELIVER", "", nullptr},       {"ELOG_DELIVER", "complain", "stdout"},
+        {"ELOG_DELIVER", "nobody", "x"},     {"ELOG_DEBUG", "", nullptr},
+        {"ELOG_DEBUG", "notify", "command"}, {"other", "log", "ignored"},
+    };
+    for (const auto& row : rows) morva::log::take_setting(nullptr, row.key, row.entry, row.value);
+    EXPECT_EQ(Max_msg, 12);
+    EXPECT_STREQ(state().t_format, "%H");
+    EXPECT_STREQ(state().u_format, "%Y");
+    EXPECT_STREQ(state().wait, "later");
+    EXPECT_EQ(setting(ELOG_SIGNALS, 0), "SYS");
+    EXPECT_EQ(settings(ELOG_DELIVER), (std::vector<std::string>{"", "stderr", "stderr", "stderr",
+                                                                "stdout", "stderr", "stderr"}))
+        << "an array that leaves a severity out gives it the default";
+    EXPECT_EQ(settings(ELOG_DEBUG),
+              (std::vector<std::string>{"", "", "command", "", "", "gdb %r %p", "gdb %r %p"}));
+    EXPECT_EQ(settings(ELOG_TAG), kTags);
+}
+
 TEST(ElogConfig, AProcessWithMoreRightsSeesNoEnvironment) {
     const Env deliver("ELOG_DELIVER", "/tmp/no"), debug("ELOG_DEBUG", "no"),
         limit("ELOG_MAXMSG", "1"), stack("ELOG_STACK", "l"), tag("ELOG_TAG", "no"),

@@ -154,6 +154,13 @@ TEST_F(ElogDelivery, TakesARecordFromTheCaller) {
 }
 
 TEST_F(ElogDelivery, TellsOfAStreamThatFails) {
+    const kit::Ended ended = kit::in_child([] {
+        if (freopen("/dev/full", "w", stdout) == nullptr) return 1;
+        deliver_to(ELOG_NOTIFY, "stdout");
+        elog_notify(0, "b");
+        return 0;
+    });
+    EXPECT_EQ(ended.errors, "fflush() failed: 28 : No space left on device\nprog: b\n");
     FILE* full = fopen("/dev/full", "w");
     elog_log(0, "a");
     EXPECT_EQ(kit::captured(2, [&] { EXPECT_EQ(elog_print(full, 0), -1); }),

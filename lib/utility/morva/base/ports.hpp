@@ -15,8 +15,7 @@ int make_pathdirs(const char* path);
 using TakeSetting = void (*)(void* taker, const char* key, const char* entry, const char* value);
 bool read_register_settings(TakeSetting take, void* taker);
 
-// The current time, and a time as text. False when the text does not fit. (time/)
-double now();
+// A time as text. False when the text does not fit. (time/)
 bool format_time(double epoch, const char* format, bool local, char* text, std::size_t size);
 
 // Writes the gravesite, if there is one. 0, or -1 with the reason told. (process/)

@@ -226,6 +226,8 @@ struct Complaints {
     void add(const char* text) { rest[count++] = text; }
 };
 Complaints load_configuration(bool first_time);
+// Takes one setting of the parameter file, as port::read_register_settings hands it over.
+void take_setting(void*, const char* key, const char* entry, const char* value);
 void copy_setting(Setting& to, std::string_view text);
 
 // Takes over the signals that a colon-separated list names and gives back the others. A signal that

@@ -143,12 +143,6 @@ void take_text(const char* key, const char* value) {
     if (std::strcmp(key, "u_format") == 0) take_long(now.u_format, value);
 }
 
-void take_setting(void*, const char* key, const char* entry, const char* value) {
-    if (entry == nullptr) return take_text(key, value);
-    for (const Kind* kind : {&kDeliver, &kTag, &kDebug})
-        if (std::strcmp(key, kind->variable) == 0) take_entry(*kind, entry, value);
-}
-
 Complaints read_environment() {
     Complaints complaints;
     const auto get = state().environment;
@@ -168,6 +162,12 @@ void copy_setting(Setting& to, std::string_view text) {
     const std::size_t n = std::min(text.size(), kSettingLength);
     std::memmove(to, text.data(), n);
     to[n] = '\0';
+}
+
+void take_setting(void*, const char* key, const char* entry, const char* value) {
+    if (entry == nullptr) return take_text(key, value);
+    for (const Kind* kind : {&kDeliver, &kTag, &kDebug})
+        if (std::strcmp(key, kind->variable) == 0) take_entry(*kind, entry, value);
 }
 
 Complaints load_configuration(bool first_time) {

@@ -53,8 +53,10 @@ void report(Delivery& delivery, const char* trouble, std::string_view word) {
 }
 
 void to_stream(Delivery& delivery, FILE* stream) {
-    print_batch(stream, delivery.batch());
-    delivery.shown = true;
+    if (print_batch(stream, delivery.batch()) == 0 || stream == stderr)
+        delivery.shown = true;
+    else
+        delivery.failed = true;
 }
 
 // A word with a terminating zero; empty when it is too long for that.

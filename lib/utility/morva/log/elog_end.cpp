@@ -1,4 +1,5 @@
 // What follows a fatal message: the debugger, the burial, the exit.
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -42,6 +43,7 @@ void forget_other_threads_end() {
 
 void end_program() {
     leave_lock();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     wait_unless_first();
     if (t_stage == Stage::kAlive) {
         t_stage = Stage::kBurying;

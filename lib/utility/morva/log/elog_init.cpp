@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "base/memory.hpp"
-#include "base/ports.hpp"
 #include "base/posix.hpp"
 #include "log/elog.hpp"
 
@@ -64,7 +63,7 @@ Complaints initialise(int argc, char** argv) {
     const bool first_time = now.initialised.load(std::memory_order_relaxed) == kNever;
     if (first_time) {
         now.initialised.store(kUnderWay, std::memory_order_relaxed);
-        now.started = port::now();
+        now.started = std_now();
     }
     record_command_line(argc, argv);
     const Complaints complaints = load_configuration(first_time);
@@ -119,11 +118,12 @@ void elog_commandline(void) {
 char* elog_commandline_str(void) {
     initialise_if_needed();
     Locked lock;
+    const int count = Argv != nullptr ? Argc : 0;
     std::size_t size = 1;
-    for (int i = 0; i < Argc && Argv[i] != nullptr; ++i) size += std::strlen(Argv[i]) + 1;
+    for (int i = 0; i < count && Argv[i] != nullptr; ++i) size += std::strlen(Argv[i]) + 1;
     char* buf = static_cast<char*>(morva::must_malloc(size, "buf", MORVA_HERE));
     char* at = buf;
-    for (int i = 0; i < Argc && Argv[i] != nullptr; ++i) {
+    for (int i = 0; i < count && Argv[i] != nullptr; ++i) {
         if (i > 0) *at++ = ' ';
         at = stpcpy(at, Argv[i]);
     }

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "base/memory.hpp"
-#include "base/ports.hpp"
 #include "log/elog.hpp"
 
 namespace morva::log {
@@ -129,7 +128,7 @@ std::size_t put_batch(char* to, std::size_t size, const Batch& batch, double tim
 
 // One write of all lines. False when that does not succeed; then the usual delivery shows them.
 bool write_lines(FILE* stream, const Batch& batch) {
-    const double time = port::now();
+    const double time = std_now();
     const std::size_t size = put_batch(nullptr, 0, batch, time);
     Busy busy;
     malloced<char> lines(static_cast<char*>(try_malloc(size + 1)));

@@ -54,12 +54,12 @@ void copy_word(Word& word, const char* text) {
 }
 
 void put_stamp(Word& word, const char* format, bool local) {
-    if (!port::format_time(port::now(), format, local, word, sizeof word)) word[0] = '\0';
+    if (!port::format_time(std_now(), format, local, word, sizeof word)) word[0] = '\0';
 }
 
 double seconds_since_reference() {
     const State& now = state();
-    return port::now() - (now.reference_time >= 0 ? now.reference_time : now.started);
+    return std_now() - (now.reference_time >= 0 ? now.reference_time : now.started);
 }
 
 // The tokens of templates, a letter and how its word is made.
@@ -70,7 +70,8 @@ struct Token {
 constexpr Token kTokens[] = {
     {'P', [](Word& w) { copy_word(w, Program_Name); }},
     {'p', [](Word& w) { std::snprintf(w, sizeof w, "%d", static_cast<int>(getpid())); }},
-    {'r', [](Word& w) { copy_word(w, Argc > 0 ? Argv[0] : Program_Name); }},
+    {'r',
+     [](Word& w) { copy_word(w, Argv != nullptr && Argv[0] != nullptr ? Argv[0] : Program_Name); }},
     {'d', [](Word& w) { copy_word(w, state().directory); }},
     {'h',
      [](Word& w) {

@@ -1,19 +1,11 @@
 // How the register stands alone: stamps by the C library, no parameter file, no gravesite. The
 // families that know better take over a port by defining it in their own source instead.
-#include <sys/time.h>
-
 #include <cmath>
 #include <ctime>
 
 #include "base/ports.hpp"
 
 namespace morva::port {
-
-double now() {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
 
 // The layout is a setting.
 #pragma GCC diagnostic push

@@ -62,8 +62,13 @@ std::size_t exact_size(const Batch& batch) {
     return size;
 }
 
-char* lay_out(const Batch& batch, char* at) {
+// Lays the text out between `at` and `end` and returns its end. A text that is longer than it was
+// when it was measured has been changed behind the register's back.
+char* lay_out(const Batch& batch, char* at, const char* end) {
     each_piece(batch, [&](const char* piece, std::size_t n) {
+        if (n > static_cast<std::size_t>(end - at))
+            elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n",
+                     "text longer than its computed size", __FILE_NAME__, __LINE__);
         std::memcpy(at, piece, n);
         at += n;
     });
@@ -76,7 +81,7 @@ bool put_batch(const Out& out, const Batch& batch) {
     char small[4096];
     const std::size_t size = exact_size(batch);
     if (size <= sizeof small) {
-        lay_out(batch, small);
+        lay_out(batch, small, small + size);
         return put(out, small, size);
     }
     char* large = nullptr;
@@ -86,7 +91,7 @@ bool put_batch(const Out& out, const Batch& batch) {
     }
     bool good = true;
     if (large != nullptr) {
-        lay_out(batch, large);
+        lay_out(batch, large, large + size);
         good = put(out, large, size);
         Busy busy;
         std::free(large);
@@ -121,7 +126,7 @@ char* try_layout(const Batch& batch) {
     if (!batch.frugal) busy.emplace();
     const std::size_t size = layout_size(batch);
     char* text = static_cast<char*>(try_malloc(size));
-    if (text != nullptr) *lay_out(batch, text) = '\0';
+    if (text != nullptr) *lay_out(batch, text, text + size - 1) = '\0';
     return text;
 }
 
