@@ -177,9 +177,10 @@ void sort_inline(State& state) {
 
 struct SearchWork {
     std::vector<int> sorted, keys;
-    explicit SearchWork(long count) : sorted(random_ints(count)), keys(sorted) {
+    explicit SearchWork(long count) : sorted(random_ints(count)), keys(1 << 16) {
+        bench::Random random(3);
+        for (int& key : keys) key = sorted[random() % sorted.size()];
         std::sort(sorted.begin(), sorted.end());
-        std::shuffle(keys.begin(), keys.end(), bench::Random(3));
     }
 };
 
@@ -223,19 +224,23 @@ std::vector<std::string> words(long count) {
     return words;
 }
 
+void count_bytes(State& state, const std::vector<std::string>& words) {
+    std::size_t bytes = 0;
+    for (const std::string& word : words) bytes += word.size() + 1;
+    state.SetBytesProcessed(state.iterations() * static_cast<long>(bytes));
+}
+
 void join_morva(State& state) {
     std::vector<std::string> list = words(state.range(0));
     Tbl* tbl = newtbl(0);
     for (std::string& word : list) pushtbl(tbl, word.data());
-    std::size_t bytes = 0;
     for (auto _ : state) {
         char* joined = jointbl(tbl, " ");
         benchmark::DoNotOptimize(joined);
-        bytes += std::char_traits<char>::length(joined);
         std::free(joined);
     }
     freetbl(tbl, nullptr);
-    state.SetBytesProcessed(static_cast<long>(bytes));
+    count_bytes(state, list);
 }
 
 #ifdef MORVA_PEER_GLIB
@@ -244,14 +249,12 @@ void join_glib(State& state) {
     std::vector<char*> pointers;
     for (std::string& word : list) pointers.push_back(word.data());
     pointers.push_back(nullptr);
-    std::size_t bytes = 0;
     for (auto _ : state) {
         char* joined = g_strjoinv(" ", pointers.data());
         benchmark::DoNotOptimize(joined);
-        bytes += std::char_traits<char>::length(joined);
         g_free(joined);
     }
-    state.SetBytesProcessed(static_cast<long>(bytes));
+    count_bytes(state, list);
 }
 #endif
 

@@ -47,6 +47,9 @@ void shell_sort(Items items, int64_t count, Tbl_compare compare, void* private_d
     }
 }
 
+// Items in ranges longer than this are not likely to be in the nearest cache.
+constexpr int64_t kFarApart = 1024;
+
 // Binary search in a list, in the manner of the three searches of searchtbl.
 class Search {
   public:
@@ -55,8 +58,16 @@ class Search {
 
     int compare(int64_t i) const { return compare_(key_, tbl_slot(tbl_, i), private_); }
 
-    // The first item of lo .. hi that equals the key; `hi` is known to.
+    // Starts to load both items that may be compared next.
+    void fetch_halves(int64_t lo, int64_t mid, int64_t hi) const {
+        __builtin_prefetch(tbl_slot(tbl_, (lo + mid) / 2));
+        __builtin_prefetch(tbl_slot(tbl_, (mid + hi) / 2));
+    }
+
+    // The first item of lo .. hi that equals the key; `hi` is known to. Mostly it is alone, so its
+    // neighbour is asked first.
     int64_t first_equal(int64_t lo, int64_t hi) const {
+        if (lo < hi && compare(hi - 1) != 0) return hi;
         while (lo < hi) {
             const int64_t mid = lo + (hi - lo) / 2;
             if (compare(mid) == 0) {
@@ -70,6 +81,7 @@ class Search {
 
     // The last item of lo .. hi that equals the key; `lo` is known to.
     int64_t last_equal(int64_t lo, int64_t hi) const {
+        if (lo < hi && compare(lo + 1) != 0) return lo;
         while (lo < hi) {
             const int64_t mid = lo + (hi - lo + 1) / 2;
             if (compare(mid) == 0) {
@@ -93,16 +105,23 @@ struct Run {
     int64_t last;
 };
 
+// Which half the key is in, nobody can predict. Where items are close the next bounds are computed
+// without a branch; where they are far apart a guess is better, because it lets the load of the
+// next item begin early.
 Run find_run(const Search& search, int64_t count) {
     int64_t lo = 0, hi = count - 1;
     while (lo <= hi) {
         const int64_t mid = lo + (hi - lo) / 2;
+        const bool far = hi - lo > kFarApart;
+        if (far) search.fetch_halves(lo, mid, hi);
         const int order = search.compare(mid);
         if (order == 0) return {search.first_equal(lo, mid), search.last_equal(mid, hi)};
-        if (order > 0) {
-            lo = mid + 1;
+        if (far) {
+            order > 0 ? lo = mid + 1 : hi = mid - 1;
         } else {
-            hi = mid - 1;
+            const int64_t upper = -static_cast<int64_t>(order > 0);
+            lo += (mid + 1 - lo) & upper;
+            hi += (mid - 1 - hi) & ~upper;
         }
     }
     return {lo, lo - 1};
