@@ -26,13 +26,15 @@
 
 MORVA_BEGIN
 
-/* Encodes `nsamp` samples. Second differences and the first two values wrap at 32 bits, so every
- * series comes back as it was. 0 samples give an empty line and the checksum line.
- * *text is reused when *buffer_size, in bytes, is at least nsamp*7*1.0123456790123457 + 21, and at
- * least 7*nsamp + 7*nsamp/80 + 21, which is larger from some 4,663 samples on. Otherwise it is
+/* Encodes `nsamp` samples. Second differences wrap at 32 bits, so every series comes back as it
+ * was. 0 samples give an empty line and the checksum line.
+ *
+ * *text is reused when *buffer_size, in bytes, is at least nsamp*7*1.0123456790123457 + 21 and at
+ * least 7*nsamp + 7*nsamp/80 + 21, which long series of the longest values need. Otherwise it is
  * freed (unless *buffer_size is 0), a zeroed one of that size takes its place, and *buffer_size
- * tells it. *nbytes becomes the length of the text, which also ends with a zero byte that is not
- * counted. 0. A negative count, or a series whose text is longer than an int can tell, is -1 with
+ * tells the size. *nbytes becomes the length of the text; a zero byte follows it, not counted.
+ *
+ * Returns 0. A negative count, or a series whose text is longer than an int can tell, gives -1 with
  * the reason registered and all arguments unchanged. */
 MORVA_API int cm6(const int32_t* samples, int nsamp, char** text, int* nbytes, int* buffer_size);
 
@@ -41,9 +43,12 @@ MORVA_API int cm6(const int32_t* samples, int nsamp, char** text, int* nbytes, i
  * not end with a zero byte, no byte behind text[nbytes-1] is read, and any bytes are safe to give.
  * Lines may be of any length and end with a newline or a carriage return and newline; a blank
  * between two values ends the data, as in a last line padded with blanks; a blank, tab or line end
- * inside a value is skipped. *samples is reused when *buffer_size, in samples, is at least
- * `nbytes`, otherwise freed (unless *buffer_size is 0) and replaced by a zeroed buffer of `nbytes`
- * samples. The number of samples, which *nsamp becomes too; or -1 with the reason registered and
+ * inside a value is skipped.
+ *
+ * *samples is reused when *buffer_size, in samples, is at least `nbytes`, otherwise freed (unless
+ * *buffer_size is 0) and replaced by a zeroed buffer of `nbytes` samples.
+ *
+ * Returns the number of samples, which *nsamp becomes too; or -1 with the reason registered and
  * *nsamp unchanged: no checksum line or no number in it, a character outside the alphabet, data
  * that end inside a value, a blank before the first value, or a number other than the checksum of
  * the samples. A number below 0 or beyond 32 bits is never the checksum. */
@@ -69,8 +74,9 @@ typedef struct Um6_verdict {
 
 /* As um6, but hands back every sample that decodes and the verdict apart from them: what is left of
  * a damaged message can be used, and a wrong checksum can be told from lost data.
- * The number of samples, perhaps 0, which *nsamp becomes too, with *verdict filled; nothing is
- * registered. -1 with the reason registered only for a negative `nbytes` or a null text. */
+ *
+ * Returns the number of samples, perhaps 0, which *nsamp becomes too, with *verdict filled; nothing
+ * is registered. -1 with the reason registered only for a negative `nbytes` or a null text. */
 MORVA_API int um6_anyway(const char* text, int nbytes, int32_t** samples, int* nsamp,
                          int* buffer_size, Um6_verdict* verdict);
 
@@ -85,11 +91,12 @@ MORVA_API void stuff(int32_t value, char** cursor);
 
 /* Reads one value at *cursor, where *remaining characters are left, and moves the cursor and lowers
  * *remaining by the characters read, also those that are skipped. Never reads behind them.
- * The number of errors, 0 for a good value: one for a blank (which is read, the value is 0) or the
- * end of the text in place of the first character; one for each character outside the alphabet,
- * which then counts as 63, so that the value goes on; one for a value without other errors that the
- * end of the text cuts off. Bits beyond the 32nd of an endless value are lost. Nothing is
- * registered. */
+ *
+ * Returns the number of errors, 0 for a good value: one for a blank (which is read; the value is 0)
+ * or the end of the text in place of the first character; one for each character outside the
+ * alphabet, which then counts as having all bits set, so that the value goes on; one for a value
+ * without other errors that the end of the text cuts off. Bits beyond the 32nd of an endless value
+ * are lost. Nothing is registered. */
 MORVA_API int unstuff(int32_t* value, char** cursor, int* remaining);
 
 /* Does nothing: the decoding table is made when the library is built, and needs no call before
