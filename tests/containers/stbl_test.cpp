@@ -82,6 +82,19 @@ TEST(Stbl, BehavesLikeASetUnderRandomOperations) {
     freestbl(stbl, nullptr);
 }
 
+// A caller may free an item that it deleted: the list is not searched with it any more.
+TEST(Stbl, ForgetsDeletedItemsAtOnce) {
+    Stbl* stbl = newstbl(nullptr);
+    for (const char* word : {"b", "d", "f"}) addstbl(stbl, strdup(word));
+    EXPECT_EQ(maxstbl(stbl), 3);
+    std::free(delstbl(stbl, "d"));
+    for (const char* word : {"a", "c", "e"}) addstbl(stbl, strdup(word));
+    EXPECT_EQ(kit::taken(jointbl(tblstbl(stbl), "")), "abcef");
+    for (const char* word : {"g", "A", "d"}) addstbl(stbl, strdup(word));
+    EXPECT_EQ(kit::taken(jointbl(tblstbl(stbl), "")), "Aabcdefg");
+    freestbl(stbl, free);
+}
+
 TEST(Stbl, AppliesToTheItemsInOrderAndSumsUp) {
     Stbl* stbl = newstbl(by_number);
     for (long i : {3, 1, 2}) addstbl(stbl, number(i));

@@ -9,7 +9,7 @@ namespace {
 
 void use_arrays() {
     Arr* arr = newarr(nullptr);
-    for (int i = 0; i < 40; ++i) setarr(arr, std::string(i * 3, 'k').c_str(), arr);
+    for (int i = 0; i < 26; ++i) setarr(arr, std::string(i * 3, 'k').c_str(), arr);
     freetbl(keysarr(arr), nullptr);
     freearr(duparr(arr, [](void* value) { return value; }), nullptr);
     std::free(rbdelete("kkk", reinterpret_cast<Rbtree*>(arr))->key);
