@@ -149,8 +149,9 @@ extern MORVA_API const Xlat Elog_xlat[ELOG_XLAT_COUNT];
 MORVA_API int elog_init(int argc, char** argv);
 
 /* Raise a message. A flag other than 0 adds the text of errno, if that is not 0.
- * elog_die ends the process with status 1, after burying its state and flushing all streams;
- * elog_fault aborts. When several threads die, the first one ends the process. */
+ * elog_die ends the process with status 1, after burying its state and flushing all streams (but
+ * waits for no thread that is reading standard input); elog_fault aborts. When several threads die,
+ * the first one ends the process and the others wait for that. */
 MORVA_API void elog_log(int flag, const char* format, ...) MORVA_PRINTF(2, 3);
 MORVA_API void elog_debug(int flag, const char* format, ...) MORVA_PRINTF(2, 3);
 MORVA_API void elog_notify(int flag, const char* format, ...) MORVA_PRINTF(2, 3);

@@ -61,6 +61,33 @@ TEST(ElogEnd, TheCallbackMayDie) {
     EXPECT_EQ(ended.errors, "prog *fatal*: enough\nprog: from a thread\n");
 }
 
+TEST(ElogEnd, DoesNotWaitForAReaderOfStandardInput) {
+    int ends_of_pipe[2];
+    ASSERT_EQ(pipe(ends_of_pipe), 0);
+    const Ended ended = ends([&] {
+        dup2(ends_of_pipe[0], 0);
+        std::thread([] { getchar(); }).detach();
+        while (ftrylockfile(stdin) == 0) {
+            funlockfile(stdin);
+            std::this_thread::yield();
+        }
+        std::thread([] { elog_die(0, "no input"); }).join();
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors, "prog *fatal*: no input\n");
+    close(ends_of_pipe[0]);
+    close(ends_of_pipe[1]);
+}
+
+TEST(ElogEnd, TellsOfStreamsThatCannotBeFlushed) {
+    const Ended ended = ends([] {
+        fputs("x", fopen("/dev/full", "w"));
+        elog_die(0, "full");
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors, "prog *fatal*: full\nfflush(0) failed: 28 : No space left on device\n");
+}
+
 TEST(ElogEnd, ManyThreadsMayDieAtOnce) {
     for (int i = 0; i < 10; ++i) {
         const Ended ended = ends([] {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "base/ports.hpp"
+#include "base/posix.hpp"
 #include "log/elog.hpp"
 
 namespace morva::log {
@@ -27,8 +28,18 @@ void wait_unless_first() {
     for (;;) ::pause();
 }
 
+// Flushing everything waits for every stream, and for ever for standard input while another thread
+// waits for the next line there. Then exit flushes all but the two streams that matter most.
+bool flush_streams() {
+    if (::ftrylockfile(stdin) != 0) return std::fflush(stdout) == 0 && std::fflush(stderr) == 0;
+    const bool flushed = std::fflush(nullptr) == 0;
+    const ErrnoSaver keep;
+    ::funlockfile(stdin);
+    return flushed;
+}
+
 void flush_all() {
-    if (std::fflush(nullptr) == 0) return;
+    if (flush_streams()) return;
     char text[kSysSize];
     const int error = errno;
     system_error(text, error);
