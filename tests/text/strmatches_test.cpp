@@ -1,3 +1,7 @@
+#include <atomic>
+#include <thread>
+
+#include "base/memory.hpp"
 #include "support/kit.hpp"
 
 namespace {
@@ -122,6 +126,104 @@ TEST(MatchStachans, GivesThePositionOfTheFirstSelectingEntry) {
                            {",", "", "", 0}})
         EXPECT_EQ(match_stachans(row.spec, row.station, row.channel), row.position)
             << okstr(row.spec) << " " << row.station << " " << row.channel;
+}
+
+std::string complaints(const std::function<void()>& body) {
+    return kit::captured(2, body);
+}
+
+std::size_t count_of(std::string_view word, std::string_view text) {
+    std::size_t count = 0;
+    for (auto at = text.find(word); at != text.npos; at = text.find(word, at + 1)) ++count;
+    return count;
+}
+
+TEST(MatchStachans, ComplainsOfABadPatternWheneverItIsTried) {
+    const std::string shown = complaints([] {
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(match_stachans("A(:B,A", "A", "B"), 2);
+            EXPECT_EQ(match_stachans("A(:B,A", "A", "C"), 2) << "the channel is tried first";
+        }
+    });
+    EXPECT_EQ(count_of("match_string: ", shown), 3u) << shown;
+}
+
+TEST(MatchStachans, ReadsTheTextAndNotTheAddress) {
+    char spec[] = "AAK";
+    EXPECT_EQ(match_stachans(spec, "AAK", "BHZ"), 1);
+    spec[0] = 'B';
+    EXPECT_EQ(match_stachans(spec, "AAK", "BHZ"), 0);
+    char pattern[] = "A.";
+    EXPECT_EQ(match_string(pattern, "AB"), 1);
+    pattern[0] = 'B';
+    EXPECT_EQ(match_string(pattern, "AB"), 0);
+}
+
+TEST(MatchStachans, TakesListsOfAnyLength) {
+    std::string spec;
+    for (int i = 0; i < 3000; ++i) spec.append("S").append(std::to_string(i)).append(":BH.,");
+    EXPECT_EQ(match_stachans(spec.c_str(), "S2999", "BHZ"), 3000);
+    EXPECT_EQ(match_stachans(spec.c_str(), "S3000", "BHZ"), 0);
+    EXPECT_EQ(match_stachans(std::string(100000, ',').append("A").c_str(), "A", ""), 100001);
+}
+
+TEST(MatchStachans, GivesMinusOneWhenMemoryRunsOut) {
+    // One entry is never kept, the other only when the patterns need the C library.
+    long failures = 0;
+    for (long nth = 1; nth < 20; ++nth) {
+        const std::string spec = std::string("X:BH.,A(A|K)+:BHZ,").append(std::to_string(nth));
+        morva::fail_allocation(nth, true);
+        const int position = match_stachans(spec.c_str(), "AAK", "BHZ");
+        morva::fail_allocation(0, false);
+        EXPECT_TRUE(position == -1 || position == 2) << position;
+        failures += position == -1;
+        EXPECT_EQ(match_stachans(spec.c_str(), "AAK", "BHZ"), 2)
+            << "the next call has memory again";
+    }
+    EXPECT_GT(failures, 4);
+}
+
+int match_again(int, char*, Tbl*) {
+    static int depth = 0;
+    if (++depth < 3) {
+        EXPECT_EQ(match_stachans("Q,(", "Q", "x"), 1);
+        EXPECT_EQ(match_string("[[:digit:]]", "7"), 1);
+    }
+    --depth;
+    return 0;
+}
+
+TEST(MatchStachans, MayBeCalledFromTheCallbackOfItsOwnComplaint) {
+    elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(match_again));
+    complaints([] { EXPECT_EQ(match_stachans("(,A", "A", "B"), 2); });
+    complaints([] { EXPECT_EQ(match_stachans("(,A", "A", "B"), 2); });
+    elog_set(ELOG_CALLBACK, 0, nullptr);
+}
+
+TEST(MatchersThreads, ShareAHookAndKeepTheirOwnLists) {
+    Hook* good = nullptr;
+    Hook* bad = nullptr;
+    std::atomic<int> registered{0}, wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&, t] {
+            const std::string station = std::string("S").append(std::to_string(t));
+            const std::string spec = std::string(station).append(":BH.,*:LH.");
+            for (int i = 0; i < 2000; ++i) {
+                wrong += strmatches("BHZ", "BH[ZNE]", &good) != 1;
+                registered += strmatches("x", "(x", &bad) == -2;
+                wrong += match_stachans(spec.c_str(), station.c_str(), "BHZ") != 1;
+                wrong += match_stachans(spec.c_str(), "none", "LHZ") != 2;
+                wrong += match_string("(a|b)+", "abba") != 1;
+                wrong += strlen(spaces(i % 64)) > 63;
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_GE(registered, 1);
+    free_hook(&good);
+    free_hook(&bad);
+    elog_clear();
 }
 
 }  // namespace
