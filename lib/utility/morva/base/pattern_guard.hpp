@@ -6,19 +6,30 @@
 namespace morva {
 
 // What a pattern may be at most. Counted once repetitions are written out, so that a{9}{9} counts
-// as 81 characters; x+ counts as xx*.
+// as 81 characters; x+ counts as xx*. The figures keep the C library's compiler below a second and
+// some 100 MB; it needs memory in proportion to the square of the branching, and copies all that
+// can follow an assertion without a character in between.
 struct PatternCeiling {
     static constexpr std::size_t kLength = 16384;    // bytes of the pattern's text
     static constexpr std::size_t kDepth = 100;       // groups within groups
+    static constexpr std::size_t kNesting = 10;      // repetitions of repetitions
     static constexpr std::size_t kPositions = 8192;  // characters, '.' and bracket lists
-    static constexpr std::size_t kBranching = 2000;  // see below
-    // The C library tries every way of dividing a string among groups that are referred back to:
-    // such a pattern has no unbounded repetition and little branching.
+    // 1 for each '|', 2 for each group, 4 for each '*', '+', '?' and copy that {n,m} may leave out.
+    static constexpr std::size_t kBranching = 2000;
+    // Branching within unbounded repetitions of what may be empty, as in (a*|b)*, where the time
+    // can grow exponentially; what is within two of them counts twice.
+    static constexpr std::size_t kEmptyLoops = 40;
+    // Assertions (^ $ and the \b kind) times what they are among: branching, and 4 for each of
+    // them; of the worst alternative. None may be within a repetition other than '?'.
+    static constexpr std::size_t kTangle = 400;
+    // Groups that may be empty, alone, and times empty loops and assertions (4 each).
+    static constexpr std::size_t kEmptyGroups = 300;
+    static constexpr std::size_t kEmptyPaths = 100;
+    // Back-references: the C library tries every way of dividing a string among groups, so that
+    // such a pattern may have no unbounded repetition and little branching.
     static constexpr std::size_t kReferences = 4;
     static constexpr std::size_t kBranchingWithReferences = 16;
 };
-// Branching, which the C library's memory grows with the square of, adds up 1 for each '|', 2 for
-// each group, and 4 for each '*', '+', '?' and each copy that {n,m} may leave out.
 
 // Null when the pattern stays under the ceiling, and otherwise the reason for refusing it. Says
 // nothing about whether the pattern is well formed.

@@ -162,7 +162,9 @@ class Parser {
             ++p_;
             most = *p_ == '}' ? -1 : number();
         }
-        return *p_++ == '}' && least >= 0 && most != 0 && (most < 0 || least <= most);
+        if (failed_ || *p_ != '}') return false;
+        ++p_;
+        return most != 0 && (most < 0 || least <= most);
     }
 
     int number() {
@@ -177,7 +179,10 @@ class Parser {
     Fragment interval(const char* atom_start, Fragment copy, int depth) {
         int least, most;
         ++p_;
-        if (!bounds(least, most)) failed_ = true;
+        if (!bounds(least, most)) {
+            failed_ = true;
+            return copy;
+        }
         const char* behind = p_;
         const int copies = most < 0 ? std::max(least, 1) : most;
         Fragment all = single(node(Kind::kEmpty));
