@@ -12,12 +12,16 @@
 
 namespace {
 
+// Set when a pattern is too much for the C library.
+bool beyond_reference;
+
 bool plain_match(const std::string& pattern, const std::string& string) {
     if (pattern.empty() || pattern == "*") return !pattern.empty();
     const std::string anchored =
         (pattern.front() == '^' ? "" : "^") + pattern + (pattern.back() == '$' ? "" : "$");
     regex_t regex;
-    if (morva::over_ceiling(anchored.c_str()) != nullptr) return false;
+    beyond_reference |= morva::over_ceiling(anchored.c_str()) != nullptr;
+    if (beyond_reference) return false;
     if (regcomp(&regex, anchored.c_str(), REG_EXTENDED | REG_NOSUB) != 0) return false;
     const bool matched = regexec(&regex, string.c_str(), 0, nullptr, 0) == 0;
     regfree(&regex);
@@ -57,9 +61,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string station = text.substr(0, first);
     const std::string channel = first < size ? text.substr(first + 1, second - first - 1) : "";
     const std::string list = second < size ? text.substr(second + 1) : "";
+    beyond_reference = false;
     const int expected = plain_stachans(list, station, channel);
-    for (int i = 0; i < 2; ++i)
-        if (match_stachans(list.c_str(), station.c_str(), channel.c_str()) != expected) abort();
+    for (int i = 0; i < 2; ++i) {
+        const int position = match_stachans(list.c_str(), station.c_str(), channel.c_str());
+        if (position != expected && !beyond_reference) abort();
+    }
     elog_clear();
     return 0;
 }

@@ -427,12 +427,16 @@ class TableBuilder {
         // The first row is the only one that stands before the first character.
         for (int row = 1; row < row_count_; ++row)
             if (sets_[row] == set) return static_cast<std::uint16_t>(row + kFirst);
-        if (row_count_ < kMaxRows) sets_[row_count_] = set;
+        if (row_count_ == kMaxRows) {
+            too_many_ = true;
+            return kDead;
+        }
+        sets_[row_count_] = set;
         return static_cast<std::uint16_t>(row_count_++ + kFirst);
     }
 
     bool fill(int row) {
-        if (row_count_ > kMaxRows || (row + 1) * class_count_ > kMaxCells) return false;
+        if ((row + 1) * class_count_ > kMaxCells) return false;
         std::uint16_t* cells = &cells_[row * class_count_];
         cells[kEndClass] = accepted(sets_[row]) || (sets_[row] & ending_) ? kAtEnd : kDead;
         for (int column = 1; column < class_count_; ++column) {
@@ -441,7 +445,7 @@ class TableBuilder {
                 next |= follow_[std::countr_zero(taken)];
             cells[column] = row_of(next);
         }
-        return row_count_ <= kMaxRows;
+        return !too_many_;
     }
 
     bool store() {
@@ -489,6 +493,7 @@ class TableBuilder {
     std::array<LeafSet, kMaxRows> sets_;
     std::array<std::uint16_t, kMaxCells> cells_;
     int row_count_ = 0;
+    bool too_many_ = false;
     std::uint16_t restart_ = 0;
 };
 
