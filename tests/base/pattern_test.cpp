@@ -21,6 +21,7 @@ TEST(PatternCeiling, RefusesWhatWouldTakeMemoryOrMinutes) {
     const std::string rows[] = {"a{1,255}{1,255}",
                                 "(((a{1,99}){1,99}){1,99}){1,99}",
                                 "a{1,32767}",
+                                "){1,30000}",
                                 "(a?){1000}",
                                 repeat("(", 5000, "", repeat(")", 5000, "a")),
                                 repeat("a|", 5000),

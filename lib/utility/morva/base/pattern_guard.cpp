@@ -80,14 +80,7 @@ class Meter {
   public:
     explicit Meter(const char* pattern) : p_(pattern) {}
 
-    Size whole() {
-        Size size = alternatives(0);
-        while (*p_ != '\0' && !too_deep_) {  // a ')' too many
-            ++p_;
-            size += alternatives(0);
-        }
-        return size;
-    }
+    Size whole() { return alternatives(0); }
     bool too_deep() const { return too_deep_; }
     bool repeated_assertion() const { return repeated_assertion_; }
     bool hard_references(std::uint64_t branching) const {
@@ -108,7 +101,9 @@ class Meter {
 
     Size branch(std::size_t depth) {
         Size size;
-        while (*p_ != '\0' && *p_ != ')' && *p_ != '|' && !too_deep_) size += piece(depth);
+        // A ')' too many is a character.
+        while (*p_ != '\0' && *p_ != '|' && (*p_ != ')' || depth == 0) && !too_deep_)
+            size += piece(depth);
         return size;
     }
 
