@@ -301,30 +301,32 @@ MORVA_SHORT_PATH void* poptbl(Tbl* tbl) {
 
 MORVA_SHORT_PATH void* shifttbl(Tbl* tbl) {
     char* slot;
+    void* item;
     int64_t first, count, end;
     if (!tbl) return 0;
     if (tbl->count == 0) return tbl->null_value;
     if (tbl->direct) return morva_called_shifttbl(tbl);
     slot = tbl->base;
-    tbl->base = slot + sizeof(void*);
+    item = *(Morva_slot*)(void*)slot;
     first = tbl->first - 1, count = tbl->count - 1, end = tbl->alloc_end - 1;
     MORVA_HELD(first);
     MORVA_HELD(count);
     MORVA_HELD(end);
+    tbl->base = slot + sizeof(void*);
     tbl->first = first, tbl->count = count, tbl->alloc_end = end;
-    return *(Morva_slot*)(void*)slot;
+    return item;
 }
 
 MORVA_SHORT_PATH long unshifttbl(Tbl* tbl, const void* item) {
     Morva_new_slot* slot = (Morva_new_slot*)(void*)tbl->base;
     int64_t first, count, end;
     if (tbl->direct || tbl->first == 0) return instbl(tbl, -1, item);
-    slot[-1] = item;
-    tbl->base = (char*)(slot - 1);
     first = tbl->first + 1, count = tbl->count + 1, end = tbl->alloc_end + 1;
     MORVA_HELD(first);
     MORVA_HELD(count);
     MORVA_HELD(end);
+    slot[-1] = item;
+    tbl->base = (char*)(slot - 1);
     tbl->first = first, tbl->count = count, tbl->alloc_end = end;
     return 0;
 }
