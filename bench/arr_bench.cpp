@@ -5,6 +5,7 @@
 //   keysarr N  the keys listed in order, as pointers
 //   small arr  three keys set, one read, all freed again: what parameter files are made of
 //   tblstbl N  one item added to a set of N strings, and the items listed
+//   tblstbl after delstbl N  the same after a deletion, which lists the whole tree anew
 //   addstbl N, tststbl N  as setarr and getarr, without copies of the keys
 #include <algorithm>
 #include <chrono>
@@ -250,6 +251,20 @@ void add_and_list(benchmark::State& state, long count) {
     state.SetItemsProcessed(state.iterations() * count);
 }
 
+template <class Set>
+void remove_and_list(benchmark::State& state, long count) {
+    Set set;
+    for (const auto& key : workload(count).keys) set.add(key.c_str());
+    for (auto _ : state) {
+        set.add("one more item");
+        timed(state, [&] {
+            set.remove("one more item");
+            set.list();
+        });
+    }
+    state.SetItemsProcessed(state.iterations() * count);
+}
+
 template <class Body>
 void enlist(const std::string& name, Body body) {
     benchmark::RegisterBenchmark(name.c_str(), body)->UseManualTime();
@@ -274,6 +289,8 @@ void enlist_set(const std::string& who) {
         enlist("addstbl" + tail, [n = count](auto& state) { add_items<Set>(state, n); });
         enlist("tststbl" + tail, [n = count](auto& state) { find_items<Set>(state, n); });
         enlist("tblstbl" + tail, [n = count](auto& state) { add_and_list<Set>(state, n); });
+        enlist("tblstbl after delstbl" + tail,
+               [n = count](auto& state) { remove_and_list<Set>(state, n); });
     }
 }
 

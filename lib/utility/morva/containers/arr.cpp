@@ -123,11 +123,11 @@ long cntarr(Arr* arr) {
 }
 
 Tbl* keysarr(Arr* arr) {
-    return list_in_order(tree_of(arr), Part::kKey);
+    return list_in_order(tree_of(arr), Column::kKey);
 }
 
 Tbl* valsarr(Arr* arr) {
-    return list_in_order(tree_of(arr), Part::kValue);
+    return list_in_order(tree_of(arr), Column::kValue);
 }
 
 int applyarr(Arr* arr, int (*function)(char* key, void* value, void* private_data),

@@ -23,9 +23,9 @@ constexpr long kStripWidth = 64;     // subtrees of a strip
 constexpr long kStripSlots = 2 * kStripWidth * (1 << 2 * (kStripHeight - 1)) + kSlack;
 constexpr long kFewSlots = 128;  // longer levels above the strips come from the heap
 
-template <Part part>
+template <Column column>
 void* item_of(const Node* node) {
-    return part == Part::kKey ? node->key : node->value;
+    return column == Column::kKey ? node->key : node->value;
 }
 
 // Fetches the children of a subtree whose turn comes later.
@@ -37,34 +37,34 @@ inline void fetch_children(const void* subtree) {
 
 // A black child is a subtree of the next level; a red one is an item between two of them. What is
 // written too far is written over by what follows.
-template <Part part>
+template <Column column>
 void** open_child(Node* child, void** to) {
     const std::intptr_t red = child->red;
     to[0] = child->child[kLeft];
-    to[1] = item_of<part>(child);
+    to[1] = item_of<column>(child);
     to[2] = child->child[kRight];
     to[3 * red] = child;
     return to + 1 + 2 * red;
 }
 
 // At the last level a red child is an item, and a black one is the sentinel.
-template <Part part>
+template <Column column>
 void** open_last_child(const Node* child, void** to) {
-    *to = item_of<part>(child);
+    *to = item_of<column>(child);
     return to + child->red;
 }
 
 // Opens `subtrees` of a level, behind which kAhead more stand. Returns the end of what it wrote.
-template <Part part, bool last>
+template <Column column, bool last>
 void** open_level(void* const* level, long subtrees, void** to) {
     for (void* const* end = level + 2 * subtrees; level != end; level += 2) {
         fetch_children(level[2 * kAhead]);
         auto* node = static_cast<Node*>(level[0]);
-        to = last ? open_last_child<part>(node->child[kLeft], to)
-                  : open_child<part>(node->child[kLeft], to);
-        *to++ = item_of<part>(node);
-        to = last ? open_last_child<part>(node->child[kRight], to)
-                  : open_child<part>(node->child[kRight], to);
+        to = last ? open_last_child<column>(node->child[kLeft], to)
+                  : open_child<column>(node->child[kLeft], to);
+        *to++ = item_of<column>(node);
+        to = last ? open_last_child<column>(node->child[kRight], to)
+                  : open_child<column>(node->child[kRight], to);
         *to++ = level[1];
     }
     return to;
@@ -72,23 +72,23 @@ void** open_level(void* const* level, long subtrees, void** to) {
 
 // Writes the next lower level and behind it, over and over, its first subtree. Returns how many
 // subtrees it has.
-template <Part part>
+template <Column column>
 long open_inner_level(void* const* level, long subtrees, void** lower) {
-    void** end = open_level<part, false>(level, subtrees, lower);
+    void** end = open_level<column, false>(level, subtrees, lower);
     for (long i = 0; i < kAhead; ++i) end[2 * i] = lower[0];
     return (end - lower) / 2;
 }
 
 // Writes the items of `subtrees` of the same height and the item behind each.
-template <Part part>
+template <Column column>
 void** list_strip(void* const* level, long subtrees, long height, void** to) {
     void* levels[2][kStripSlots];
     for (; height > 1; --height) {
         void** lower = levels[height % 2];
-        subtrees = open_inner_level<part>(level, subtrees, lower);
+        subtrees = open_inner_level<column>(level, subtrees, lower);
         level = lower;
     }
-    return open_level<part, true>(level, subtrees, to);
+    return open_level<column, true>(level, subtrees, to);
 }
 
 long black_height(const Tree* tree) {
@@ -98,7 +98,7 @@ long black_height(const Tree* tree) {
     return height;
 }
 
-template <Part part>
+template <Column column>
 void list_items(Tree* tree, void** items) {
     // A subtree of height h holds at least 2^h - 1 items, and one item stands behind it.
     const long slots = 2 * (tree->count >> kStripHeight) + 2 + kSlack;
@@ -115,26 +115,26 @@ void list_items(Tree* tree, void** items) {
     long subtrees = 1;
     long height = black_height(tree);
     for (; height > kStripHeight; --height, std::swap(level, lower))
-        subtrees = open_inner_level<part>(level, subtrees, lower);
+        subtrees = open_inner_level<column>(level, subtrees, lower);
     for (long i = 0; i < subtrees; i += kStripWidth) {
         const long width = std::min(kStripWidth, subtrees - i);
-        items = list_strip<part>(level + 2 * i, width, height, items);
+        items = list_strip<column>(level + 2 * i, width, height, items);
     }
 }
 
 }  // namespace
 
-Tbl* list_in_order(Tree* tree, Part part) {
+Tbl* list_in_order(Tree* tree, Column column) {
     const long count = tree == nullptr ? 0 : tree->count;
     Tbl* list = newtbl(count);
     if (count == 0) return list;
     const long slots = count + kSpill;
     list->base = static_cast<char*>(must_malloc(slots * sizeof(void*), "tbl->base.cp", MORVA_HERE));
     auto** items = reinterpret_cast<void**>(list->base);
-    if (part == Part::kKey)
-        list_items<Part::kKey>(tree, items);
+    if (column == Column::kKey)
+        list_items<Column::kKey>(tree, items);
     else
-        list_items<Part::kValue>(tree, items);
+        list_items<Column::kValue>(tree, items);
     std::fill(items + count, items + slots, nullptr);
     list->count = count;
     list->alloc_end = slots;

@@ -146,9 +146,9 @@ void for_each_node_upwards(Tree* tree, Visit visit) {
 }
 
 // What a listing takes of each pair.
-enum class Part { kKey, kValue };
+enum class Column { kKey, kValue };
 
 // A new list of the keys or the values, in key order.
-Tbl* list_in_order(Tree* tree, Part part);
+Tbl* list_in_order(Tree* tree, Column column);
 
 }  // namespace morva

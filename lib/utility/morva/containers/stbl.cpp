@@ -42,7 +42,7 @@ void put_into_list(Set* set, void* item) {
 void list_tree(Set* set) {
     freetbl(set->shown.list, nullptr);
     set->shown.list = nullptr;
-    Tbl* list = list_in_order(tree_of(set->shown.tree), Part::kKey);
+    Tbl* list = list_in_order(tree_of(set->shown.tree), Column::kKey);
     list->right_increment = list->count / 8 + 10;
     set->shown.list = list;
 }
