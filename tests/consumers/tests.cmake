@@ -32,6 +32,7 @@ morva_check(abi.headers abi.sh headers "${CMAKE_C_COMPILER}" "${CMAKE_CXX_COMPIL
 if(MORVA_SANITIZE OR MORVA_COVERAGE)
     return()
 endif()
+morva_check(abi.exports.morva abi.sh exports $<TARGET_FILE:morva> "${consumers_work}/morva.names")
 morva_check(abi.exports.skerrows abi.sh exports $<TARGET_FILE:skerrows> "${consumers_work}/skerrows.names")
 
 # Installed under a component's name, so that the list of files of a real installation, which
