@@ -215,7 +215,7 @@ TEST(MatchersThreads, ShareAHookAndKeepTheirOwnLists) {
                 wrong += match_stachans(spec.c_str(), station.c_str(), "BHZ") != 1;
                 wrong += match_stachans(spec.c_str(), "none", "LHZ") != 2;
                 wrong += match_string("(a|b)+", "abba") != 1;
-                wrong += strlen(spaces(i % 64)) > 63;
+                wrong += spaces(i % 64) == nullptr;  // its text holds for ten calls of all threads
             }
         });
     for (std::thread& thread : threads) thread.join();
