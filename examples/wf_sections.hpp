@@ -21,6 +21,7 @@ struct Section {
     char station[8];
     char channel[8];
     char format[8];    // CM6, INT, CM8, ...; empty when the WID2 line can't be read
+    bool announced;    // by a WID2 line; false for data that stand in the message without one
     long samples;      // stated, -1 when unknown
     double rate;       // samples a second
     const char* text;  // from the DAT2 line on; null without one
@@ -41,7 +42,7 @@ inline std::string_view after_line(std::string_view text) {
 }
 
 inline bool is_line(std::string_view line, std::string_view word) {
-    return line.starts_with(word) && line.find_first_not_of(' ', word.size()) == line.npos;
+    return line.starts_with(word) && (line.size() == word.size() || line[word.size()] == ' ');
 }
 
 // Copies columns first..last of a line, counted from 1, without blanks around them.
@@ -62,6 +63,11 @@ inline long whole_number(const char* text) {
     return end != text && *end == '\0' && number >= 0 ? number : -1;
 }
 
+// No instrument is that quick, and a larger number would not fit in a report.
+inline bool is_rate(double rate) {
+    return rate > 0 && rate < 1e6;
+}
+
 // Reads the columns that GSE2 and IMS1.0 give each field of a WID2 line. The columns between them
 // are blank; where they are not, the line keeps to other columns.
 inline bool read_wid2_columns(Section* section, std::string_view line) {
@@ -77,7 +83,7 @@ inline bool read_wid2_columns(Section* section, std::string_view line) {
     copy_columns(rate, line, 58, 68);
     section->samples = whole_number(samples);
     section->rate = std::strtod(rate, nullptr);
-    return section->samples >= 0 && section->rate > 0;
+    return section->samples >= 0 && is_rate(section->rate);
 }
 
 // Some writers pay no attention to columns: takes the words of the line in their order, date, time,
@@ -107,7 +113,7 @@ inline bool read_wid2_words(Section* section, std::string_view line) {
         section->rate = std::strtod(word(at + 1).data(), nullptr);
     }
     freetbl(words, nullptr);
-    return found && section->rate > 0;
+    return found && is_rate(section->rate);
 }
 
 // The data of a section, from its DAT2 line to the end of its CHK2 line. Without a checksum they
@@ -124,30 +130,56 @@ inline std::string_view find_data(std::string_view section) {
     return section.substr(0, section.size() - stop.size());
 }
 
-inline Section* new_section(std::string_view text) {
+inline Section* new_section(std::string_view data) {
     Section* section = static_cast<Section*>(std::calloc(1, sizeof(Section)));
     if (section == nullptr) elog_die(1, "out of memory\n");
-    const std::string_view line = first_line(text);
-    if (!read_wid2_columns(section, line) && !read_wid2_words(section, line)) {
-        section->format[0] = '\0';
-        section->samples = -1;
-    }
-    const std::string_view data = find_data(text);
+    section->samples = -1;
     section->text = data.empty() ? nullptr : data.data();
     section->length = static_cast<long>(data.size());
     return section;
 }
 
+// Adds the data that stand in a part of the message without a WID2 line: it is damaged, or glued to
+// the line before it.
+inline void push_strays(Tbl* sections, std::string_view text) {
+    for (auto data = find_data(text); !data.empty(); data = find_data(text)) {
+        pushtbl(sections, new_section(data));
+        text.remove_prefix(static_cast<std::size_t>(data.data() + data.size() - text.data()));
+    }
+}
+
+// Adds the section that a part of the message begins with, and what stands behind its data.
+inline void push_section(Tbl* sections, std::string_view text) {
+    const std::string_view data = find_data(text), line = first_line(text);
+    Section* section = new_section(data);
+    section->announced = true;
+    if (!read_wid2_columns(section, line) && !read_wid2_words(section, line)) {
+        section->format[0] = '\0';
+        section->samples = -1;
+    }
+    pushtbl(sections, section);
+    if (!data.empty())
+        push_strays(sections,
+                    text.substr(static_cast<std::size_t>(data.data() - text.data()) + data.size()));
+}
+
+// The length of the text before the next WID2 line, after the first line.
+inline std::size_t part_length(std::string_view text) {
+    std::string_view rest = after_line(text);
+    while (!rest.empty() && !rest.starts_with("WID2 ")) rest = after_line(rest);
+    return text.size() - rest.size();
+}
+
 // The sections of a message: a list of Section, to be freed with freetbl(sections, free).
 inline Tbl* find_sections(std::string_view message) {
     Tbl* sections = newtbl(10);
-    std::string_view section;
-    for (std::string_view rest = message; !rest.empty(); rest = after_line(rest)) {
-        if (!rest.starts_with("WID2 ")) continue;
-        if (!section.empty())
-            pushtbl(sections, new_section(section.substr(0, section.size() - rest.size())));
-        section = rest;
+    while (!message.empty()) {
+        const std::string_view part = message.substr(0, part_length(message));
+        if (part.starts_with("WID2 "))
+            push_section(sections, part);
+        else
+            push_strays(sections, part);
+        message.remove_prefix(part.size());
     }
-    if (!section.empty()) pushtbl(sections, new_section(section));
     return sections;
 }

@@ -6,6 +6,8 @@
 // Sections in other formats are named and skipped. A file that can't be read, holds no section, or
 // has a section that is damaged gets one line on standard error, and the others are still
 // processed. The exit status is 0 when all is good.
+#include <strings.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -18,6 +20,9 @@
 #include "wf_sections.hpp"
 
 namespace {
+
+constexpr char kUsage[] =
+    "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard input\n";
 
 // The samples of one section, in a buffer that serves section after section.
 struct Decoder {
@@ -132,9 +137,11 @@ void report_section(File& file, const Section* section, long number, Decoder& de
 void process_section(File& file, const Section* section, long number, Decoder& decoder,
                      Totals& totals) {
     const int before = file.problems;
-    if (section->format[0] == '\0')
+    if (!section->announced)
+        note_problem(file, section, number, "data without a WID2 line of their own");
+    else if (section->format[0] == '\0')
         note_problem(file, section, number, "can't read the WID2 line");
-    else if (std::strcmp(section->format, "CM6") != 0)
+    else if (strcasecmp(section->format, "CM6") != 0)
         skip_section(file, section, totals);
     else if (section->text == nullptr)
         note_problem(file, section, number, "no DAT2 line");
@@ -231,11 +238,11 @@ int column_width(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     elog_init(argc, argv);
-    if (argc < 2)
-        elog_die(0,
-                 "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard "
-                 "input\n",
-                 Program_Name);
+    if (argc < 2) elog_die(0, kUsage, Program_Name);
+    if (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
+        std::printf(kUsage, Program_Name);
+        return 0;
+    }
 
     Decoder decoder;
     Totals totals;

@@ -107,10 +107,19 @@ TEST_F(Wfreport, ReadsWid2LinesWhoseColumnsAreNotKept) {
     }
 }
 
+TEST_F(Wfreport, TakesLinesThatGoOnBehindTheirWord) {
+    std::string wid2 = kWid2;
+    wid2.replace(wid2.find("CM6"), 3, "cm6");
+    write("m.gse2", wid2 + "DAT2 CM6\n+-++\nCHK2 6\nSTOP\n");
+    EXPECT_EQ(report("m.gse2").status, 0);
+}
+
 TEST_F(Wfreport, TellsWhatIsWrongInOneLine) {
     const std::string data = "DAT2\n+-++\nCHK2 6\n";
     std::string five = kWid2;
     five.replace(five.find("       4 "), 9, "       5 ");
+    std::string fast = kWid2;
+    fast.replace(fast.find("100.000000"), 10, "     1e300");
     const std::pair<std::string, std::string> rows[] = {
         {"", "no waveform section (no line that begins with WID2)"},
         {"Some text\n", "no waveform section (no line that begins with WID2)"},
@@ -124,6 +133,16 @@ TEST_F(Wfreport, TellsWhatIsWrongInOneLine) {
         {kWid2 + data + five + data + five + data,
          "section 2 (ALDA HHZ): WID2 says 5 samples, 4 were decoded (and 1 more)"},
         {kWid2 + "DAT2\n+-++\n" + kWid2 + data, "section 1 (ALDA HHZ): no CHK2 line"},
+        {fast + data, "section 1 (ALDA HHZ): can't read the WID2 line"},
+        // Data may not get lost because the WID2 line above them did.
+        {data + kWid2 + data, "section 1: data without a WID2 line of their own"},
+        {"\xef\xbb\xbf" + kWid2 + data + kWid2 + data,
+         "section 1: data without a WID2 line of their own"},
+        {kWid2 + data + " " + kWid2 + data, "section 2: data without a WID2 line of their own"},
+        {kWid2 + "DAT2\n+-++\nCHK2 6" + kWid2 + data + kWid2 + data,
+         "section 2: data without a WID2 line of their own"},
+        {kWid2 + data + data + data,
+         "section 2: data without a WID2 line of their own (and 1 more)"},
     };
     for (const auto& [text, problem] : rows) {
         write("m.gse2", text);
@@ -152,9 +171,11 @@ TEST_F(Wfreport, GoesOnAfterABadFile) {
 TEST_F(Wfreport, ReadsStandardInputAndExplainsItself) {
     write("good.gse2", kWid2 + "DAT2\n+-++\nCHK2 6\n");
     EXPECT_EQ(report("- <good.gse2").status, 0);
-    const Outcome alone = report("");
+    const Outcome alone = report(""), asked = report("--help");
     EXPECT_EQ(alone.status, 1);
     EXPECT_THAT(alone.err, testing::HasSubstr("usage: wfreport FILE..."));
+    EXPECT_EQ(asked.status, 0);
+    EXPECT_THAT(asked.out, testing::StartsWith("usage: wfreport FILE..."));
     EXPECT_EQ(report("good.gse2 >/dev/full").status, 1);
 }
 
