@@ -82,7 +82,7 @@ MORVA_API Tbl* inittbl(long left_increment, long right_increment, int direct,
 
 /* An indirect list of the arguments up to a NULL. The first argument is always an item, even when
  * it is NULL. The strings are not copied. */
-MORVA_API Tbl* strtbl(char* first, ...) MORVA_NULL_TERMINATED;
+MORVA_API Tbl* strtbl(const char* first, ...) MORVA_NULL_TERMINATED;
 
 /* Frees the list. A free function is first called on every item that does not count as the null
  * value (with the slot's address in a direct list). A list in a file is closed and unmapped: the

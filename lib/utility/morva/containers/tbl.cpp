@@ -160,9 +160,9 @@ Tbl* inittbl(long left_increment, long right_increment, int direct, const void* 
     return tbl;
 }
 
-Tbl* strtbl(char* first, ...) {
+Tbl* strtbl(const char* first, ...) {
     Tbl* tbl = newtbl(0);
-    pushtbl(tbl, first);
+    pushtbl(tbl, const_cast<char*>(first));
     va_list arguments;
     va_start(arguments, first);
     while (char* next = va_arg(arguments, char*)) pushtbl(tbl, next);
