@@ -1,6 +1,7 @@
 #!/bin/sh
 # Programs that use an installation as any user's would, from its package files alone.
 #   consumer.sh c       SOURCES ROOT WORK CC    C11 through pkg-config
+#   consumer.sh readme  SOURCES ROOT WORK CC CXX   the README's first program, as C11 and C++17
 #   consumer.sh cmake   SOURCES ROOT WORK CMAKE C++17 through find_package
 #   consumer.sh fortran SOURCES ROOT WORK FC    Fortran through pkg-config and the module
 #   consumer.sh moved   SOURCES ROOT WORK       the program works after a move, on the data beside it
@@ -35,6 +36,16 @@ case $task in
         with_package --cflags --libs
         eval '"$5" -std=c11 -Wall -Wextra -Wpedantic -Werror "$sources/consumer.c" -o "$work/consumer"' "$flags"
         "$work/consumer"
+        ;;
+    readme)
+        sed -n '/^```c$/,/^```$/{/^```/!p;}' "$root/share/doc/morva/README.md" >"$work/first.c"
+        cp "$work/first.c" "$work/first.cpp"
+        with_package --cflags --libs
+        eval '"$5" -std=c11 -Wall -Wextra -Wpedantic -Werror "$work/first.c" -o "$work/c"' "$flags"
+        eval '"$6" -std=c++17 -Wall -Wextra -Wpedantic -Werror "$work/first.cpp" -o "$work/cpp"' "$flags"
+        for program in c cpp; do
+            "$work/$program" 2>&1 | grep -q 'BHZ, BHN, BHE'
+        done
         ;;
     cmake)
         "$5" -S "$sources/cmake" -B "$work/build" -DCMAKE_PREFIX_PATH="$root" >"$work/log" 2>&1 ||
