@@ -1,5 +1,6 @@
 # Shared by ./run and ./check: saying what happens, installing what is missing, configuring, building.
 set -u
+unset CDPATH
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$top" || exit 1
 logs="$top/build/logs"

@@ -16,7 +16,7 @@ extern "C" {
 int cm6_(const int32_t* samples, const int* nsamp, char* text, int* nbytes, size_t text_length) {
     char* encoded = nullptr;
     int size = 0;
-    const int result = cm6(samples, *nsamp, &encoded, nbytes, &size);
+    if (cm6(samples, *nsamp, &encoded, nbytes, &size) != 0) return -1;
     const malloced<char> owned(encoded);
     const auto length = static_cast<size_t>(*nbytes);
     if (length > text_length) {
@@ -25,7 +25,7 @@ int cm6_(const int32_t* samples, const int* nsamp, char* text, int* nbytes, size
         return -1;
     }
     give(text, text_length, encoded);
-    return result;
+    return 0;
 }
 
 int um6_(const char* text, const int* nbytes, int32_t* samples, int* nsamp, const int* buffer_size,
