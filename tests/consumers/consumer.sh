@@ -2,7 +2,7 @@
 # Programs that use an installation as any user's would, from its package files alone.
 #   consumer.sh c       SOURCES ROOT WORK CC    C11 through pkg-config
 #   consumer.sh readme  SOURCES ROOT WORK CC CXX   the README's first program, as C11 and C++17
-#   consumer.sh cmake   SOURCES ROOT WORK CMAKE C++17 through find_package
+#   consumer.sh cmake   SOURCES ROOT WORK CMAKE GENERATOR CXX   C++17 through find_package
 #   consumer.sh fortran SOURCES ROOT WORK FC    Fortran through pkg-config and the module
 #   consumer.sh moved   SOURCES ROOT WORK       the program works after a move, on the data beside it
 #   consumer.sh removed SCRIPT ROOT WORK CMAKE MANIFEST   the uninstall script leaves nothing
@@ -48,7 +48,7 @@ case $task in
         done
         ;;
     cmake)
-        "$5" -S "$sources/cmake" -B "$work/build" -DCMAKE_PREFIX_PATH="$root" >"$work/log" 2>&1 ||
+        "$5" -G "$6" -S "$sources/cmake" -B "$work/build" -DCMAKE_CXX_COMPILER="$7" -DCMAKE_PREFIX_PATH="$root" >"$work/log" 2>&1 ||
             { cat "$work/log"; exit 1; }
         "$5" --build "$work/build" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
         "$work/build/consumer"
