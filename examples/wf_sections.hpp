@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "morva.h"
@@ -39,6 +40,18 @@ inline std::string_view first_line(std::string_view text) {
 inline std::string_view after_line(std::string_view text) {
     const auto newline = text.find('\n');
     return newline == text.npos ? std::string_view() : text.substr(newline + 1);
+}
+
+// A copy without the blanks at the ends of lines.
+inline std::string without_padding(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (; !text.empty(); text = after_line(text)) {
+        const std::string_view line = first_line(text);
+        result.append(line, 0, line.find_last_not_of(' ') + 1);
+        result += '\n';
+    }
+    return result;
 }
 
 inline bool is_line(std::string_view line, std::string_view word) {

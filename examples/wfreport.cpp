@@ -55,19 +55,27 @@ void note_problem(File& file, const Section* section, long number, const std::st
     file.problem += ": " + problem;
 }
 
-void decode(const Section* section, Decoder& decoder) {
-    const int nbytes = static_cast<int>(section->length);
+bool decode_text(std::string_view text, Decoder& decoder) {
+    const int nbytes = static_cast<int>(text.size());
     const auto start = std::chrono::steady_clock::now();
     const int result =
-        um6(section->text, nbytes, &decoder.samples, &decoder.nsamp, &decoder.buffer_size);
+        um6(text.data(), nbytes, &decoder.samples, &decoder.nsamp, &decoder.buffer_size);
     const auto end = std::chrono::steady_clock::now();
     decoder.seconds = std::chrono::duration<double>(end - start).count();
+    // What um6 registers is asked for again, together with the samples that can be saved.
+    if (result < 0) elog_clear();
+    return result >= 0;
+}
+
+void decode(const Section* section, Decoder& decoder) {
+    const std::string_view text(section->text, static_cast<std::size_t>(section->length));
     decoder.verdict = {};
-    if (result >= 0) return;
-    // What um6 registered is asked for again below, together with the samples that can be saved.
-    elog_clear();
-    um6_anyway(section->text, nbytes, &decoder.samples, &decoder.nsamp, &decoder.buffer_size,
-               &decoder.verdict);
+    if (decode_text(text, decoder)) return;
+    // A blank behind a value ends the data, but there are writers that pad every line.
+    const std::string bare = without_padding(text);
+    if (bare.size() < text.size() && decode_text(bare, decoder)) return;
+    um6_anyway(text.data(), static_cast<int>(text.size()), &decoder.samples, &decoder.nsamp,
+               &decoder.buffer_size, &decoder.verdict);
 }
 
 const char* verdict_word(int status) {

@@ -107,11 +107,20 @@ TEST_F(Wfreport, ReadsWid2LinesWhoseColumnsAreNotKept) {
     }
 }
 
-TEST_F(Wfreport, TakesLinesThatGoOnBehindTheirWord) {
-    std::string wid2 = kWid2;
-    wid2.replace(wid2.find("CM6"), 3, "cm6");
-    write("m.gse2", wid2 + "DAT2 CM6\n+-++\nCHK2 6\nSTOP\n");
-    EXPECT_EQ(report("m.gse2").status, 0);
+TEST_F(Wfreport, TakesSloppyLines) {
+    std::string small = kWid2;
+    small.replace(small.find("CM6"), 3, "cm6");
+    for (const std::string& text : {
+             small + "DAT2\n+-++\nCHK2 6\nSTOP\n",
+             kWid2 + "DAT2 CM6\n+-++\nCHK2 6\n",
+             kWid2 + "DAT2   \n+-   \n+ \n+    \nCHK2 6    \n",
+             kWid2 + "DAT2 \r\n+-  \r\n++ \r\nCHK2 6 \r\n",
+         }) {
+        write("m.gse2", text);
+        const Outcome seen = report("m.gse2");
+        EXPECT_EQ(seen.status, 0) << text << seen.err;
+        EXPECT_EQ(row_of(seen.out, "m.gse2").at(10), "good") << text;
+    }
 }
 
 TEST_F(Wfreport, TellsWhatIsWrongInOneLine) {
