@@ -12,11 +12,12 @@
  *     freetbl(names, NULL);
  *
  * Conventions of the family, beyond those of morva.h:
- *   - The null value is the item that reads outside the list give, and with which new slots are
- *     filled: NULL for lists from newtbl, otherwise what inittbl was given. It is a private copy,
- *     itemsize bytes long. An item counts as the null value when its pointer is the null value
- *     pointer (indirect), or when its bytes equal the null value's, or are all zero where there is
- *     none (direct).
+ *   - The null value is what inittbl was given, NULL for lists from newtbl: the list keeps a copy
+ *     of its itemsize bytes and fills new slots with them. Reads outside the list give the null
+ *     value pointer: the address of that copy in both kinds of list, or NULL where there is none.
+ *     An item counts as the null value when its bytes equal the null value's, or are all zero where
+ *     there is none. In an indirect list the null value pointer itself counts as well, so that an
+ *     item read outside a list can be stored and is never freed.
  *   - An item handed over is a pointer: stored as it is in an indirect list, the address of
  * itemsize bytes to copy for a direct one (NULL there stands for the null value). It may lie in the
  * same list.
@@ -219,12 +220,12 @@ MORVA_API void difftbl(Tbl* a, Tbl* b, Tbl_compare compare, void* private_data, 
  * turns, and one of them must not use items that another one's growth has added. Within one
  * process, open a file for writing once at a time. */
 
-/* Writes the list to an open stream, with a label unless that is NULL. Equal lists give equal
- * bytes. 0, or -1 on a short write or (registered) for an indirect list. */
+/* Writes the list to an open stream, with a label unless that is NULL: every slot, spare ones as
+ * they are. 0, or -1 on a short write or (registered) for an indirect list. */
 MORVA_API int writetbl(Tbl* tbl, FILE* stream, const char* label);
 
 /* Writes the list to a file, creating it and the folders of its path. 0, or -1 with the reason
- * registered. */
+ * registered. The file that the list itself lives in is refused. */
 MORVA_API int savetbl(Tbl* tbl, const char* path, const char* label);
 
 /* Opens a list file: its items are read from the mapping, and with `writable` every change goes to
@@ -238,10 +239,10 @@ MORVA_API Tbl* readtbl(const char* path, char** label, int writable);
  * PATH.damaged. One with less room is rebuilt with all its items under the given label; the old
  * file stays until the new one (PATH.new) is complete, and a rebuild that fails ends the process.
  *  0  success
- * -1  failure, reason registered, *tbl NULL; a file that would have to be rebuilt for other items
- *     (size or null value differ) is left as it is
- * -2  the file's label is not `label` (a file without one differs too; a NULL label accepts any);
- *     *tbl is NULL */
+ * -1  failure, reason registered, *tbl NULL; a file whose items have another size (an itemsize
+ *     below 1 accepts any), or that would have to be rebuilt with another null value, keeps them
+ * -2  the file's label is not `label` (a file without one differs too; a NULL label accepts any):
+ *     the file is not touched, *tbl is NULL */
 MORVA_API int filetbl(const char* path, const char* label, long size, const void* null_value,
                       int itemsize, Tbl** tbl);
 

@@ -43,7 +43,7 @@ constexpr char kGolden[] =
     "\x08\0\0\0\0\0\0\0"
     "\xff\xff\xff\xff"
     "\0\0\0\0"
-    "\0\0\0\0"
+    "\x01\0\0\0"
     "\x02\0\0\0"
     "\x03\0\0\0"
     "\xff\xff\xff\xff";
@@ -92,6 +92,18 @@ TEST_F(TblFile, IsWrittenByteForByte) {
               kGoldenBytes);
     EXPECT_EQ(savetbl(golden_list().get(), dir_.file("new/folder/list").c_str(), "pump"), 0);
     EXPECT_EQ(read_file(dir_.file("new/folder/list")), kGoldenBytes);
+}
+
+// Growth at the front gives slots that no item ever was in.
+TEST_F(TblFile, HoldsNothingButItemsAndZerosInSpareSlots) {
+    const int none = -1, item = 7;
+    List list(inittbl(100, 1, 1, &none, sizeof(int)));
+    pushtbl(list.get(), &item);
+    unshifttbl(list.get(), &item);
+    const std::string bytes =
+        kit::written([&](FILE* stream) { EXPECT_EQ(writetbl(list.get(), stream, nullptr), 0); });
+    ASSERT_EQ(bytes.size(), 16 + 96 + 8 + 101 * sizeof(int));
+    EXPECT_EQ(bytes.substr(124, 98 * sizeof(int)), std::string(98 * sizeof(int), '\0'));
 }
 
 TEST_F(TblFile, IsReadAndChangedInPlace) {
@@ -232,6 +244,7 @@ TEST_F(TblFile, WithAnotherLabelIsLeftAlone) {
     Tbl* tbl = nullptr;
     EXPECT_EQ(open_ints(&tbl, 1, "other"), -2);
     EXPECT_EQ(tbl, nullptr);
+    EXPECT_EQ(read_file(path_), kGoldenBytes);
     ASSERT_EQ(open_ints(&tbl, 1, "pump"), 0);
     freetbl(tbl, nullptr);
     ASSERT_EQ(savetbl(golden_list().get(), path(), nullptr), 0);
@@ -251,6 +264,58 @@ TEST_F(TblFile, WithLessRoomIsRebuiltWithAllItems) {
     EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
 }
 
+TEST_F(TblFile, KeepsItsPermissionsWhenItIsRebuilt) {
+    write_file(path_, kGoldenBytes);
+    ASSERT_EQ(::chmod(path(), 0600), 0);
+    const int none = -1;
+    Tbl* tbl = nullptr;
+    ASSERT_EQ(open_ints(&tbl, 1000, "pump", &none), 0);
+    freetbl(tbl, nullptr);
+    struct stat status;
+    ASSERT_EQ(::stat(path(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+TEST_F(TblFile, IsNotEmptiedWhenDescriptorsRunOut) {
+    write_file(path_, kGoldenBytes);
+    rlimit before;
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    Tbl* tbl = nullptr;
+    const int result = open_ints(&tbl, 1, "pump");
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(result, -1);
+    EXPECT_THAT(logged_.text(), HasSubstr("Can't open " + path_ + " to read tbl."));
+    EXPECT_EQ(read_file(path_), kGoldenBytes);
+}
+
+TEST_F(TblFile, IsNotWrittenUnderItsOwnList) {
+    write_file(path_, kGoldenBytes);
+    for (int writable : {0, 1}) {
+        List list = read(writable);
+        EXPECT_EQ(savetbl(list.get(), path(), "other"), -1);
+        EXPECT_THAT(logged_.text(), HasSubstr("Can't open " + path_ + " to write tbl.\n"));
+        EXPECT_THAT(ints(list), ElementsAre(2, 3));
+    }
+}
+
+// The record is shared, the buffer of the removed item is not.
+TEST_F(TblFile, RemovesItemsAfterAnotherProcessDid) {
+    constexpr int kSize = 1 << 20;
+    Tbl* tbl = nullptr;
+    ASSERT_EQ(filetbl(path(), nullptr, 3, nullptr, kSize, &tbl), 0);
+    const List list(tbl);
+    const std::string items[] = {std::string(kSize, 'a'), std::string(kSize, 'b')};
+    for (const std::string& item : items) pushtbl(tbl, item.data());
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(*static_cast<char*>(deltbl(tbl, 0)));
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(WEXITSTATUS(status), 'a');
+    EXPECT_EQ(*static_cast<char*>(deltbl(tbl, 0)), 'b');
+}
+
 TEST_F(TblFile, OfOtherItemsIsNotRebuilt) {
     write_file(path_, kGoldenBytes);
     const int other = -2;
@@ -261,6 +326,8 @@ TEST_F(TblFile, OfOtherItemsIsNotRebuilt) {
     EXPECT_THAT(logged_.text(), HasSubstr("tbl lists have different null values.\n"));
     EXPECT_EQ(filetbl(path(), "pump", 1000, &wide, sizeof wide, &tbl), -1);
     EXPECT_THAT(logged_.text(), HasSubstr("tbl lists have different entry sizes: 8 4\n"));
+    EXPECT_EQ(filetbl(path(), "pump", 1, &wide, sizeof wide, &tbl), -1)
+        << "room, but not for these";
     EXPECT_EQ(tbl, nullptr);
     EXPECT_THAT(ints(read()), ElementsAre(2, 3));
 }

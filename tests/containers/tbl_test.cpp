@@ -1,6 +1,7 @@
 #include "morva/tbl.h"
 
 #include <algorithm>
+#include <climits>
 
 #include "base/memory.hpp"
 #include "tbl_lists.hpp"
@@ -211,6 +212,29 @@ TEST(TblNullValue, IsNotFreedAndComesBackInTruncatedSlots) {
     const int item = 9;
     settbl(kept.get(), 1, &item);
     EXPECT_THAT(ints(kept), ElementsAre(5, 9)) << "only a free function resets slots";
+}
+
+// The pointer that fills new slots is as little the program's to free as the one that reads outside
+// give.
+TEST(TblNullValue, OfPointersIsNotFreed) {
+    void* const none = word(77);
+    List list(inittbl(0, 0, 0, &none, sizeof none));
+    settbl(list.get(), 2, word(5));
+    EXPECT_THAT(words(list), ElementsAre(77, 77, 5));
+    EXPECT_EQ(gettbl(list.get(), 3), list->null_value);
+    pushtbl(list.get(), gettbl(list.get(), -1));
+    g_seen.clear();
+    clrtbl(list.get(), note_word);
+    EXPECT_THAT(g_seen, ElementsAre(5));
+}
+
+// A hint may come from a caller who declares it an int.
+TEST(TblGrowth, IgnoresHintsBelowOne) {
+    for (long hint : {0L, -1L, LONG_MIN, long{static_cast<unsigned>(-3)}}) {
+        List list(newtbl(hint)), both(inittbl(hint, hint, 0, nullptr, 8));
+        EXPECT_EQ(list->right_increment, 10) << hint;
+        EXPECT_EQ(both->left_increment, 10) << hint;
+    }
 }
 
 TEST(TblNullValue, IsNotDuplicated) {

@@ -26,8 +26,9 @@ void require_changeable(const Tbl* tbl) {
 
 bool holds_null(const Tbl* tbl, const char* slot) {
     const auto size = static_cast<std::size_t>(tbl->itemsize);
-    if (!tbl->direct) return *reinterpret_cast<char* const*>(slot) == tbl->null_value;
+    if (!tbl->direct && *reinterpret_cast<char* const*>(slot) == tbl->null_value) return true;
     if (tbl->null_value != nullptr) return std::memcmp(slot, tbl->null_value, size) == 0;
+    if (!tbl->direct) return false;
     return std::all_of(slot, slot + size, [](char byte) { return byte == 0; });
 }
 
@@ -121,6 +122,13 @@ inline long set_item(Tbl* tbl, long i, const void* item) {
     return i;
 }
 
+// The first increment for a size hint. Callers that declare the hint an int leave its upper half
+// zero: what is negative in the lower half counts as below 1 as well.
+int64_t first_increment(long hint) {
+    const bool negative = hint == static_cast<uint32_t>(hint) && static_cast<int32_t>(hint) < 0;
+    return hint < 1 || negative ? kDefaultIncrement : hint;
+}
+
 void free_items(Tbl* tbl, int64_t from, void (*free_function)(void*), bool reset) {
     for (int64_t i = from; i < tbl->count; ++i) {
         char* slot = tbl_slot(tbl, i);
@@ -151,8 +159,8 @@ Tbl* inittbl(long left_increment, long right_increment, int direct, const void* 
     tbl->fd = -1;
     tbl->direct = direct;
     tbl->itemsize = direct ? itemsize : kPointerSize;
-    tbl->left_increment = left_increment < 1 ? kDefaultIncrement : left_increment;
-    tbl->right_increment = right_increment < 1 ? kDefaultIncrement : right_increment;
+    tbl->left_increment = first_increment(left_increment);
+    tbl->right_increment = first_increment(right_increment);
     if (null_value != nullptr) {
         void* copy = must_malloc(tbl->itemsize, "null_value", MORVA_HERE);
         tbl->null_value = static_cast<char*>(std::memcpy(copy, null_value, tbl->itemsize));
@@ -173,7 +181,7 @@ Tbl* strtbl(const char* first, ...) {
 void freetbl(Tbl* tbl, void (*free_function)(void*)) {
     if (tbl == nullptr) return;
     if (free_function != nullptr) free_items(tbl, 0, free_function, false);
-    std::free(tbl->deleted);
+    std::free(deleted_buffer(tbl));
     if (in_file(tbl)) return release_file(tbl);
     std::free(block_of(tbl));
     std::free(tbl->null_value);
@@ -267,10 +275,11 @@ void* deltbl(Tbl* tbl, long i) {
     char* slot = tbl_slot(tbl, i);
     void* removed = item_in(tbl, slot);
     if (tbl->direct) {
-        if (tbl->deleted == nullptr)
-            tbl->deleted =
-                static_cast<char*>(must_malloc(tbl->itemsize, "tbl->deleted", MORVA_HERE));
-        removed = std::memcpy(tbl->deleted, slot, tbl->itemsize);
+        char*& buffer = deleted_buffer(tbl);
+        if (buffer == nullptr)
+            buffer = static_cast<char*>(must_malloc(tbl->itemsize, "tbl->deleted", MORVA_HERE));
+        removed = std::memcpy(buffer, slot, tbl->itemsize);
+        tbl->deleted = buffer;
     }
     std::memmove(slot, slot + tbl->itemsize, (tbl->count - i - 1) * tbl->itemsize);
     publish_count(tbl, tbl->count - 1);

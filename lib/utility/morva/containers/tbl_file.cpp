@@ -70,8 +70,7 @@ bool put_items(FILE* stream, const Tbl* tbl) {
     const auto size = static_cast<std::size_t>(tbl->itemsize);
     return (tbl->null_value == nullptr ||
             put_padded(stream, tbl->null_value, size, round_up_to_8(size))) &&
-           put_zeros(stream, static_cast<std::size_t>(-tbl->first) * size) &&
-           put(stream, tbl->base, static_cast<std::size_t>(tbl->alloc_end) * size);
+           put(stream, block_of(tbl), static_cast<std::size_t>(slots_of(tbl)) * size);
 }
 
 // ---- reading
@@ -163,7 +162,7 @@ char* last_address(int fd) {
     return address;
 }
 
-enum class Outcome { opened, absent, unusable, failed };
+enum class Outcome { opened, absent, unusable, mislabelled, failed };
 
 struct Opened {
     Outcome outcome = Outcome::failed;
@@ -191,13 +190,24 @@ Tbl* adopt(const Layout& layout, char* map, std::size_t size, int fd, bool writa
     return tbl;
 }
 
-Opened open_file(const char* path, bool writable) {
+bool has_label(const char* found, const char* wanted) {
+    return wanted == nullptr || (found != nullptr && std::strcmp(found, wanted) == 0);
+}
+
+// The process ran out of something: that says nothing about the file.
+bool is_exhaustion(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+// A file of another label than the one wanted, if any, is not touched.
+Opened open_file(const char* path, bool writable, const char* wanted_label = nullptr) {
     // Without O_NONBLOCK a named pipe would hold the process until somebody opens its other end.
     const int flags = (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK;
     Descriptor fd(retry([&] { return ::open(path, flags); }));
     if (!fd) {
+        const Outcome outcome = is_exhaustion(errno) ? Outcome::failed : Outcome::absent;
         elog_log(1, "Can't open %s to read tbl.", path);
-        return {Outcome::absent};
+        return {outcome};
     }
     struct stat status;
     if (::fstat(fd.get(), &status) != 0) {
@@ -214,6 +224,10 @@ Opened open_file(const char* path, bool writable) {
     if (!check(map, size, path, &layout)) {
         unmap_file(map, size, writable);
         return {Outcome::unusable};
+    }
+    if (!has_label(layout.label, wanted_label)) {
+        unmap_file(map, size, writable);
+        return {Outcome::mislabelled};
     }
     Tbl* tbl = adopt(layout, map, size, fd.release(), writable);
     return {Outcome::opened, tbl, layout.label};
@@ -243,10 +257,6 @@ Tbl* create_file(const Wanted& wanted) {
     return saved == 0 ? readtbl(wanted.path, nullptr, 1) : nullptr;
 }
 
-bool has_label(const char* found, const char* wanted) {
-    return wanted == nullptr || (found != nullptr && std::strcmp(found, wanted) == 0);
-}
-
 String with_ending(std::string_view path, std::string_view ending) {
     String name;
     name.reserve(path.size() + ending.size());
@@ -266,8 +276,17 @@ Tbl* rebuild(Tbl* old, const Wanted& wanted) {
         ::unlink(larger.path);
         elog_die(0, "Couldn't extend list %s", wanted.path);
     }
+    struct stat status;
+    if (::fstat(file_of(old), &status) == 0) ::fchmod(file_of(tbl), status.st_mode & 07777);
     freetbl(old, nullptr);
     return tbl;
+}
+
+// Whether the items have the size that the caller expects of them; below 1, any will do.
+bool has_size(const Tbl* tbl, int itemsize) {
+    if (itemsize < 1 || tbl->itemsize == itemsize) return true;
+    elog_log(0, "tbl lists have different entry sizes: %d %d\n", itemsize, tbl->itemsize);
+    return false;
 }
 
 // Whether a list that filetbl would make could take the items of this one.
@@ -277,6 +296,13 @@ bool fits(const Tbl* tbl, const Wanted& wanted) {
     model.direct = 1;
     model.null_value = static_cast<char*>(const_cast<void*>(wanted.null_value));
     return can_be_joined(&model, tbl);
+}
+
+// Whether a list lives in this very file, which cannot be written anew under it.
+bool is_file_of(const Tbl* tbl, const char* path) {
+    struct stat own, other;
+    return in_file(tbl) && ::fstat(file_of(tbl), &own) == 0 && ::stat(path, &other) == 0 &&
+           own.st_dev == other.st_dev && own.st_ino == other.st_ino;
 }
 
 // Keeps what is no list file, or a damaged one, under another name: somebody may miss it.
@@ -304,7 +330,9 @@ int writetbl(Tbl* tbl, FILE* stream, const char* label) {
 
 int savetbl(Tbl* tbl, const char* path, const char* label) {
     port::make_pathdirs(path);
-    FILE* stream = std::fopen(path, "w+e");
+    const bool own = is_file_of(tbl, path);
+    FILE* stream = own ? nullptr : std::fopen(path, "w+e");
+    if (own) errno = EBUSY;
     if (stream == nullptr) {
         elog_log(1, "Can't open %s to write tbl.\n", path);
         return -1;
@@ -327,15 +355,15 @@ int filetbl(const char* path, const char* label, long size, const void* null_val
     const Wanted wanted{path, label, size, null_value, itemsize};
     *tbl = nullptr;
     const int mark = elog_mark();
-    const Opened file = open_file(path, true);
+    const Opened file = open_file(path, true, label);
     if (file.outcome == Outcome::failed) return -1;
     elog_flush(0, mark);
+    if (file.outcome == Outcome::mislabelled) return -2;
     if (file.outcome != Outcome::opened) {
         if (file.outcome == Outcome::unusable) put_aside(path);
         *tbl = create_file(wanted);
-    } else if (!has_label(file.label, label)) {
+    } else if (!has_size(file.tbl, itemsize)) {
         freetbl(file.tbl, nullptr);
-        return -2;
     } else if (slots_of(file.tbl) >= size) {
         *tbl = file.tbl;
     } else if (fits(file.tbl, wanted)) {

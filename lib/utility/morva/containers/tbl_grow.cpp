@@ -59,6 +59,9 @@ void slide_to_end(Tbl* tbl) {
 
 void enlarge_at_front(Tbl* tbl, int64_t n, Site site) {
     enlarge_block(tbl, n, site);
+    // Of the slots in front, those that the items do not leave behind: list files hold them all.
+    if (n > tbl->alloc_end)
+        std::memset(tbl_slot(tbl, tbl->alloc_end), 0, (n - tbl->alloc_end) * tbl->itemsize);
     char* base = tbl_slot(tbl, n);
     std::memmove(base, tbl->base, tbl->alloc_end * tbl->itemsize);
     tbl->base = base;

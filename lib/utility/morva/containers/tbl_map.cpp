@@ -25,6 +25,7 @@ namespace {
 struct Note {
     std::size_t reserved;  // bytes from the note to the end of the reserved range
     int fd;
+    char* deleted;
 };
 
 constexpr std::size_t kGenerous = std::size_t{1} << 36;
@@ -92,7 +93,7 @@ char* map_growing(int fd, std::size_t size, char* wanted) {
     if (range.data() == nullptr || ::mprotect(range.data(), page, PROT_READ | PROT_WRITE) != 0 ||
         !map_part(mapaddr, fd, 0, size))
         return nullptr;
-    *note_of(mapaddr) = {range.size(), fd};
+    *note_of(mapaddr) = {range.size(), fd, nullptr};
     range.release();
     return mapaddr;
 }
@@ -131,11 +132,19 @@ int unmap_file(char* mapaddr, std::size_t size, bool writable) {
     return ::munmap(note, note->reserved);
 }
 
+int file_of(const Tbl* tbl) {
+    return (tbl->mode & kWritable) != 0 ? note_of(tbl->mapaddr)->fd : tbl->fd;
+}
+
+char*& deleted_buffer(Tbl* tbl) {
+    return (tbl->mode & kWritable) != 0 ? note_of(tbl->mapaddr)->deleted : tbl->deleted;
+}
+
 void release_file(Tbl* tbl) {
     const Tbl last = *tbl;
     const bool writable = (last.mode & kWritable) != 0;
+    ::close(file_of(tbl));
     if (!writable) std::free(tbl);
-    ::close(writable ? note_of(last.mapaddr)->fd : last.fd);
     if (unmap_file(last.mapaddr, last.maplen, writable) != 0)
         elog_complain(1, "munmap (%lx, %ld) fails", reinterpret_cast<unsigned long>(last.mapaddr),
                       static_cast<long>(last.maplen));
@@ -152,7 +161,7 @@ void extend_file(Tbl* tbl, int64_t n) {
     }
     // A process that was killed while it extended the file leaves room that is used up here.
     if (length <= tbl->maplen) return;
-    const int fd = note_of(tbl->mapaddr)->fd;
+    const int fd = file_of(tbl);
     if (lengthen(fd, tbl->maplen, length) != 0)
         elog_die(1, "Couldn't write 1 byte to extend file by %ld bytes", static_cast<long>(bytes));
     map_more(tbl, fd, static_cast<std::size_t>(length));

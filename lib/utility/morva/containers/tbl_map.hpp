@@ -16,6 +16,13 @@ int unmap_file(char* mapaddr, std::size_t size, bool writable);
 // Lengthens the file of a list by n slots, or ends the process. Changes maplen, not alloc_end.
 void extend_file(Tbl* tbl, int64_t n);
 
+// The descriptor of a list in a file.
+int file_of(const Tbl* tbl);
+
+// Where this process keeps the buffer of deltbl. The record of a writable list is no place for it:
+// another process that has the file open would use and free an address of this one.
+char*& deleted_buffer(Tbl* tbl);
+
 // Closes and unmaps the file of a list, and frees the record of a read-only one.
 void release_file(Tbl* tbl);
 
