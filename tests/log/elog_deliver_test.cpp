@@ -173,6 +173,7 @@ TEST_F(ElogDelivery, PrintsAStackTraceWhenAsked) {
         return kit::captured(2, [&] { elog_notify(0, "%s", text); });
     };
     EXPECT_THAT(shown("*stack*where"), MatchesRegex("prog: \\*stack\\*where\n\t#0 (.|\n)*"));
+    EXPECT_THAT(shown("\n*stack*where"), MatchesRegex("\nprog: \\*stack\\*where\n\t#0 (.|\n)*"));
     EXPECT_EQ(shown("a *stack*"), "prog: a *stack*\n");
     elog_set(ELOG_TAG, ELOG_NOTIFY, value("*stack*"));
     EXPECT_THAT(shown("x"), MatchesRegex("\\*stack\\*: x\n\t#0 (.|\n)*"));

@@ -207,7 +207,8 @@ void complete(Draft& draft, int severity, int error) {
 }
 
 bool wants_stack(const Draft& draft) {
-    return state().severities[draft.message.severity].show_stack || asks_for_stack(draft.text) ||
+    return state().severities[draft.message.severity].show_stack ||
+           asks_for_stack(draft.message.msg) ||
            (draft.message.tag != nullptr && asks_for_stack(draft.tag + 1));
 }
 
