@@ -196,6 +196,11 @@ TEST(ElogConfig, RecordsTheCommandLine) {
     EXPECT_STREQ(state().directory, "");
     EXPECT_STREQ(Program_Name, "bare");
     EXPECT_EQ(Argc, 1);
+    argv[0] = root;
+    elog_set(ELOG_ARGV, 0, argv);  // not a copy yet, and no name
+    elog_init(1, argv);
+    EXPECT_NE(Argv, argv);
+    EXPECT_STREQ(Program_Name, "prog");
 }
 
 TEST(ElogTags, ExpandTheirTokens) {

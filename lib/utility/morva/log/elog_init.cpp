@@ -15,7 +15,7 @@ namespace morva::log {
 namespace {
 
 bool same_arguments(int argc, char** argv) {
-    if (argc != Argc || Argv == nullptr) return false;
+    if (argc != Argc || Argv == nullptr || Argv != state().owned_argv) return false;
     for (int i = 0; i < argc; ++i)
         if (argv[i] == nullptr || Argv[i] == nullptr || std::strcmp(argv[i], Argv[i]) != 0)
             return false;
@@ -44,8 +44,8 @@ void name_program(const char* path) {
     const std::size_t length = slash == nullptr ? 0 : slash == path ? 1 : slash - path;
     std::snprintf(state().directory, sizeof state().directory, "%.*s", static_cast<int>(length),
                   path);
-    std::free(std::exchange(state().owned_name, name));
     Program_Name = name;
+    std::free(std::exchange(state().owned_name, name));
 }
 
 void record_command_line(int argc, char** argv) {
