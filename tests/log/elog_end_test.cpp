@@ -338,6 +338,10 @@ TEST(ElogMemory, FatalMessagesNeedNone) {
             elog_die(0, "the end");
         },
         [] { elog_die(0, "%9000s the end", ""); },
+        [] {
+            elog_set(ELOG_DELIVER, ELOG_DIE, value("log"));
+            elog_die(0, "the end");
+        },
     };
     for (const auto& death : deaths) {
         // The list of the callback is made here, so that only the end itself is starved.

@@ -168,7 +168,8 @@ void keep(const Elog_msg& message) {
             return;
         }
     }
-    morva::out_of_memory(sizeof(Elog_msg), "msg", MORVA_HERE);
+    if (message.severity < ELOG_DIE) morva::out_of_memory(sizeof(Elog_msg), "msg", MORVA_HERE);
+    write_batch(STDERR_FILENO, Batch{0, count, &message, true});
 }
 
 // A message that the callback raises itself is not offered to it.
