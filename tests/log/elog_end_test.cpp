@@ -235,6 +235,60 @@ TEST(ElogSignals, HandlersThatLogFindTheRegisterWholeOrGoAround) {
     EXPECT_EQ(ended.errors, "prog: kept\nprog: from a handler\nprog: from a handler\n");
 }
 
+#ifndef __SANITIZE_THREAD__  // which wants no allocation in a handler
+
+std::atomic<int> g_handled{0};
+
+void log_from_handler(int) {
+    const int error = errno;
+    const int n = ++g_handled;
+    if (n % 5 == 0) elog_complain(0, "handler %d", n);
+    if (n % 5 == 1) elog_log(0, "x");
+    if (n % 5 == 2) elog_log(0, "handler %d", n);
+    if (n % 5 == 3) elog_clear();
+    if (n % 5 == 4) elog_notify(0, "handler %d", n);
+    errno = error;
+}
+
+// Interrupts the calling thread again and again, until `count` signals have been handled.
+std::thread interrupt_this_thread(int count) {
+    std::signal(SIGUSR1, log_from_handler);
+    return std::thread([count, self = pthread_self()] {
+        for (int sent = 0; sent < count; ++sent) {
+            pthread_kill(self, SIGUSR1);
+            while (g_handled <= sent) std::this_thread::yield();
+        }
+    });
+}
+
+TEST(ElogSignals, HandlersMayLogAtAnyMoment) {
+    for (const char* delivery : {"stderr", "stdout", "/dev/null", "orb:x"}) {
+        for (const Elog_callback callback : {Elog_callback{}, elog_json}) {
+            const Ended ended = ends([&] {
+                if (freopen("/dev/null", "w", stdout) == nullptr) return;
+                elog_json_stream(stdout);
+                elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(callback));
+                elog_set_orb_logger([](const char*, const char*, const char*) { return 0; });
+                for (const int severity : {ELOG_NOTIFY, ELOG_COMPLAIN})
+                    elog_set(ELOG_DELIVER, severity, value(delivery));
+                constexpr int kCount = 3000;
+                std::thread other = interrupt_this_thread(kCount);
+                for (int i = 0; g_handled < kCount; ++i) {
+                    elog_log(0, "x");
+                    elog_log(0, "x");
+                    if (i % 3 == 0) elog_complain(0, "%d", i);
+                    if (i % 7 == 0) elog_flush(1, elog_mark() / 2);
+                }
+                other.join();
+                std::_Exit(0);
+            });
+            EXPECT_EQ(ended.status, 0) << delivery << ended.errors.substr(0, 2000);
+        }
+    }
+}
+
+#endif
+
 // --- Memory. Each scenario runs with its nth allocation failing, for every n.
 
 struct Scenario {

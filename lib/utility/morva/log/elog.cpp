@@ -19,9 +19,10 @@ constexpr const char* kNames[ELOG_NSEVERITY] = {"log",      "debug", "notify", "
 
 // Counts a reason that was just registered once more; true when it was.
 bool count_repeat(const Draft& draft) {
+    Busy busy;
     Elog_msg* last = register_item(register_count() - 1);
     if (last == nullptr || !repeats(*last, draft)) return false;
-    ++last->count;
+    if (last->count < INT32_MAX) ++last->count;
     return true;
 }
 
@@ -46,7 +47,10 @@ bool register_message(Draft& draft, int severity, int error) {
         message = nullptr;
     }
     deliver_or_keep(severity, message);
-    if (stack) show_stack_trace(stderr);
+    if (stack) {
+        Busy busy;
+        show_stack_trace(stderr);
+    }
     return *state().severities[severity].debug != '\0';
 }
 
@@ -59,12 +63,6 @@ void write_at_once(Draft& draft, int severity, int error) {
 void follow_up(int severity) {
     if (severity == ELOG_DIE) end_program();
     if (severity == ELOG_FAULT) std::abort();
-}
-
-// Cuts the list without a look at who else is showing it.
-void drop_from(long n) {
-    Busy busy;
-    trunctbl(state().messages, n, spare_message);
 }
 
 }  // namespace
@@ -80,19 +78,20 @@ Elog_msg* register_item(long i) {
 }
 
 void cut_register(long n) {
+    Busy busy;
     n = std::max(n, 0L);
     for (Span* span = state().spans; span != nullptr; span = span->next)
         span->end = std::min(span->end, std::max(n, span->start));
-    if (n < register_count()) drop_from(n);
+    if (n < register_count()) trunctbl(state().messages, n, spare_message);
 }
 
 void remove_span(const Span& span) {
+    Busy busy;
     const long shown = span.end - span.start;
     if (shown <= 0) return;
     if (span.end >= register_count()) return cut_register(span.start);
     for (Span* other = state().spans; other != nullptr; other = other->next)
         other->end = std::min(other->end, std::max(span.start, other->start));
-    Busy busy;
     for (long i = 0; i < shown; ++i) spare_message(deltbl(state().messages, span.start));
 }
 

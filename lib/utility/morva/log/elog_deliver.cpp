@@ -43,6 +43,7 @@ class Watched {
 
 // Trouble with a delivery goes straight to standard error, with all that the register holds.
 void report(Delivery& delivery, const char* trouble, std::string_view word) {
+    Busy busy;
     delivery.failed = true;
     const int error = errno;
     std::fprintf(stderr, "%s '%.*s'\n", trouble, static_cast<int>(word.size()), word.data());
@@ -107,8 +108,10 @@ void to_ring(Delivery& delivery, std::string_view word) {
         errno = 0;
         result = logger(terminated(ring, name), Program_Name, text.get());
     }
-    if (result != 0) return report(delivery, "Can't log to packet ring", name);
-    delivery.shown = true;
+    if (result != 0) report(delivery, "Can't log to packet ring", name);
+    delivery.shown = delivery.shown || result == 0;
+    Busy busy;
+    text.reset();
 }
 
 void handle(Delivery& delivery, std::string_view word) {
@@ -138,12 +141,15 @@ std::string_view next_word(std::string_view& rest) {
     if (state().quitting++ == 0) deliver(delivery, 0, nullptr);
     char tag[kTagLength + 1];
     expand(die.tag, tag, sizeof tag, Purpose::kTag);
-    std::fprintf(stderr,
-                 "%s: quitting because log has %d messages\n"
-                 "   eliminate this limit with\n"
-                 "      setenv ELOG_MAXMSG 0\n"
-                 "   or by editing elog.pf.  See elog(3).\n",
-                 tag, static_cast<int>(count));
+    {
+        Busy busy;
+        std::fprintf(stderr,
+                     "%s: quitting because log has %d messages\n"
+                     "   eliminate this limit with\n"
+                     "      setenv ELOG_MAXMSG 0\n"
+                     "   or by editing elog.pf.  See elog(3).\n",
+                     tag, static_cast<int>(count));
+    }
     end_program();
 }
 

@@ -121,7 +121,12 @@ char* elog_commandline_str(void) {
     const int count = Argv != nullptr ? Argc : 0;
     std::size_t size = 1;
     for (int i = 0; i < count && Argv[i] != nullptr; ++i) size += std::strlen(Argv[i]) + 1;
-    char* buf = static_cast<char*>(morva::must_malloc(size, "buf", MORVA_HERE));
+    char* buf = nullptr;
+    {
+        Busy busy;
+        buf = static_cast<char*>(morva::try_malloc(size));
+    }
+    if (buf == nullptr) morva::out_of_memory(size, "buf", MORVA_HERE);
     char* at = buf;
     for (int i = 0; i < count && Argv[i] != nullptr; ++i) {
         if (i > 0) *at++ = ' ';

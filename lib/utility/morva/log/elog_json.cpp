@@ -128,9 +128,9 @@ std::size_t put_batch(char* to, std::size_t size, const Batch& batch, double tim
 
 // One write of all lines. False when that does not succeed; then the usual delivery shows them.
 bool write_lines(FILE* stream, const Batch& batch) {
+    Busy busy;
     const double time = std_now();
     const std::size_t size = put_batch(nullptr, 0, batch, time);
-    Busy busy;
     malloced<char> lines(static_cast<char*>(try_malloc(size + 1)));
     if (lines == nullptr) return false;
     put_batch(lines.get(), size, batch, time);

@@ -17,6 +17,18 @@ struct Out {
     int fd;
 };
 
+// Busy while a batch is read, except for a frugal one: whoever writes that may have come to a
+// register that is not his.
+class Reading {
+  public:
+    explicit Reading(const Batch& batch) {
+        if (!batch.frugal) busy_.emplace();
+    }
+
+  private:
+    std::optional<Busy> busy_;
+};
+
 bool put(const Out& out, const char* bytes, std::size_t count) {
     if (out.stream != nullptr) return std::fwrite(bytes, 1, count, out.stream) == count;
     while (count > 0) {
@@ -75,29 +87,37 @@ char* lay_out(const Batch& batch, char* at, const char* end) {
     return at;
 }
 
+// For a text that finds no memory.
+bool put_pieces(const Out& out, const Batch& batch) {
+    const Reading reading(batch);
+    bool good = true;
+    each_piece(batch, [&](const char* p, std::size_t n) { good = put(out, p, n) && good; });
+    return good;
+}
+
+// Lays the text out in `small`, if there is room for it, or in a block that the caller frees. Null
+// when memory runs out.
+template <std::size_t room>
+char* lay_out_somewhere(const Batch& batch, char (&small)[room], std::size_t* size) {
+    const Reading reading(batch);
+    *size = exact_size(batch);
+    if (*size > room && batch.frugal) return nullptr;
+    char* to = *size <= room ? small : static_cast<char*>(try_malloc(*size));
+    if (to != nullptr) lay_out(batch, to, to + *size);
+    return to;
+}
+
 // One write of the whole text, so that the lines of several processes do not mix. Only a long text
 // that finds no memory goes out in pieces.
 bool put_batch(const Out& out, const Batch& batch) {
     char small[4096];
-    const std::size_t size = exact_size(batch);
-    if (size <= sizeof small) {
-        lay_out(batch, small, small + size);
-        return put(out, small, size);
-    }
-    char* large = nullptr;
-    if (!batch.frugal) {
-        Busy busy;
-        large = static_cast<char*>(try_malloc(size));
-    }
-    bool good = true;
-    if (large != nullptr) {
-        lay_out(batch, large, large + size);
-        good = put(out, large, size);
-        Busy busy;
-        std::free(large);
-    } else {
-        each_piece(batch, [&](const char* p, std::size_t n) { good = put(out, p, n) && good; });
-    }
+    std::size_t size = 0;
+    char* text = lay_out_somewhere(batch, small, &size);
+    if (text == nullptr) return put_pieces(out, batch);
+    const bool good = put(out, text, size);
+    if (text == small) return good;
+    Busy busy;
+    std::free(text);
     return good;
 }
 
@@ -122,15 +142,17 @@ std::size_t layout_size(const Batch& batch) {
 }
 
 char* try_layout(const Batch& batch) {
-    std::optional<Busy> busy;
-    if (!batch.frugal) busy.emplace();
+    const Reading reading(batch);
     const std::size_t size = layout_size(batch);
     char* text = static_cast<char*>(try_malloc(size));
     if (text != nullptr) *lay_out(batch, text, text + size - 1) = '\0';
     return text;
 }
 
+// A handler that interrupts the C library at work on these two streams must keep off them.
 int print_batch(FILE* stream, const Batch& batch) {
+    std::optional<Busy> busy;
+    if (stream == stderr || stream == stdout) busy.emplace();
     if (stream == stderr && std::fflush(stdout) != 0) report_flush("stdout");
     const bool good = put_batch(Out{stream, -1}, batch);
     if (std::fflush(stream) == 0) return good ? 0 : -1;
