@@ -18,7 +18,8 @@
 #include "morva.h"
 
 struct Section {
-    char start[24];  // as the message gives it: 2007/03/21 22:23:00.004
+    const char* begin;  // its WID2 line in the message, or its data when it has none
+    char start[24];     // as the message gives it: 2007/03/21 22:23:00.004
     char station[8];
     char channel[8];
     char format[8];    // CM6, INT, CM8, ...; empty when the WID2 line can't be read
@@ -143,9 +144,10 @@ inline std::string_view find_data(std::string_view section) {
     return section.substr(0, section.size() - stop.size());
 }
 
-inline Section* new_section(std::string_view data) {
+inline Section* new_section(const char* begin, std::string_view data) {
     Section* section = static_cast<Section*>(std::calloc(1, sizeof(Section)));
     if (section == nullptr) elog_die(1, "out of memory\n");
+    section->begin = begin;
     section->samples = -1;
     section->text = data.empty() ? nullptr : data.data();
     section->length = static_cast<long>(data.size());
@@ -156,7 +158,7 @@ inline Section* new_section(std::string_view data) {
 // the line before it.
 inline void push_strays(Tbl* sections, std::string_view text) {
     for (auto data = find_data(text); !data.empty(); data = find_data(text)) {
-        pushtbl(sections, new_section(data));
+        pushtbl(sections, new_section(data.data(), data));
         text.remove_prefix(static_cast<std::size_t>(data.data() + data.size() - text.data()));
     }
 }
@@ -164,7 +166,7 @@ inline void push_strays(Tbl* sections, std::string_view text) {
 // Adds the section that a part of the message begins with, and what stands behind its data.
 inline void push_section(Tbl* sections, std::string_view text) {
     const std::string_view data = find_data(text), line = first_line(text);
-    Section* section = new_section(data);
+    Section* section = new_section(text.data(), data);
     section->announced = true;
     if (!read_wid2_columns(section, line) && !read_wid2_words(section, line)) {
         section->format[0] = '\0';

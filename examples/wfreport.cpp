@@ -42,17 +42,38 @@ struct Totals {
 // One file: its name in the table, and what was found wrong with it.
 struct File {
     std::string name;
-    int width;  // of the column of names
+    int width;         // of the column of names
+    std::string text;  // all of it
     std::string problem;
     int problems = 0;
 };
 
-void note_problem(File& file, const Section* section, long number, const std::string& problem) {
+// Notes a problem that an editor will find at `where` in the text of the file.
+void note_problem(File& file, const Section* section, long number, const char* where,
+                  const std::string& problem) {
     if (file.problems++ > 0) return;
     file.problem = "section " + std::to_string(number);
     if (section->station[0] != '\0')
         file.problem += std::string(" (") + section->station + " " + section->channel + ")";
-    file.problem += ": " + problem;
+    const auto line = std::count(static_cast<const char*>(file.text.data()), where, '\n') + 1;
+    file.problem += ", line " + std::to_string(line) + ": " + problem;
+}
+
+void note_problem(File& file, const Section* section, long number, const std::string& problem) {
+    note_problem(file, section, number, section->begin, problem);
+}
+
+void note_verdict(File& file, const Section* section, long number, const Um6_verdict& verdict) {
+    if (verdict.status == UM6_BAD_CHARACTER) {
+        char shown[8];
+        const char* where = section->text + verdict.position;
+        note_problem(
+            file, section, number, where,
+            std::string("bad character '") + printable_string(where, 1, shown, sizeof shown) + "'");
+        return;
+    }
+    char reason[UM6_REASON_SIZE];
+    note_problem(file, section, number, um6_reason(&verdict, reason));
 }
 
 bool decode_text(std::string_view text, Decoder& decoder) {
@@ -133,8 +154,7 @@ void report_section(File& file, const Section* section, long number, Decoder& de
     print_origin(file, section, decoder.nsamp);
     print_decoded(decoder, section->length);
     if (decoder.verdict.status != UM6_GOOD) {
-        char reason[UM6_REASON_SIZE];
-        note_problem(file, section, number, um6_reason(&decoder.verdict, reason));
+        note_verdict(file, section, number, decoder.verdict);
     } else if (decoder.nsamp != section->samples) {
         note_problem(file, section, number,
                      "WID2 says " + std::to_string(section->samples) + " samples, " +
@@ -180,8 +200,8 @@ bool read_file(const char* path, std::string& text) {
     return good;
 }
 
-void process_message(File& file, std::string_view message, Decoder& decoder, Totals& totals) {
-    Tbl* sections = find_sections(message);
+void process_message(File& file, Decoder& decoder, Totals& totals) {
+    Tbl* sections = find_sections(file.text);
     for (long i = 0; i < maxtbl(sections); ++i)
         process_section(file, static_cast<Section*>(gettbl(sections, i)), i + 1, decoder, totals);
     if (maxtbl(sections) == 0) {
@@ -193,10 +213,9 @@ void process_message(File& file, std::string_view message, Decoder& decoder, Tot
 
 void process_file(const char* path, int width, Decoder& decoder, Totals& totals) {
     const char* slash = std::strrchr(path, '/');
-    File file{slash != nullptr ? slash + 1 : path, width, {}, 0};
-    std::string text;
-    if (read_file(path, text)) {
-        process_message(file, text, decoder, totals);
+    File file{slash != nullptr ? slash + 1 : path, width, {}, {}, 0};
+    if (read_file(path, file.text)) {
+        process_message(file, decoder, totals);
     } else {
         file.problem = std::string("can't read it: ") + std::strerror(errno);
         file.problems = 1;

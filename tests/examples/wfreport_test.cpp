@@ -80,7 +80,7 @@ TEST_F(Wfreport, PrintsWhatASectionHolds) {
     // 5, -1 - 4, ...: the samples are 5, 13, 15, 20 with second differences 5, 3, -6, 3.
     const Outcome seen = report("m.gse2");
     EXPECT_EQ(seen.status, 1);
-    EXPECT_THAT(seen.err, testing::HasSubstr("m.gse2: section 1 (ALDA HHZ): CHK2 says 13, "
+    EXPECT_THAT(seen.err, testing::HasSubstr("m.gse2: section 1 (ALDA HHZ), line 3: CHK2 says 13, "
                                              "samples give 53\n"));
     EXPECT_EQ(fixed_part(seen.out, "m.gse2"),
               "m.gse2 ALDA HHZ 2026/03/14 04:21:07.350 4 100.0000 5 20 13.250 DIFFERS 4.50");
@@ -132,26 +132,28 @@ TEST_F(Wfreport, TellsWhatIsWrongInOneLine) {
     const std::pair<std::string, std::string> rows[] = {
         {"", "no waveform section (no line that begins with WID2)"},
         {"Some text\n", "no waveform section (no line that begins with WID2)"},
-        {"WID2 \n" + data, "section 1: can't read the WID2 line"},
-        {kWid2, "section 1 (ALDA HHZ): no DAT2 line"},
-        {kWid2 + "DAT2\n+-++\nSTOP\n", "section 1 (ALDA HHZ): no CHK2 line"},
-        {kWid2 + "DAT2\n+-++\nCHK2 \n", "section 1 (ALDA HHZ): no number in the CHK2 line"},
-        {kWid2 + "DAT2\n+-?+\nCHK2 6\n", "section 1 (ALDA HHZ): bad character at byte 7"},
-        {kWid2 + "DAT2\n+-+U\nCHK2 6\n", "section 1 (ALDA HHZ): the data end inside a value"},
-        {five + data, "section 1 (ALDA HHZ): WID2 says 5 samples, 4 were decoded"},
+        {"WID2 \n" + data, "section 1, line 1: can't read the WID2 line"},
+        {kWid2, "section 1 (ALDA HHZ), line 1: no DAT2 line"},
+        {kWid2 + "DAT2\n+-++\nSTOP\n", "section 1 (ALDA HHZ), line 1: no CHK2 line"},
+        {kWid2 + "DAT2\n+-++\nCHK2 \n", "section 1 (ALDA HHZ), line 1: no number in the CHK2 line"},
+        {kWid2 + "DAT2\n+-?+\nCHK2 6\n", "section 1 (ALDA HHZ), line 3: bad character '?'"},
+        {kWid2 + "DAT2\n+-+U\nCHK2 6\n",
+         "section 1 (ALDA HHZ), line 1: the data end inside a value"},
+        {five + data, "section 1 (ALDA HHZ), line 1: WID2 says 5 samples, 4 were decoded"},
         {kWid2 + data + five + data + five + data,
-         "section 2 (ALDA HHZ): WID2 says 5 samples, 4 were decoded (and 1 more)"},
-        {kWid2 + "DAT2\n+-++\n" + kWid2 + data, "section 1 (ALDA HHZ): no CHK2 line"},
-        {fast + data, "section 1 (ALDA HHZ): can't read the WID2 line"},
+         "section 2 (ALDA HHZ), line 5: WID2 says 5 samples, 4 were decoded (and 1 more)"},
+        {kWid2 + "DAT2\n+-++\n" + kWid2 + data, "section 1 (ALDA HHZ), line 1: no CHK2 line"},
+        {fast + data, "section 1 (ALDA HHZ), line 1: can't read the WID2 line"},
         // Data may not get lost because the WID2 line above them did.
-        {data + kWid2 + data, "section 1: data without a WID2 line of their own"},
+        {data + kWid2 + data, "section 1, line 1: data without a WID2 line of their own"},
         {"\xef\xbb\xbf" + kWid2 + data + kWid2 + data,
-         "section 1: data without a WID2 line of their own"},
-        {kWid2 + data + " " + kWid2 + data, "section 2: data without a WID2 line of their own"},
+         "section 1, line 2: data without a WID2 line of their own"},
+        {kWid2 + data + " " + kWid2 + data,
+         "section 2, line 6: data without a WID2 line of their own"},
         {kWid2 + "DAT2\n+-++\nCHK2 6" + kWid2 + data + kWid2 + data,
-         "section 2: data without a WID2 line of their own"},
+         "section 2, line 5: data without a WID2 line of their own"},
         {kWid2 + data + data + data,
-         "section 2: data without a WID2 line of their own (and 1 more)"},
+         "section 2, line 5: data without a WID2 line of their own (and 1 more)"},
     };
     for (const auto& [text, problem] : rows) {
         write("m.gse2", text);
