@@ -152,26 +152,63 @@ void sort_morva(State& state) {
     count_items(state, state.range(0));
 }
 
-void sort_inline(State& state) {
+template <class Above>
+void shell_sort(std::vector<int>& list, Above above) {
+    const long count = static_cast<long>(list.size());
+    long gap = 1;
+    while (gap < count) gap = 3 * gap + 1;
+    while (gap > 1) {
+        gap /= 3;
+        for (long i = gap; i < count; ++i) {
+            int scratch = list[i];
+            long j = i;
+            for (; j >= gap && above(&list[j - gap], &scratch); j -= gap) list[j] = list[j - gap];
+            list[j] = scratch;
+        }
+    }
+}
+
+template <class Above>
+void sort_ints(State& state, Above above) {
     const std::vector<int> numbers = random_ints(state.range(0));
     for (auto _ : state) {
         state.PauseTiming();
         std::vector<int> list = numbers;
         state.ResumeTiming();
-        const long count = static_cast<long>(list.size());
-        long gap = 1;
-        while (gap < count) gap = 3 * gap + 1;
-        while (gap > 1) {
-            gap /= 3;
-            for (long i = gap; i < count; ++i) {
-                const int scratch = list[i];
-                long j = i;
-                for (; j >= gap && list[j - gap] > scratch; j -= gap) list[j] = list[j - gap];
-                list[j] = scratch;
-            }
-        }
+        shell_sort(list, above);
         benchmark::DoNotOptimize(list.data());
     }
+    count_items(state, state.range(0));
+}
+
+void sort_inline(State& state) {
+    sort_ints(state, [](const int* a, const int* b) { return *a > *b; });
+}
+
+void sort_pointer(State& state) {
+    int (*compare)(void*, void*, void*) = compare_ints;
+    benchmark::DoNotOptimize(compare);
+    sort_ints(state, [compare](int* a, int* b) { return compare(a, b, nullptr) > 0; });
+}
+
+// Pointers to numbers of which each occurs about four times: equal items can be told apart.
+void sort_equal_morva(State& state) {
+    std::vector<int> numbers = random_ints(state.range(0));
+    for (int& number : numbers) number = static_cast<unsigned>(number) % (numbers.size() / 4);
+    Tbl* tbl = newtbl(static_cast<long>(numbers.size()));
+    for (auto _ : state) {
+        state.PauseTiming();
+        clrtbl(tbl, nullptr);
+        for (int& number : numbers) pushtbl(tbl, &number);
+        state.ResumeTiming();
+        sorttbl(
+            tbl,
+            [](void* a, void* b, void*) {
+                return compare_ints(*static_cast<int**>(a), *static_cast<int**>(b), nullptr);
+            },
+            nullptr);
+    }
+    freetbl(tbl, nullptr);
     count_items(state, state.range(0));
 }
 
@@ -272,6 +309,8 @@ const int registered = [] {
         add("searchtbl", "bsearch", search_bsearch);
         add("sorttbl", "morva", sort_morva);
         add("sorttbl", "inline shell sort", sort_inline);
+        add("sorttbl", "shell sort by pointer", sort_pointer);
+        add("sorttbl of equal items", "morva", sort_equal_morva);
         add("jointbl", "morva", join_morva);
 #ifdef MORVA_PEER_GLIB
         add("push and get", "GPtrArray", push_and_get_glib);

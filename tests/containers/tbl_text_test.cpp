@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <random>
+
+#include "base/memory.hpp"
 
 namespace {
 
@@ -127,7 +130,10 @@ void documented_sort(std::vector<Item>& items) {
 template <class Item, class Make>
 void expect_documented_order(Make make) {
     std::mt19937 random(3);
-    for (int count : {0, 1, 2, 3, 5, 14, 41, 1000}) {
+    std::vector<int> counts(70);
+    std::iota(counts.begin(), counts.end(), 0);
+    for (int more : {127, 128, 129, 1000, 5003}) counts.push_back(more);
+    for (int count : counts) {
         std::vector<Item> items;
         for (int i = 0; i < count; ++i) items.push_back(make(static_cast<int>(random() % 4), i));
         List list(inittbl(0, 0, 1, nullptr, sizeof(Item)));
@@ -147,6 +153,62 @@ TEST(TblSort, LeavesEqualItemsInTheDocumentedOrder) {
     expect_documented_order<std::array<int, 5>>([](int key, int place) {
         return std::array<int, 5>{key, place, place, place, place};
     });
+}
+
+// The same with no memory but for the one item, which the sort then makes do with.
+TEST(TblSort, NeedsMemoryForOneItemOnly) {
+    std::vector<Numbered> items;
+    for (int i = 0; i < 500; ++i) items.push_back({i * 7 % 5, i});
+    List list(inittbl(0, 0, 1, nullptr, sizeof(Numbered)));
+    for (const Numbered& item : items) pushtbl(list.get(), &item);
+    morva::fail_allocation(2, true);
+    sorttbl(list.get(), by_key, nullptr);
+    EXPECT_GE(morva::allocations_seen(), 2);
+    morva::fail_allocation(0, false);
+    documented_sort(items);
+    EXPECT_EQ(std::memcmp(gettbl(list.get(), 0), items.data(), items.size() * sizeof(Numbered)), 0);
+}
+
+// Many comparisons say no more than whether the first item is above the second.
+TEST(TblSort, AsksForNothingButAbove) {
+    std::vector<int> items(1000);
+    std::iota(items.begin(), items.end(), 0);
+    std::shuffle(items.begin(), items.end(), std::mt19937(9));
+    List list = ints_list({});
+    for (int item : items) pushtbl(list.get(), &item);
+    sorttbl(
+        list.get(),
+        [](void* a, void* b, void*) -> int {
+            return *static_cast<int*>(a) > *static_cast<int*>(b);
+        },
+        nullptr);
+    std::sort(items.begin(), items.end());
+    EXPECT_THAT(ints(list), ElementsAreArray(items));
+}
+
+// A comparison that contradicts itself gives some order, of the same items.
+TEST(TblSort, KeepsAllItemsWhateverIsSaidOfThem) {
+    std::mt19937 random(11);
+    const auto any = [](void*, void*, void* random) {
+        return static_cast<int>((*static_cast<std::mt19937*>(random))() % 3) - 1;
+    };
+    for (int count : {2, 5, 13, 14, 64, 1001}) {
+        List numbers = ints_list({});
+        List wide(inittbl(0, 0, 1, nullptr, 2 * sizeof(Numbered)));
+        for (int i = 0; i < count; ++i) {
+            const Numbered item[2] = {{i, i}, {i, i}};
+            pushtbl(numbers.get(), &i);
+            pushtbl(wide.get(), item);
+        }
+        for (int round = 0; round < 20; ++round) {
+            for (Tbl* tbl : {numbers.get(), wide.get()}) {
+                sorttbl(tbl, any, &random);
+                std::vector<int> items = ints(tbl);
+                std::sort(items.begin(), items.end());
+                for (int i = 0; i < count; ++i) ASSERT_EQ(items[i], i);
+            }
+        }
+    }
 }
 
 TEST(TblSort, SortsPointersByTheirSlots) {
