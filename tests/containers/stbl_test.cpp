@@ -84,15 +84,38 @@ TEST(Stbl, BehavesLikeASetUnderRandomOperations) {
 
 // A caller may free an item that it deleted: the list is not searched with it any more.
 TEST(Stbl, ForgetsDeletedItemsAtOnce) {
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
     Stbl* stbl = newstbl(nullptr);
-    for (const char* word : {"b", "d", "f"}) addstbl(stbl, strdup(word));
-    EXPECT_EQ(maxstbl(stbl), 3);
-    std::free(delstbl(stbl, "d"));
-    for (const char* word : {"a", "c", "e"}) addstbl(stbl, strdup(word));
-    EXPECT_EQ(kit::taken(jointbl(tblstbl(stbl), "")), "abcef");
-    for (const char* word : {"g", "A", "d"}) addstbl(stbl, strdup(word));
-    EXPECT_EQ(kit::taken(jointbl(tblstbl(stbl), "")), "Aabcdefg");
+    std::set<std::string> model;
+    for (int i = 0; i < 2000; ++i) {
+        for (unsigned changes = random() % 7; changes > 0; --changes) {
+            const std::string word(1, "abcdefghijklmnop"[random() % 16]);
+            if (random() % 2 != 0) {
+                std::free(delstbl(stbl, word.c_str()));
+                model.erase(word);
+            } else if (model.insert(word).second) {
+                addstbl(stbl, strdup(word.c_str()));
+            }
+        }
+        std::string words;
+        for (const auto& word : model) words += word;
+        ASSERT_EQ(kit::taken(jointbl(tblstbl(stbl), "")), words);
+    }
     freestbl(stbl, free);
+}
+
+// Whoever walks the list may delete items: the list stays as it is until it is asked for again.
+TEST(Stbl, LeavesItsListAloneWhileItemsAreDeleted) {
+    Stbl* stbl = newstbl(by_number);
+    for (long i = 1; i <= 9; ++i) addstbl(stbl, number(i));
+    Tbl* list = tblstbl(stbl);
+    for (long i = 0; i < maxtbl(list); ++i)
+        EXPECT_EQ(delstbl(stbl, gettbl(list, i)), number(i + 1));
+    EXPECT_EQ(maxtbl(list), 9);
+    EXPECT_EQ(maxstbl(stbl), 0);
+    freestbl(stbl, nullptr);
 }
 
 TEST(Stbl, AppliesToTheItemsInOrderAndSumsUp) {

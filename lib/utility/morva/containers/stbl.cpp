@@ -9,34 +9,78 @@
 namespace morva {
 namespace {
 
-constexpr long kFewAdded = 4;
+constexpr int kFew = 4;
 
-// The set as the public record shows it, and behind it which state of the tree `list` holds. Adding
-// an item that is there, or deleting one that is not, marks the set dirty but changes nothing.
-// After a few additions and no deletion the new items are put into the list, which beats listing
-// the tree.
+// The set as the public record shows it, and behind it how `list` differs from the tree. Adding an
+// item that is there, or deleting one that is not, marks the set dirty but changes nothing. After a
+// few changes the list is brought up to date item by item, which beats listing the tree.
 struct Set {
     Stbl shown;
-    long listed;             // the tree's count of changes when `list` was up to date
-    long pending;            // items added since
-    void* added[kFewAdded];  // these items; further ones are not kept
+    long tracked;  // the tree's count of changes that `list`, `added` and `removed` account for
+    int added_count;
+    int removed_count;
+    void* added[kFew];   // items that are not in the list yet
+    long removed[kFew];  // places in the list, ascending, of items that are no longer in the tree
 };
 
 Set* set_of(Stbl* stbl) {
     return reinterpret_cast<Set*>(stbl);
 }
 
-bool only_few_were_added(const Set* set) {
-    return set->shown.list != nullptr &&
-           tree_of(set->shown.tree)->changes == set->listed + set->pending;
+bool tracks(const Set* set, long changes) {
+    return set->shown.list != nullptr && set->tracked == changes;
 }
 
-void put_into_list(Set* set, void* item) {
+// The place in the list of the n-th item that was not removed.
+long place_of(const Set* set, long n) {
+    for (int i = 0; i < set->removed_count && set->removed[i] <= n; ++i) ++n;
+    return n;
+}
+
+// The place of the first item that does not sort before `item`. Removed items are not looked at:
+// they may have been freed.
+long place_in_list(const Set* set, const void* item) {
     const auto items = tbl_pointers(set->shown.list);
     const Rb_compare compare = set->shown.tree->compare;
-    const auto behind = std::partition_point(
-        items.begin(), items.end(), [=](void* listed) { return compare(listed, item) < 0; });
-    instbl(set->shown.list, behind - items.begin(), item);
+    long low = 0;
+    long high = static_cast<long>(items.size()) - set->removed_count;
+    while (low < high) {
+        const long middle = low + (high - low) / 2;
+        if (compare(items[place_of(set, middle)], item) < 0)
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    return place_of(set, low);
+}
+
+bool note_added(Set* set, void* item) {
+    if (set->added_count == kFew) return false;
+    set->added[set->added_count++] = item;
+    return true;
+}
+
+bool note_removed(Set* set, const void* item) {
+    void** const end = set->added + set->added_count;
+    if (void** added = std::find(set->added, end, item); added != end) {
+        *added = set->added[--set->added_count];
+        return true;
+    }
+    if (set->removed_count == kFew) return false;
+    const long place = place_in_list(set, item);
+    const Tbl* list = set->shown.list;
+    if (place >= tbl_count(list) || tbl_item(list, place) != item) return false;
+    long* const last = set->removed + set->removed_count++;
+    *last = place;
+    std::inplace_merge(set->removed, last, last + 1);
+    return true;
+}
+
+void update_list(Set* set) {
+    Tbl* list = set->shown.list;
+    while (set->removed_count > 0) deltbl(list, set->removed[--set->removed_count]);
+    std::for_each_n(set->added, set->added_count,
+                    [=](void* item) { instbl(list, place_in_list(set, item), item); });
 }
 
 void list_tree(Set* set) {
@@ -51,12 +95,13 @@ void list_tree(Set* set) {
 Tbl* listed(Stbl* stbl) {
     if (!stbl->dirty) return stbl->list;
     Set* set = set_of(stbl);
-    if (only_few_were_added(set))
-        std::for_each_n(set->added, set->pending, [=](void* item) { put_into_list(set, item); });
+    const long changes = tree_of(stbl->tree)->changes;
+    if (tracks(set, changes))
+        update_list(set);
     else
         list_tree(set);
-    set->listed = tree_of(stbl->tree)->changes;
-    set->pending = 0;
+    set->tracked = changes;
+    set->added_count = set->removed_count = 0;
     stbl->dirty = 0;
     return stbl->list;
 }
@@ -83,14 +128,20 @@ void* addstbl(Stbl* stbl, void* item) {
     const long changes = tree->changes;
     stbl->dirty = 1;
     void* stored = static_cast<Rbnode*>(rbinsert(item, item, stbl->tree))->key;
-    if (tree->changes != changes && set->pending < kFewAdded) set->added[set->pending++] = item;
+    if (tree->changes != changes && tracks(set, changes) && note_added(set, item))
+        set->tracked = tree->changes;
     return stored;
 }
 
 void* delstbl(Stbl* stbl, const void* item) {
+    Set* set = set_of(stbl);
+    const Tree* tree = tree_of(stbl->tree);
+    const long changes = tree->changes;
     stbl->dirty = 1;
     const Rbpair* removed = rbdelete(item, stbl->tree);
-    return removed == nullptr ? nullptr : removed->key;
+    if (removed == nullptr) return nullptr;
+    if (tracks(set, changes) && note_removed(set, removed->key)) set->tracked = tree->changes;
+    return removed->key;
 }
 
 void* tststbl(Stbl* stbl, const void* item) {
