@@ -45,6 +45,7 @@ TEST_F(ArrTest, GivesBackWhatItReplacesAndRemoves) {
     EXPECT_EQ(delarr(arr, "a"), nullptr);
     EXPECT_EQ(setarr(arr, "a", number(1)), nullptr);
     EXPECT_EQ(setarr(arr, "a", number(2)), number(1));
+    EXPECT_EQ(reinterpret_cast<Rbtree*>(arr)->scratch.value, number(1));
     EXPECT_EQ(cntarr(arr), 1);
     EXPECT_EQ(getarr(arr, "a"), number(2));
     EXPECT_EQ(delarr(arr, "b"), nullptr);

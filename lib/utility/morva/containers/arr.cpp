@@ -46,6 +46,7 @@ void free_key(Tree* tree, Node* node) {
 void* replace_pair(Tree* tree, Node* node, const char* key, void* value) {
     if (!tree->replace) return nullptr;
     void* previous = node->value;
+    tree->scratch = {node->key, previous};
     node->value = value;
     if (!orders_text(tree)) {
         const OwnKey own = copy_key(tree, key, std::strlen(key));
