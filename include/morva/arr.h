@@ -14,6 +14,9 @@
  * The key strings that functions of this family hand out are the array's own: they stay valid until
  * the key is deleted or replaced, and must not be changed.
  *
+ * The memory of deleted keys of up to 63 characters serves the same array again, and goes back when
+ * the array is empty or freed.
+ *
  * Running out of memory ends the process. Threads: users of one array take turns; readers alone
  * need not. Different arrays are independent of each other.
  */
@@ -59,8 +62,8 @@ MORVA_API Tbl* valsarr(Arr* arr);
 
 /* Calls function(key, value, private_data) for every key in ascending order; its result is ignored.
  * Returns 0. The function may set keys (whether it is called for new ones depends on where they
- * sort) and delete the key it is called for, but no other; after either it must not use its `key`
- * again. */
+ * sort), or delete the key it is called for, but no other; after setting or deleting its own `key`
+ * it must not use that string again. */
 MORVA_API int applyarr(Arr* arr, int (*function)(char* key, void* value, void* private_data),
                        void* private_data);
 

@@ -7,7 +7,8 @@
  *     rbdestroy(tree);
  *
  * The tree never copies or frees keys and values: both are the caller's, and a key must stay as it
- * is while it is in the tree. Nodes are the tree's.
+ * is while it is in the tree. Nodes are the tree's. The memory of deleted ones serves the same tree
+ * again, and goes back when the tree is empty or freed.
  *
  * The records below are for reading; the tree keeps more behind them, so they are made by rbinit
  * and rbinsert only. `replace` may be set and cleared at any time. An absent child, and the parent
@@ -85,8 +86,8 @@ MORVA_API void* rbsearch(const void* key, Rbtree* tree);
 MORVA_API void* rblookup(int mode, const void* key, Rbtree* tree);
 
 /* Calls function(key, value, private_data) for every pair in ascending order; its result is
- * ignored. The function may insert pairs (whether it is called for them depends on where they sort)
- * and delete the pair it is called for, but no other. */
+ * ignored. The function may insert and replace pairs (whether it is called for new ones depends on
+ * where they sort), or delete the pair it is called for, but no other. */
 MORVA_API void rbtraverse(Rbtree* tree, int (*function)(void* key, void* value, void* private_data),
                           void* private_data);
 

@@ -144,6 +144,34 @@ TEST(Tree, TraversesInOrderWhileTheCurrentPairIsDeleted) {
     rbdestroy(tree);
 }
 
+// The key of the pair that comes next goes, and the tree changes its shape.
+TEST(Tree, TraversesInOrderWhileTheNextPairIsReplaced) {
+    Rbtree* tree = rbinit(nullptr);
+    for (const char* key : {"b", "d", "f"}) rbinsert(strdup(key), nullptr, tree);
+    struct State {
+        Rbtree* tree;
+        std::string seen;
+    } state{tree, ""};
+    rbtraverse(
+        tree,
+        [](void* key, void*, void* data) {
+            auto* state = static_cast<State*>(data);
+            state->seen += static_cast<char*>(key);
+            const void* following = rblookup(4, key, state->tree);
+            if (following == nullptr) return 0;
+            char* copy = strdup(static_cast<const char*>(following));
+            EXPECT_EQ(rbinsert(copy, nullptr, state->tree), &state->tree->scratch);
+            free(state->tree->scratch.key);
+            rbinsert(strdup(("a" + state->seen).c_str()), nullptr, state->tree);
+            return 0;
+        },
+        &state);
+    EXPECT_EQ(state.seen, "bdf");
+    rbtraverse(
+        tree, [](void* key, void*, void*) { return free(key), 0; }, nullptr);
+    rbdestroy(tree);
+}
+
 TEST(Tree, GivesNullWhenMemoryRunsOut) {
     morva::fail_allocation(1, false);
     EXPECT_EQ(rbinit(nullptr), nullptr);

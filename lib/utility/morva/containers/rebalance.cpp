@@ -127,6 +127,7 @@ void detach(Tree* tree, Node* node) {
     if (!removed->red) rebalance_deletion(tree, child);
     tree->pool.give_node(removed);
     ++tree->changes;
+    ++tree->deletions;
     if (--tree->count == 0) tree->pool.reset();
 }
 

@@ -26,10 +26,11 @@ struct Tree {
     Node* root;
 
     // Behind the public record.
-    Node nil;       // the sentinel: stands for every absent child and for the root's parent
-    long count;     // nodes
-    long changes;   // insertions, replacements and deletions so far
-    long unpooled;  // nodes whose key is not from the pool
+    Node nil;        // the sentinel: stands for every absent child and for the root's parent
+    long count;      // nodes
+    long changes;    // insertions, replacements and deletions so far
+    long deletions;  // deletions so far
+    long unpooled;   // nodes whose key is not from the pool
     NodePool pool;
 };
 
@@ -104,17 +105,19 @@ inline char* text_of(const Node* node) {
     return static_cast<char*>(node->key);
 }
 
-// Calls visit(key, value) for every pair in ascending order. The visit may insert keys, and delete
-// the one it is called for, but no other.
+// Calls visit(key, value) for every pair in ascending order. The visit may insert and replace keys,
+// or delete the one it is called for, but no other. Only a deletion moves pairs, so that only then
+// the next node is looked up again, by a key that a replacement might have freed.
 template <class Visit>
 void for_each_pair(Tree* tree, Visit visit) {
     Node* node = tree == nullptr ? nullptr : first(tree);
     while (node != nullptr) {
         Node* following = next(tree, node);
         const void* following_key = following == nullptr ? nullptr : following->key;
-        const long changes = tree->changes;
+        const long deletions = tree->deletions;
         visit(node->key, node->value);
-        if (following != nullptr && tree->changes != changes) following = find(tree, following_key);
+        if (following != nullptr && tree->deletions != deletions)
+            following = find(tree, following_key);
         node = following;
     }
 }
