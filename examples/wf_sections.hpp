@@ -82,6 +82,14 @@ inline bool is_rate(double rate) {
     return rate > 0 && rate < 1e6;
 }
 
+// CM6, INT, AU8: a damaged name must not pass for a format that is merely unknown.
+inline bool is_format(std::string_view name) {
+    const auto is_letter = [](char c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; };
+    const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+    return name.size() == 3 && is_letter(name[0]) && is_letter(name[1]) &&
+           (is_letter(name[2]) || is_digit(name[2]));
+}
+
 // Reads the columns that GSE2 and IMS1.0 give each field of a WID2 line. The columns between them
 // are blank; where they are not, the line keeps to other columns.
 inline bool read_wid2_columns(Section* section, std::string_view line) {
@@ -97,7 +105,7 @@ inline bool read_wid2_columns(Section* section, std::string_view line) {
     copy_columns(rate, line, 58, 68);
     section->samples = whole_number(samples);
     section->rate = std::strtod(rate, nullptr);
-    return section->samples >= 0 && is_rate(section->rate);
+    return section->samples >= 0 && is_rate(section->rate) && is_format(section->format);
 }
 
 // Some writers pay no attention to columns: takes the words of the line in their order, date, time,
@@ -127,7 +135,7 @@ inline bool read_wid2_words(Section* section, std::string_view line) {
         section->rate = std::strtod(word(at + 1).data(), nullptr);
     }
     freetbl(words, nullptr);
-    return found && is_rate(section->rate);
+    return found && is_rate(section->rate) && is_format(section->format);
 }
 
 // The data of a section, from its DAT2 line to the end of its CHK2 line. Without a checksum they

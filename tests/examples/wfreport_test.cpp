@@ -127,6 +127,8 @@ TEST_F(Wfreport, TellsWhatIsWrongInOneLine) {
     const std::string data = "DAT2\n+-++\nCHK2 6\n";
     std::string five = kWid2;
     five.replace(five.find("       4 "), 9, "       5 ");
+    std::string damaged = kWid2;
+    damaged.replace(damaged.find("CM6"), 3, "C?6");
     std::string fast = kWid2;
     fast.replace(fast.find("100.000000"), 10, "     1e300");
     const std::pair<std::string, std::string> rows[] = {
@@ -143,6 +145,7 @@ TEST_F(Wfreport, TellsWhatIsWrongInOneLine) {
         {kWid2 + data + five + data + five + data,
          "section 2 (ALDA HHZ), line 5: WID2 says 5 samples, 4 were decoded (and 1 more)"},
         {kWid2 + "DAT2\n+-++\n" + kWid2 + data, "section 1 (ALDA HHZ), line 1: no CHK2 line"},
+        {damaged + data, "section 1 (ALDA HHZ), line 1: can't read the WID2 line"},
         {fast + data, "section 1 (ALDA HHZ), line 1: can't read the WID2 line"},
         // Data may not get lost because the WID2 line above them did.
         {data + kWid2 + data, "section 1, line 1: data without a WID2 line of their own"},
