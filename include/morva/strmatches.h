@@ -10,11 +10,12 @@
  *
  * Patterns that would take the process's memory or minutes are refused like those that do not
  * compile. Once repetitions are written out ({9}{9} is 81 copies) a pattern may hold 8,192
- * characters and some 500 optional or repeated parts; its text may have 16,384 bytes, its groups
- * nest 100 deep, its repetitions 10 deep. Repetitions of what may be empty, as (a*)*, and anchors
- * among repetitions are held shorter, an anchor may not itself be repeated, and back-references
- * (\1) may stand only beside a few alternatives and without unbounded repetition. Small patterns
- * that fit a table are free of these limits.
+ * characters, some 1,500 alternatives, and on the way through one of these some 700 optional or
+ * repeated parts; its text may have 16,384 bytes, its groups nest 100 deep, its repetitions 10
+ * deep. Repetitions of what may be empty, as (a*)*, and anchors inside of groups or among
+ * repetitions are held shorter, an anchor may not itself be repeated, and back-references (\1) may
+ * stand only beside a few alternatives and without unbounded repetition. Small patterns that fit a
+ * table are free of these limits.
  *
  * Threads: all functions may be called from several threads, also with one hook, whose first use
  * may happen in several at once. A hook must not be freed while another thread uses it. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace morva {
 namespace {
@@ -16,6 +17,82 @@ void scale(std::uint64_t& number, std::uint64_t factor) {
     number = std::min(number * factor, kHuge);
 }
 
+// What the compiler lists for each node of its automaton: all nodes that can be reached from there
+// without a character in between. The lists of an alternative with many branches, and of things
+// that may be empty side by side, are long; those of "A.*|B.*|C.*" hardly depend on the stars.
+class Lists {
+  public:
+    Lists() = default;
+    static Lists of_character() { return {1, 0, 1, false}; }
+    static Lists of_assertion() { return {1, 1, 1, true}; }
+
+    std::uint64_t sum() const { return sum_; }
+
+    Lists& operator+=(const Lists& behind) {
+        add(behind.sum_ + reaching_end_ * behind.reached_);
+        reaching_end_ = behind.reaching_end_ + (behind.may_be_empty_ ? reaching_end_ : 0);
+        reached_ += may_be_empty_ ? behind.reached_ : 0;
+        may_be_empty_ &= behind.may_be_empty_;
+        return limited();
+    }
+
+    Lists& operator|=(const Lists& other) {
+        reached_ += other.reached_ + 1;
+        add(other.sum_ + reached_);
+        may_be_empty_ |= other.may_be_empty_;
+        reaching_end_ += other.reaching_end_ + may_be_empty_;
+        return limited();
+    }
+
+    // In a group: a node in front and one behind.
+    Lists& enclose() {
+        reached_ += 1 + may_be_empty_;
+        add(reaching_end_ + 1 + reached_);
+        reaching_end_ += 1 + may_be_empty_;
+        return limited();
+    }
+
+    Lists& make_optional() { return *this |= Lists(); }
+
+    Lists& loop() {
+        ++reached_;
+        add((reaching_end_ + 1) * reached_);
+        ++reaching_end_;
+        may_be_empty_ = true;
+        return limited();
+    }
+
+    // At least `least` copies, then `optional` ones, each of which may only follow the one before,
+    // or a loop.
+    Lists& repeat(std::uint64_t least, std::uint64_t optional, bool unbounded) {
+        const Lists copy = *this;
+        *this = {};
+        for (std::uint64_t i = 0; i < least; ++i) *this += copy;
+        Lists rest;
+        if (unbounded) rest = Lists(copy).loop();
+        for (std::uint64_t i = 0; i < optional; ++i) (rest += copy).make_optional();
+        return *this += rest;
+    }
+
+    void overflow() { sum_ = kHuge; }
+
+  private:
+    Lists(std::uint64_t reached, std::uint64_t reaching_end, std::uint64_t sum, bool may_be_empty)
+        : reached_(reached), reaching_end_(reaching_end), sum_(sum), may_be_empty_(may_be_empty) {}
+
+    void add(std::uint64_t more) { sum_ = std::min(sum_ + more, kHuge); }
+    Lists& limited() {
+        reached_ = std::min(reached_, kHuge);
+        reaching_end_ = std::min(reaching_end_, kHuge);
+        return *this;
+    }
+
+    std::uint64_t reached_ = 0;       // nodes reached from the front
+    std::uint64_t reaching_end_ = 0;  // nodes from which the end is reached
+    std::uint64_t sum_ = 0;
+    bool may_be_empty_ = true;
+};
+
 // Sizes of a part of the pattern. Those "on the way" are of the largest alternative only, as long
 // as nothing repeats it.
 struct Size {
@@ -24,10 +101,12 @@ struct Size {
     std::uint64_t assertions = 0;
     std::uint64_t branching_on_way = 0;
     std::uint64_t assertions_on_way = 0;
+    std::uint64_t ends_on_way = 0;  // assertions that a whole branch begins or ends with
     std::uint64_t nesting = 0;
     std::uint64_t empty_loops = 0;
     std::uint64_t empty_groups = 0;
     bool may_be_empty = true;
+    Lists lists;
 
     void add_branching(std::uint64_t more) {
         branching += more;
@@ -40,10 +119,12 @@ struct Size {
         assertions += behind.assertions;
         branching_on_way += behind.branching_on_way;
         assertions_on_way += behind.assertions_on_way;
+        ends_on_way += behind.ends_on_way;
         nesting = std::max(nesting, behind.nesting);
         empty_loops += behind.empty_loops;
         empty_groups += behind.empty_groups;
         may_be_empty &= behind.may_be_empty;
+        lists += behind.lists;
         return *this;
     }
 
@@ -53,10 +134,12 @@ struct Size {
         assertions += other.assertions;
         branching_on_way = std::max(branching_on_way, other.branching_on_way);
         assertions_on_way = std::max(assertions_on_way, other.assertions_on_way);
+        ends_on_way = std::min(ends_on_way, other.ends_on_way);
         nesting = std::max(nesting, other.nesting);
         empty_loops += other.empty_loops;
         empty_groups += other.empty_groups;
         may_be_empty |= other.may_be_empty;
+        lists |= other.lists;
         return *this;
     }
 
@@ -102,8 +185,14 @@ class Meter {
     Size branch(std::size_t depth) {
         Size size;
         // A ')' too many is a character.
-        while (*p_ != '\0' && *p_ != '|' && (*p_ != ')' || depth == 0) && !too_deep_)
+        const char* const begin = p_;
+        while (*p_ != '\0' && *p_ != '|' && (*p_ != ')' || depth == 0) && !too_deep_) {
+            const char* const here = p_;
             size += piece(depth);
+            const bool at_end = *p_ == '\0' || *p_ == '|';
+            if (depth == 0 && p_ == here + 1)
+                size.ends_on_way += (*here == '^' && here == begin) || (*here == '$' && at_end);
+        }
         return size;
     }
 
@@ -115,6 +204,10 @@ class Meter {
                 // x+ is built as xx*.
                 size.repeat(*p_ == '+' ? 2 : 1);
                 size.add_branching(kRepetitionBranching);
+                if (*p_ == '?')
+                    size.lists.make_optional();
+                else
+                    size.lists.repeat(*p_ == '+', 0, true);
                 loop(size, *p_ != '?');
                 size.may_be_empty |= *p_++ != '+';
             } else if (*p_ == '{') {
@@ -131,6 +224,7 @@ class Meter {
         if (c == '(') return group(depth + 1);
         Size size;
         size.positions = 1;
+        size.lists = Lists::of_character();
         if (c == '[') skip_bracket();
         bool is_reference = false;
         bool assertion = c == '^' || c == '$';
@@ -141,6 +235,7 @@ class Meter {
         }
         size.assertions = size.assertions_on_way = assertion;
         size.may_be_empty = assertion || is_reference;
+        if (size.may_be_empty) size.lists = Lists::of_assertion();
         return size;
     }
 
@@ -151,6 +246,7 @@ class Meter {
         if (*p_ == ')') ++p_;
         size.add_branching(kGroupBranching);
         size.empty_groups += size.may_be_empty;
+        size.lists.enclose();
         return size;
     }
 
@@ -178,15 +274,18 @@ class Meter {
     // {n}, {n,} and {n,m}, however odd the text between the braces.
     void interval(Size& size) {
         std::uint64_t copies = 1;
+        std::uint64_t least = 0;
         std::uint64_t number = 0;
         const bool may_be_absent = p_[1] == '0' || p_[1] == ',';
         bool exact = true;
         for (++p_; *p_ != '\0' && *p_ != '}'; ++p_) {
-            if (!is_digit(*p_)) exact = false;
+            if (!is_digit(*p_) && std::exchange(exact, false)) least = number;
             number = is_digit(*p_) ? std::min(10 * number + (*p_ - '0'), kHuge) : 0;
             copies = std::max(copies, number);
         }
-        if (p_[-1] == ',') loop(size, true);
+        const bool unbounded = p_[-1] == ',';
+        copy_lists(size.lists, exact ? copies : std::min(least, copies), copies, unbounded);
+        if (unbounded) loop(size, true);
         size.may_be_empty |= may_be_absent;
         repeated_assertion_ |= size.assertions > 0;
         if (*p_ == '}') ++p_;
@@ -194,8 +293,18 @@ class Meter {
         if (!exact) size.add_branching(kRepetitionBranching * copies);
     }
 
+    // Copies one by one, as many as a pattern under the ceiling can have.
+    void copy_lists(Lists& lists, std::uint64_t least, std::uint64_t most, bool unbounded) {
+        copies_ += most;
+        if (copies_ > PatternCeiling::kPositions + PatternCeiling::kBranching)
+            lists.overflow();
+        else
+            lists.repeat(least, unbounded ? 0 : most - least, unbounded);
+    }
+
     const char* p_;
     std::uint64_t references_ = 0;
+    std::uint64_t copies_ = 0;
     bool repeated_reference_ = false;
     bool repeated_assertion_ = false;
     bool unbounded_ = false;
@@ -210,12 +319,16 @@ const char* over_ceiling(const char* pattern) {
     Meter meter(pattern);
     const Size size = meter.whole();
     if (meter.too_deep()) return "Groups nested too deeply";
-    if (size.positions > PatternCeiling::kPositions || size.branching > PatternCeiling::kBranching)
+    if (size.positions > PatternCeiling::kPositions ||
+        size.branching > PatternCeiling::kBranching ||
+        size.branching_on_way > PatternCeiling::kBranchingOnWay ||
+        size.lists.sum() > PatternCeiling::kLists)
         return "Regular expression too big once its repetitions are written out";
     if (size.nesting > PatternCeiling::kNesting || size.empty_loops > PatternCeiling::kEmptyLoops)
         return "Repetitions nested too deeply";
     const std::uint64_t assertions = kAssertionBranching * size.assertions_on_way;
-    const std::uint64_t tangle = size.assertions_on_way * (size.branching_on_way + assertions);
+    const std::uint64_t inner = size.assertions_on_way - size.ends_on_way;
+    const std::uint64_t tangle = inner * (size.branching_on_way + assertions);
     if (meter.repeated_assertion() || tangle > PatternCeiling::kTangle)
         return "Anchors within or among too many repetitions";
     if (size.empty_groups > PatternCeiling::kEmptyGroups ||
