@@ -37,7 +37,8 @@ MORVA_API int blank(const char* s);
 MORVA_API int whitespace(const char* s);
 
 /* Fills the n bytes of a fixed-width field: src, cut at n characters or padded with spaces. No
- * terminator is written; an n below 1 writes nothing. */
+ * terminator is written; an n below 1 writes nothing. Here and in the next two dst and src may
+ * overlap. */
 MORVA_API void sncopy(char* dst, const char* src, int n);
 
 /* Copies n bytes of src, whatever they are, and adds a terminator; dst holds n + 1 bytes. An n
@@ -76,8 +77,8 @@ MORVA_API int ascii_cnt(const char* buf, int n);
 
 /* Writes a title, unless it is null, and the characters of buf up to the first that is not
  * printable ASCII, at most n (50 when n is below 1). When already the first is not, a hex dump of
- * 16 bytes, which buf must then have; two quotes when buf is null or empty. No newline of its own.
- */
+ * 16 bytes, or of n when that is less; an n below 1 says nothing of the size, buf must then have
+ * 16. Two quotes when buf is null or empty. No newline of its own. */
 MORVA_API void debugchar(FILE* stream, const char* title, const char* buf, int n);
 
 /* Split s in place, at the character c or at white space: the list's items point into s, where the

@@ -213,8 +213,14 @@ TEST(Listings, ShowListsArraysAndBytes) {
     EXPECT_EQ(shown("abc\x01xyz", 0), "t:abc");
     EXPECT_EQ(shown("abcdef", 2), "t:ab");
     EXPECT_EQ(shown(std::string(99, 'x').c_str(), -1), "t:" + std::string(50, 'x'));
+    // Sixteen bytes, but never more than there are.
     const char bytes[] = "\x01-------bytes---";
-    EXPECT_EQ(shown(bytes, 3), "t:" + kit::written([&](FILE* f) { hexdump(f, bytes, 16); }));
+    for (int n : {1, 3, 15, 16, 17, 0, -1}) {
+        const int dumped = n > 0 && n < 16 ? n : 16;
+        const kit::Guarded room(std::string_view(bytes, static_cast<size_t>(dumped)));
+        EXPECT_EQ(shown(room.data(), n),
+                  "t:" + kit::written([&](FILE* f) { hexdump(f, bytes, dumped); }));
+    }
 }
 
 // Every routine that allocates, with each of its allocations failing in turn.

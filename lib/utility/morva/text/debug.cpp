@@ -1,4 +1,5 @@
 // Listings for whoever looks into a running program.
+#include <algorithm>
 #include <cstdio>
 
 #include "base/memory.hpp"
@@ -47,7 +48,7 @@ void debugchar(FILE* stream, const char* title, const char* buf, int n) {
     if (length > 0)
         std::fwrite(buf, 1, static_cast<std::size_t>(length), stream);
     else
-        hexdump(stream, buf, kDumped);
+        hexdump(stream, buf, n > 0 ? std::min(n, kDumped) : kDumped);
 }
 
 }  // extern "C"
