@@ -75,6 +75,9 @@ TEST(StringBasics, StripsBlanksOfAField) {
         EXPECT_EQ(*end, '\0');
         EXPECT_EQ(end, field + strlen(row.result));
     }
+    char field[64] = "   a field of forty characters, in place ";
+    copystrip(field, field, 41);
+    EXPECT_STREQ(field, "a field of forty characters, in place");
 }
 
 TEST(StringBasics, CopiesAndMapsInPlace) {

@@ -52,13 +52,13 @@ void sncopy(char* dst, const char* src, int n) {
     if (n <= 0) return;
     const std::size_t width = static_cast<std::size_t>(n);
     const std::size_t length = strnlen(src, width);
-    std::memcpy(dst, src, length);
+    std::memmove(dst, src, length);
     std::memset(dst + length, ' ', width - length);
 }
 
 char* szcopy(char* dst, const char* src, int n) {
     if (n > 0) {
-        std::memcpy(dst, src, static_cast<std::size_t>(n));
+        std::memmove(dst, src, static_cast<std::size_t>(n));
         dst += n;
     }
     *dst = '\0';
