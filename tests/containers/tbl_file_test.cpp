@@ -57,7 +57,9 @@ enum {
     kCount = kRecord + 40,
     kEnd = kRecord + 48,
     kItemSize = kRecord + 56,
-    kDirect = kRecord + 60
+    kDirect = kRecord + 60,
+    kLeft = kRecord + 80,
+    kRight = kRecord + 88
 };
 
 // The list of the golden file: 1, 2, 3 with room for a fourth, the 1 taken off the front.
@@ -211,6 +213,16 @@ TEST_F(TblFile, OfAnyShorterLengthIsRefused) {
         EXPECT_EQ(read(0), nullptr) << length << " bytes";
         EXPECT_EQ(read(1), nullptr) << length << " bytes";
     }
+}
+
+TEST_F(TblFile, DoesNotGrowByWhatNobodyCanHave) {
+    std::string bytes = kGoldenBytes;
+    for (int at : {kLeft, kRight}) std::memset(&bytes[at], 0x7f, 8);
+    write_file(path_, bytes);
+    List list = read(1);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->left_increment, (1 << 30) / 4);
+    EXPECT_EQ(list->right_increment, (1 << 30) / 4);
 }
 
 // Between its stores into window and alloc_end a killed process leaves alloc_end one slot behind.

@@ -21,7 +21,7 @@ namespace morva::list {
 namespace {
 
 constexpr std::size_t kLabelAt = 16;
-constexpr int64_t kLargestIncrement = int64_t{1} << 40;
+constexpr int64_t kLargestGrowth = int64_t{1} << 30;  // bytes, for a list of few slots
 
 std::size_t round_up_to_8(std::size_t bytes) {
     return (bytes + 7) & ~std::size_t{7};
@@ -170,6 +170,14 @@ struct Opened {
     char* label = nullptr;
 };
 
+// An increment from a file, such that growing takes in the order of what the list already has, and
+// not all memory or the whole disk because the file says so.
+int64_t sane_increment(const Tbl* tbl, int64_t increment) {
+    const int64_t largest =
+        std::max(saturating_double(slots_of(tbl)), kLargestGrowth / tbl->itemsize);
+    return std::clamp<int64_t>(increment, 0, largest);
+}
+
 // Makes the record of a checked file ready for use: the one in the file, or a private copy.
 Tbl* adopt(const Layout& layout, char* map, std::size_t size, int fd, bool writable) {
     Tbl* tbl = layout.record;
@@ -185,8 +193,8 @@ Tbl* adopt(const Layout& layout, char* map, std::size_t size, int fd, bool writa
     tbl->maplen = static_cast<int64_t>(size);
     tbl->fd = fd;
     tbl->mode = writable ? kReadable | kWritable : kReadable;
-    tbl->left_increment = std::clamp<int64_t>(tbl->left_increment, 0, kLargestIncrement);
-    tbl->right_increment = std::clamp<int64_t>(tbl->right_increment, 0, kLargestIncrement);
+    tbl->left_increment = sane_increment(tbl, tbl->left_increment);
+    tbl->right_increment = sane_increment(tbl, tbl->right_increment);
     return tbl;
 }
 
