@@ -312,6 +312,24 @@ TEST_F(TblFile, IsNotWrittenUnderItsOwnList) {
     }
 }
 
+// Libraries and stacks are at random addresses in each process: near them a second process could
+// not map the file where the first did, and would change the pointers that the first still uses.
+TEST_F(TblFile, IsMappedWhereOtherProcessesFindRoom) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer chooses the addresses";
+#endif
+    Tbl* tbl = nullptr;
+    ASSERT_EQ(open_ints(&tbl, 1), 0);
+    const List list(tbl);
+    const auto place = reinterpret_cast<std::uintptr_t>(tbl->mapaddr);
+    const void* const library = reinterpret_cast<void*>(&::mmap);
+    const void* const program = kGolden;
+    for (const void* taken : {library, program, static_cast<const void*>(&tbl)}) {
+        const auto other = reinterpret_cast<std::uintptr_t>(taken);
+        EXPECT_GT(std::max(place, other) - std::min(place, other), std::uintptr_t{1} << 40);
+    }
+}
+
 // The record is shared, the buffer of the removed item is not.
 TEST_F(TblFile, RemovesItemsAfterAnotherProcessDid) {
     constexpr int kSize = 1 << 20;

@@ -11,6 +11,7 @@
 #include "containers/tbl_map.hpp"
 
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -85,10 +86,21 @@ bool acceptable(const char* wanted) {
            stack - address > kGenerous + kGenerous / 8;
 }
 
+// Where a file goes that asks for nothing: far from where systems put programs, libraries and
+// stacks. The address is at random there, and the next process that opens the file would often find
+// it taken.
+char* home_of(int fd) {
+    constexpr std::uintptr_t kLowest = std::uintptr_t{1} << 45;
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) return nullptr;
+    const uint64_t place = (status.st_ino * 0x9e3779b97f4a7c15U) >> 56;
+    return reinterpret_cast<char*>(kLowest + place * (2 * kGenerous));
+}
+
 char* map_growing(int fd, std::size_t size, char* wanted) {
     const std::size_t page = page_size();
-    const bool usable = acceptable(wanted);
-    Mapping range = reserve(page + whole_pages(size), usable ? wanted - page : nullptr);
+    char* start = acceptable(wanted) ? wanted - page : home_of(fd);
+    Mapping range = reserve(page + whole_pages(size), start);
     char* mapaddr = range.data() + page;
     if (range.data() == nullptr || ::mprotect(range.data(), page, PROT_READ | PROT_WRITE) != 0 ||
         !map_part(mapaddr, fd, 0, size))
