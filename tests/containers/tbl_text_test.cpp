@@ -94,6 +94,9 @@ TEST(TblText, DumpsWithIndices) {
     EXPECT_EQ(dumped("", list, print_bare, &result), "  0 : <one>  1 : <three>");
     EXPECT_EQ(result, 7) << "the last result of the print function";
     EXPECT_EQ(dumped(nullptr, strings({}), print_bare, &result), "<  ** no entries in list **\n>");
+    List full(inittbl(0, 0, 1, nullptr, 4));
+    for (const char* item : {"abcd", "ef\0"}) pushtbl(full.get(), item);
+    EXPECT_EQ(dumped(nullptr, full, nullptr, &result), "  0 : abcd\n  1 : ef\n");
 }
 
 // ---- sorting and searching

@@ -310,8 +310,8 @@ int applytbl(Tbl* tbl, int (*function)(void* item, void* private_data), void* pr
 
 int cattbl(Tbl* to, Tbl* from) {
     if (!can_be_joined(to, from)) return 1;
-    require_extendable(to);
     const int64_t added = from->count;
+    if (added > 0) require_extendable(to);
     to->left_increment = std::max(to->left_increment, from->left_increment);
     to->right_increment = std::max(to->right_increment, from->right_increment);
     if (to->alloc_end - to->count < added) right_growtbl(to, added);

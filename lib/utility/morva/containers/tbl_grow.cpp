@@ -8,6 +8,7 @@
 // Either growth slides instead of enlarging when the other end has plenty of spare slots, so that a
 // queue runs in a block of constant size.
 #include <algorithm>
+#include <cerrno>
 
 #include "base/diagnostics.hpp"
 #include "containers/tbl_internal.hpp"
@@ -21,8 +22,10 @@ namespace {
 std::size_t block_bytes(const Tbl* tbl, int64_t slots, int64_t more, const char* what, Site site) {
     int64_t bytes = 0;
     if (__builtin_add_overflow(slots, more, &slots) ||
-        __builtin_mul_overflow(slots, static_cast<int64_t>(tbl->itemsize), &bytes))
+        __builtin_mul_overflow(slots, static_cast<int64_t>(tbl->itemsize), &bytes)) {
+        errno = ENOMEM;
         out_of_memory(SIZE_MAX, what, site);
+    }
     return static_cast<std::size_t>(bytes);
 }
 
@@ -103,7 +106,7 @@ extern "C" void right_growtbl(Tbl* tbl, long need) {
         tbl->right_increment = saturating_double(n);
     } else {
         // The room in front can still be less than what is asked for; the rest is added.
-        const int64_t missing = std::max<int64_t>(need + tbl->first, 0);
+        const int64_t missing = need > -tbl->first ? need + tbl->first : 0;
         tbl->right_increment = n;
         slide_to_front(tbl);
         if (missing > 0) enlarge_block(tbl, missing, MORVA_HERE);

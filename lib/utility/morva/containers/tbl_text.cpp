@@ -65,8 +65,11 @@ inline char* append(char* to, const char* text, std::size_t length, Aside& aside
     return to + length;
 }
 
-int put_line(void* text) {
-    return std::puts(text != nullptr ? static_cast<const char*>(text) : "");
+// Prints item i as a line.
+int put_item(const Tbl* tbl, int64_t i) {
+    String copy;
+    const char* text = string_of(tbl, i, &copy);
+    return std::puts(text != nullptr ? text : "");
 }
 
 }  // namespace
@@ -123,13 +126,13 @@ Tbl* tblgrep(Tbl* tbl, const char* string) {
 
 int dumptbl(const char* title, Tbl* tbl, int (*print_function)(void*)) {
     static char empty[] = "  ** no entries in list **\n";
-    if (print_function == nullptr) print_function = put_line;
     if (title != nullptr && *title != '\0') std::puts(title);
-    if (maxtbl(tbl) == 0) return print_function(empty);
+    if (maxtbl(tbl) == 0)
+        return print_function != nullptr ? print_function(empty) : std::puts(empty);
     int result = 0;
     for (long i = 0; i < maxtbl(tbl); ++i) {
         std::printf("%3ld : ", i);
-        result = print_function(tbl_item(tbl, i));
+        result = print_function != nullptr ? print_function(tbl_item(tbl, i)) : put_item(tbl, i);
     }
     return result;
 }
