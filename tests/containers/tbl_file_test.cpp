@@ -293,9 +293,10 @@ TEST_F(TblFile, IsNotEmptiedWhenDescriptorsRunOut) {
     rlimit before;
     ::getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none{0, before.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
     Tbl* tbl = nullptr;
-    const int result = open_ints(&tbl, 1, "pump");
+    const char* name = path();
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    const int result = filetbl(name, "pump", 1, nullptr, sizeof(int), &tbl);
     ::setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_EQ(result, -1);
     EXPECT_THAT(logged_.text(), HasSubstr("Can't open " + path_ + " to read tbl."));
