@@ -273,6 +273,9 @@ std::string g_ring_text;
 
 TEST_F(ElogDelivery, HandsTextToTheRingLogger) {
     elog_set_orb_logger([](const char* ring, const char* program, const char* text) {
+        char other[] = "other";
+        char* argv[] = {other, nullptr};
+        elog_init(1, argv);
         g_ring_text += std::string(ring) + "|" + program + "|" + text;
         elog_log(0, "meanwhile");
         return 0;
@@ -282,7 +285,7 @@ TEST_F(ElogDelivery, HandsTextToTheRingLogger) {
     elog_notify(0, "b");
     EXPECT_EQ(g_ring_text, "host:6510|prog|prog: a\nprog: b\n");
     EXPECT_EQ(kit::read_file(file_), "prog: a\nprog: b\n");
-    EXPECT_EQ(text(), "prog: meanwhile\n") << "what came while the lock was free stays";
+    EXPECT_EQ(text(), "other: meanwhile\n") << "what came while the lock was free stays";
 }
 
 TEST_F(ElogDelivery, RingLoggerMayShowTheStoryItself) {

@@ -96,17 +96,18 @@ void to_file(Delivery& delivery, std::string_view path) {
 
 // The logger may block and may log: it runs without the lock.
 void to_ring(Delivery& delivery, std::string_view word) {
-    char ring[1024];
+    char ring[1024], program[1024];
     const std::string_view name = word.substr(4);
     if (state().orb_logger == nullptr) return report(delivery, "No logger for packet ring", name);
     malloced<char> text(try_layout(delivery.batch()));
     if (text == nullptr) return report(delivery, "No memory to log to ring", name);
     const auto logger = state().orb_logger;
+    std::snprintf(program, sizeof program, "%s", Program_Name);  // elog_init may replace it
     int result = 0;
     {
         Unlocked unlocked;
         errno = 0;
-        result = logger(terminated(ring, name), Program_Name, text.get());
+        result = logger(terminated(ring, name), program, text.get());
     }
     if (result != 0) report(delivery, "Can't log to packet ring", name);
     delivery.shown = delivery.shown || result == 0;
