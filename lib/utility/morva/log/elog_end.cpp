@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include "base/ports.hpp"
 #include "base/posix.hpp"
@@ -22,10 +23,14 @@ enum class Stage { kAlive, kBurying, kExiting };
 // True once some thread is ending the process.
 constinit std::atomic<bool> g_ending{false};
 
-// The first thread that dies ends the process; the others have said why they would, and wait.
+// The first thread that dies ends the process; the others have said why they would, and wait. Not
+// for ever: an exit handler of the first may be waiting for one of them.
 void wait_unless_first() {
     if (t_stage != Stage::kAlive || !g_ending.exchange(true)) return;
-    for (;;) ::pause();
+    timespec left{10, 0};
+    while (::nanosleep(&left, &left) != 0) {
+    }
+    ::_exit(1);
 }
 
 // Flushing everything waits for every stream, and for ever for standard input while another thread
