@@ -6,8 +6,7 @@
  *             elog_complain(0, "can't use %s\n", path);     // shows the reasons, then this
  *         int mark = elog_mark();
  *         if (try_shortcut() < 0) elog_flush(0, mark);      // a failure that was expected
- *         if (fd < 0) elog_die(1, "no data from %s", name); // adds the text of errno; exit status
- * 1
+ *         if (fd < 0) elog_die(1, "no data from %s", name); // adds errno's text; exits with 1
  *     }
  *
  * A message has a severity. Each severity has a delivery (where its messages go), a tag (what
@@ -55,11 +54,11 @@
  *
  * Threads: all functions may be called from any thread; one lock guards the register and every
  * delivery. The callback, the write function of a custom stream, and signal handlers may call in
- * again. A signal handler that hits the register while it changes has its message written to
- * standard error at once. A thread is not cancelled while it is in here. After fork, the child goes
- * on with a copy of the register.
- * errno is 0 after each message; the first call of any function initialises the register and keeps
- * errno. No function returns for want of memory unless it says so.
+ * again. A signal handler that hits the register while it changes, is read or is printed to a
+ * standard stream has its message written to standard error at once. A thread is not cancelled
+ * while it is in here. After fork, the child goes on with a copy of the register. errno is 0 after
+ * each message; the first call of any function initialises the register and keeps errno. No
+ * function returns for want of memory unless it says so.
  */
 #ifndef MORVA_ELOG_H
 #define MORVA_ELOG_H
@@ -151,7 +150,7 @@ MORVA_API int elog_init(int argc, char** argv);
 /* Raise a message. A flag other than 0 adds the text of errno, if that is not 0.
  * elog_die ends the process with status 1, after burying its state and flushing all streams (but
  * waits for no thread that is reading standard input); elog_fault aborts. When several threads die,
- * the first one ends the process and the others wait for that. */
+ * the first one ends the process and the others wait for that, ten seconds at most. */
 MORVA_API void elog_log(int flag, const char* format, ...) MORVA_PRINTF(2, 3);
 MORVA_API void elog_debug(int flag, const char* format, ...) MORVA_PRINTF(2, 3);
 MORVA_API void elog_notify(int flag, const char* format, ...) MORVA_PRINTF(2, 3);
@@ -210,9 +209,13 @@ MORVA_API int elog_deliver(const char* delivery, int start, Elog_msg* message);
  * code that cannot do that, a null result or text, a severity that is none.
  *
  *   code           result     elog_query                          elog_set
- *   ELOG_TBL       Tbl**      the register; not the caller's      uses this list of Elog_msg* as
- * the register (NULL: a new one); the old list is the caller's now ELOG_TBLCP     Tbl**      a copy
- * for the caller, who frees it  -1 with freetbl(copy, elog_free_msg); -1 when memory runs out
+ *   ELOG_TBL       Tbl**      the register; not the caller's      uses this list of Elog_msg*
+ *                                                                 (NULL: a new one); the old list
+ *                                                                 is the caller's now
+ *   ELOG_TBLCP     Tbl**      a copy for the caller, who frees    -1
+ *                             it with freetbl(copy,
+ *                             elog_free_msg); -1 when memory
+ *                             runs out
  *   ELOG_TBLCPCL   Tbl**      the same, and clears the register   -1
  *   ELOG_ARGV      char***    Argv                                sets Argv to this vector, which
  *                                                                 must live on
