@@ -317,6 +317,20 @@ TEST(ElogQuery, AnswersEveryCode) {
     freetbl(copy, elog_free_msg);
 }
 
+TEST(ElogQuery, TakesAListWithGaps) {
+    Tbl* list = newtbl(0);
+    auto* blank = static_cast<Elog_msg*>(calloc(1, sizeof(Elog_msg)));
+    settbl(list, 2, blank);
+    EXPECT_EQ(elog_set(ELOG_TBL, 0, list), 0);
+    elog_log(0, "a");
+    Tbl* copy = nullptr;
+    ASSERT_EQ(elog_query(ELOG_TBLCPCL, 0, &copy), 0);
+    EXPECT_EQ(maxtbl(copy), 4);
+    EXPECT_EQ(gettbl(copy, 1), nullptr);
+    EXPECT_STREQ(static_cast<Elog_msg*>(gettbl(copy, 3))->msg, "a\n");
+    freetbl(copy, elog_free_msg);
+}
+
 TEST(ElogQuery, RefusesTheRest) {
     void* result = nullptr;
     for (const int code : {-1, static_cast<int>(ELOG_VERSION), 16, 1000})

@@ -215,7 +215,8 @@ bool wants_stack(const Draft& draft) {
 // The newline that a text leads with has moved to the tag of a record; it still counts.
 bool repeats(const Elog_msg& last, const Draft& draft) {
     const bool leads = draft.length > 1 && draft.text[0] == '\n';
-    if (std::strcmp(last.msg, leads ? draft.text + 1 : draft.text) != 0) return false;
+    if (last.msg == nullptr || std::strcmp(last.msg, leads ? draft.text + 1 : draft.text) != 0)
+        return false;
     const char* pattern = state().severities[known_severity(last.severity)].tag;
     const bool last_leads = last.tag != nullptr && last.tag[0] == '\n' && pattern[0] != '\n';
     return leads == last_leads;

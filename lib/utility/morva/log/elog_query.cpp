@@ -42,8 +42,9 @@ Tbl* try_copies() {
     Busy busy;
     Tbl* copies = newtbl(register_count());
     for (long i = 0; i < register_count(); ++i) {
-        Elog_msg* copy = try_copy(*register_item(i));
-        if (copy == nullptr) {
+        const Elog_msg* message = register_item(i);  // null in a gap of a list from elog_set
+        Elog_msg* copy = message != nullptr ? try_copy(*message) : nullptr;
+        if (copy == nullptr && message != nullptr) {
             freetbl(copies, free_message);
             return nullptr;
         }
