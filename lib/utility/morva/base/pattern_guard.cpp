@@ -27,10 +27,13 @@ class Lists {
     static Lists of_assertion() { return {1, 1, 1, true}; }
 
     std::uint64_t sum() const { return sum_; }
+    std::uint64_t copied() const { return copied_; }
 
     Lists& operator+=(const Lists& behind) {
         add(behind.sum_ + reaching_end_ * behind.reached_);
         reaching_end_ = behind.reaching_end_ + (behind.may_be_empty_ ? reaching_end_ : 0);
+        copied_ = std::min(copied_ + behind.copied_ + asserting_ * behind.reached_, kHuge);
+        asserting_ = behind.asserting_ + (behind.may_be_empty_ ? asserting_ : 0);
         reached_ += may_be_empty_ ? behind.reached_ : 0;
         may_be_empty_ &= behind.may_be_empty_;
         return limited();
@@ -41,6 +44,8 @@ class Lists {
         add(other.sum_ + reached_);
         may_be_empty_ |= other.may_be_empty_;
         reaching_end_ += other.reaching_end_ + may_be_empty_;
+        copied_ = std::min(copied_ + other.copied_, kHuge);
+        asserting_ += other.asserting_;
         return limited();
     }
 
@@ -75,21 +80,27 @@ class Lists {
     }
 
     void overflow() { sum_ = kHuge; }
+    void forget_assertions() { asserting_ = 0; }
 
   private:
     Lists(std::uint64_t reached, std::uint64_t reaching_end, std::uint64_t sum, bool may_be_empty)
-        : reached_(reached), reaching_end_(reaching_end), sum_(sum), may_be_empty_(may_be_empty) {}
+        : reached_(reached), reaching_end_(reaching_end), sum_(sum), may_be_empty_(may_be_empty) {
+        asserting_ = may_be_empty;
+    }
 
     void add(std::uint64_t more) { sum_ = std::min(sum_ + more, kHuge); }
     Lists& limited() {
         reached_ = std::min(reached_, kHuge);
         reaching_end_ = std::min(reaching_end_, kHuge);
+        asserting_ = std::min(asserting_, kHuge);
         return *this;
     }
 
     std::uint64_t reached_ = 0;       // nodes reached from the front
     std::uint64_t reaching_end_ = 0;  // nodes from which the end is reached
     std::uint64_t sum_ = 0;
+    std::uint64_t asserting_ = 0;  // assertions from which the end is reached
+    std::uint64_t copied_ = 0;     // nodes that are reached from an assertion
     bool may_be_empty_ = true;
 };
 
@@ -105,6 +116,7 @@ struct Size {
     std::uint64_t nesting = 0;
     std::uint64_t empty_loops = 0;
     std::uint64_t empty_groups = 0;
+    std::uint64_t empty_groups_on_way = 0;
     bool may_be_empty = true;
     Lists lists;
 
@@ -123,6 +135,7 @@ struct Size {
         nesting = std::max(nesting, behind.nesting);
         empty_loops += behind.empty_loops;
         empty_groups += behind.empty_groups;
+        empty_groups_on_way += behind.empty_groups_on_way;
         may_be_empty &= behind.may_be_empty;
         lists += behind.lists;
         return *this;
@@ -138,6 +151,7 @@ struct Size {
         nesting = std::max(nesting, other.nesting);
         empty_loops += other.empty_loops;
         empty_groups += other.empty_groups;
+        empty_groups_on_way = std::max(empty_groups_on_way, other.empty_groups_on_way);
         may_be_empty |= other.may_be_empty;
         lists |= other.lists;
         return *this;
@@ -149,6 +163,7 @@ struct Size {
             scale(*number, copies);
         branching_on_way = branching;
         assertions_on_way = assertions;
+        empty_groups_on_way = empty_groups;
         ++nesting;
     }
 };
@@ -189,6 +204,8 @@ class Meter {
         while (*p_ != '\0' && *p_ != '|' && (*p_ != ')' || depth == 0) && !too_deep_) {
             const char* const here = p_;
             size += piece(depth);
+            // The matcher meets this one only once.
+            if (depth == 0 && here == begin && *here == '^') size.lists.forget_assertions();
             const bool at_end = *p_ == '\0' || *p_ == '|';
             if (depth == 0 && p_ == here + 1)
                 size.ends_on_way += (*here == '^' && here == begin) || (*here == '$' && at_end);
@@ -246,6 +263,7 @@ class Meter {
         if (*p_ == ')') ++p_;
         size.add_branching(kGroupBranching);
         size.empty_groups += size.may_be_empty;
+        size.empty_groups_on_way += size.may_be_empty;
         size.lists.enclose();
         return size;
     }
@@ -329,10 +347,11 @@ const char* over_ceiling(const char* pattern) {
     const std::uint64_t assertions = kAssertionBranching * size.assertions_on_way;
     const std::uint64_t inner = size.assertions_on_way - size.ends_on_way;
     const std::uint64_t tangle = inner * (size.branching_on_way + assertions);
-    if (meter.repeated_assertion() || tangle > PatternCeiling::kTangle)
+    if (meter.repeated_assertion() || tangle > PatternCeiling::kTangle ||
+        size.lists.copied() * size.positions > PatternCeiling::kCopies)
         return "Anchors within or among too many repetitions";
     if (size.empty_groups > PatternCeiling::kEmptyGroups ||
-        size.empty_groups * (size.empty_loops + assertions) > PatternCeiling::kEmptyPaths)
+        size.empty_groups_on_way * (size.empty_loops + assertions) > PatternCeiling::kEmptyPaths)
         return "Too many groups that may be empty";
     if (meter.hard_references(size.branching))
         return "Back-references beside repetitions or too many alternatives";

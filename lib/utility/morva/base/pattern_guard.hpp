@@ -27,7 +27,11 @@ struct PatternCeiling {
     // them; of the worst alternative, and without those that the whole pattern or a branch of it
     // begins or ends with. None may be within a repetition other than '?'.
     static constexpr std::size_t kTangle = 400;
-    // Groups that may be empty, alone, and times empty loops and assertions (4 each).
+    // Nodes reached from such an assertion other than a '^' in front, times positions: at each
+    // character the matcher takes out of its lists what the assertion forbids.
+    static constexpr std::size_t kCopies = 2000000;
+    // Groups that may be empty, alone, and, of the worst alternative, times empty loops and
+    // assertions (4 each).
     static constexpr std::size_t kEmptyGroups = 300;
     static constexpr std::size_t kEmptyPaths = 100;
     // Back-references: the C library tries every way of dividing a string among groups, so that
