@@ -409,7 +409,7 @@ const Exhausted kExhausted[] = {
          Tbl* tbl = strtbl(const_cast<char*>("a"), nullptr);
          jointbl(tbl, ",");
      },
-     {"tbl", "tbl->base.cp", "s", "s"}},
+     {"tbl", "tbl->base.cp", "s"}},
     {"Difference",
      [] {
          Tbl* tbl = strtbl(const_cast<char*>("a"), nullptr);

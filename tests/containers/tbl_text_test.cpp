@@ -58,13 +58,31 @@ TEST(TblText, Joins) {
 // Every length of item and separator, each item ending at an unmapped page.
 TEST(TblText, JoinsItemsOfEveryLength) {
     std::string all;
-    for (char c = 'A'; c < 'A' + 50; ++c) all += c;
+    for (int i = 0; i < 150; ++i) all += static_cast<char>('A' + i % 50);
     for (std::size_t length = 0; length <= all.size(); ++length) {
         const kit::Guarded guarded(std::string_view(all.c_str() + all.size() - length, length + 1));
         List list = strings({guarded.data(), "-", guarded.data()});
         const std::string item(guarded.data()), between = all.substr(0, length / 2);
         EXPECT_EQ(kit::taken(jointbl(list.get(), between.c_str())),
                   item + between + "-" + between + item);
+    }
+}
+
+// Texts packed one behind the other, each at another place within a word and a line.
+TEST(TblText, JoinsManyItems) {
+    std::mt19937 random(2);
+    std::string packed, joined;
+    std::vector<std::size_t> starts;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string text(random() % (i % 10 == 0 ? 200 : 20),
+                               static_cast<char>('a' + i % 26));
+        starts.push_back(packed.size());
+        packed.append(text).push_back('\0');
+        joined.append(i > 0 ? ", " : "").append(text);
+        if (i % 100 != 0) continue;
+        List list(newtbl(0));
+        for (std::size_t start : starts) pushtbl(list.get(), packed.data() + start);
+        ASSERT_EQ(kit::taken(jointbl(list.get(), ", ")), joined) << i;
     }
 }
 
@@ -223,6 +241,36 @@ TEST(TblSort, SortsPointersByTheirSlots) {
         },
         nullptr);
     EXPECT_THAT(texts(list.get()), ElementsAre("apple", "fig", "pear"));
+}
+
+// Lists shorter and longer than the nearest cache, of items of several sizes.
+template <class Item>
+void expect_found(int count, int times) {
+    List list(inittbl(0, count, 1, nullptr, sizeof(Item)));
+    for (int i = 0; i < count; ++i) {
+        Item item{};
+        const int key = i / times * 2;
+        std::memcpy(&item, &key, sizeof key);
+        pushtbl(list.get(), &item);
+    }
+    for (int key = -1; key < count / times * 2; key += 7) {
+        const int at = (key + 1) / 2 * times;
+        const int equal = key % 2 == 0 ? std::min(times, count - at) : 0;
+        long first = -9, last = -9;
+        ASSERT_EQ(searchtbl(&key, list.get(), by_key, nullptr, &first, &last), equal) << key;
+        ASSERT_EQ(first, at);
+        ASSERT_EQ(last, at + equal - 1);
+    }
+}
+
+TEST(TblSearch, FindsItemsOfEverySizeNearAndFar) {
+    for (int count : {100, 30000}) {
+        for (int times : {1, 3, 50}) {
+            expect_found<int>(count, times);
+            expect_found<Numbered>(count, times);
+            expect_found<std::array<int, 5>>(count, times);
+        }
+    }
 }
 
 TEST(TblSearch, FindsEveryRunOfEqualItems) {
