@@ -1,8 +1,8 @@
 // jointbl: the items of a list as one string.
 //
 // Two things cost time with short texts: finding their ends, and copying so many bytes that nobody
-// can predict how many. Here whole blocks are looked at and copied instead, aligned ones, because
-// an aligned block that holds one byte of a text is all in the same page; what is copied behind a
+// can predict how many. Here whole blocks are looked at and copied instead: aligned ones, because
+// an aligned block that holds one byte of a text is all in the same page. What is copied behind a
 // text is overwritten by the next one.
 #include <algorithm>
 #include <string_view>
@@ -113,28 +113,28 @@ inline void copy_short(char* to, const char* text, std::size_t length) {
     std::memcpy(to + sizeof low, &high, sizeof high);
 }
 
+inline std::size_t length_of(const char* text, std::size_t offset) {
+    unsigned zeros = zeros_in(text - offset) >> offset;
+    std::size_t length = 0;
+    while (zeros == 0) {
+        length += length == 0 ? kBlock - offset : kBlock;
+        if (length > 4 * kBlock) return length + std::strlen(text + length);
+        zeros = zeros_in(text + length);
+    }
+    return length + __builtin_ctz(zeros);
+}
+
 // Appends a terminated text where the slack is.
 inline char* append(Joined& joined, char* to, const char* text) {
     const std::size_t offset = reinterpret_cast<std::uintptr_t>(text) % kBlock;
-    const char* block = text - offset;
     if (offset == 0) {
-        const unsigned zeros = zeros_in(block);
+        const unsigned zeros = zeros_in(text);
         if (zeros != 0) [[likely]] {
-            std::memcpy(to, block, kBlock);
+            std::memcpy(to, text, kBlock);
             return to + __builtin_ctz(zeros);
         }
     }
-    const std::size_t line = reinterpret_cast<std::uintptr_t>(text) % 64;
-    const char* start = text - line;
-    uint64_t zeros = 0;
-    for (int i = 0; i < 4; ++i) zeros |= uint64_t{zeros_in(start + i * kBlock)} << (i * kBlock);
-    zeros >>= line;
-    std::size_t length = 0;
-    if (zeros != 0) {
-        length = __builtin_ctzll(zeros);
-    } else {
-        length = 64 - line + std::strlen(start + 64);
-    }
+    const std::size_t length = length_of(text, offset);
     if (length <= kBlock) {
         copy_short(to, text, length);
     } else {
