@@ -161,9 +161,10 @@ MORVA_API int cattbl(Tbl* to, Tbl* from);
  * indirect lists). */
 MORVA_API int cmptbl(Tbl* a, Tbl* b);
 
-/* Sorts in place; compare gets the addresses of two slots. Shell sort with the gaps 1, 4, 13, 40
- * ... (Knuth, The Art of Computer Programming 3, 5.2.1): not stable, but the same input always
- * gives the same order. */
+/* Sorts in place; compare gets the addresses of two items, of which one or both may be copies. The
+ * order is that of a shell sort with the gaps 1, 4, 13, 40 ... (Knuth, The Art of Computer
+ * Programming 3, 5.2.1): not stable, but the same input always gives the same order. Lists of 4-
+ * and 8-byte items, pointers among them, may take up to 256 MiB of memory while they are sorted. */
 MORVA_API void sorttbl(Tbl* tbl, Tbl_compare compare, void* private_data);
 
 /* Finds the items equal to `key` in a list sorted by `compare`, which gets the key and the address

@@ -129,9 +129,14 @@ int by_key(void* a, void* b, void* calls) {
     return (left > right) - (left < right);
 }
 
+// Differences of less than a second count for nothing, as where times are subtracted to an int.
+int by_seconds(void* a, void* b, void*) {
+    return static_cast<int>(*static_cast<double*>(a) - *static_cast<double*>(b));
+}
+
 // The shell sort as documented, on items of any size.
 template <class Item>
-void documented_sort(std::vector<Item>& items) {
+void documented_sort(std::vector<Item>& items, Tbl_compare compare = by_key) {
     const long count = static_cast<long>(items.size());
     long gap = 1;
     while (gap < count) gap = 3 * gap + 1;
@@ -140,7 +145,7 @@ void documented_sort(std::vector<Item>& items) {
         for (long i = gap; i < count; ++i) {
             Item scratch = items[i];
             long j = i;
-            for (; j >= gap && by_key(&items[j - gap], &scratch, nullptr) > 0; j -= gap)
+            for (; j >= gap && compare(&items[j - gap], &scratch, nullptr) > 0; j -= gap)
                 items[j] = items[j - gap];
             items[j] = scratch;
         }
@@ -174,6 +179,18 @@ TEST(TblSort, LeavesEqualItemsInTheDocumentedOrder) {
     expect_documented_order<std::array<int, 5>>([](int key, int place) {
         return std::array<int, 5>{key, place, place, place, place};
     });
+}
+
+// Half a second apart, every item equals its neighbours, the first does not equal the last.
+TEST(TblSort, FollowsTheDocumentedOrderWhereEqualIsNotTransitive) {
+    std::vector<double> items;
+    for (int i = 0; i < 1000; ++i) items.push_back((1000 - i) / 2.0);
+    List list(inittbl(0, 0, 1, nullptr, sizeof(double)));
+    for (const double& item : items) pushtbl(list.get(), &item);
+    sorttbl(list.get(), by_seconds, nullptr);
+    documented_sort(items, by_seconds);
+    EXPECT_EQ(std::memcmp(gettbl(list.get(), 0), items.data(), items.size() * sizeof(double)), 0);
+    EXPECT_LT(items.front(), items.back());
 }
 
 // The same with no memory but for the one item, which the sort then makes do with.
