@@ -20,6 +20,7 @@ std::string repeat(std::string_view text, int count, std::string_view before = "
 TEST(PatternCeiling, RefusesWhatWouldTakeMemoryOrMinutes) {
     const std::string rows[] = {
         "a{1,255}{1,255}",
+        "a{1,30\\000}",
         "(((a{1,99}){1,99}){1,99}){1,99}",
         "a{1,32767}",
         "){1,30000}",

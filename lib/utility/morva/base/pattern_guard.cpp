@@ -294,9 +294,10 @@ class Meter {
         std::uint64_t copies = 1;
         std::uint64_t least = 0;
         std::uint64_t number = 0;
-        const bool may_be_absent = p_[1] == '0' || p_[1] == ',';
+        const bool may_be_absent = p_[1] == '0' || p_[1] == ',' || p_[1] == '\\';
         bool exact = true;
         for (++p_; *p_ != '\0' && *p_ != '}'; ++p_) {
+            if (*p_ == '\\' && is_digit(p_[1])) continue;  // counts as the digit alone
             if (!is_digit(*p_) && std::exchange(exact, false)) least = number;
             number = is_digit(*p_) ? std::min(10 * number + (*p_ - '0'), kHuge) : 0;
             copies = std::max(copies, number);
