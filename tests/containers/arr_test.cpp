@@ -6,6 +6,7 @@
 #include <random>
 
 #include "base/memory.hpp"
+#include "containers/arr.hpp"
 #include "containers/tree_check.hpp"
 #include "support/kit.hpp"
 
@@ -174,6 +175,29 @@ TEST_F(ArrTest, TakesItsOwnStringsAsKeys) {
         EXPECT_EQ(cntarr(arr), 0);
         freetbl(keys, nullptr);
     }
+}
+
+// Lengths around the words that nodes keep; neither the bytes behind a key nor its missing
+// terminator may matter.
+TEST(Arr, TakesKeysThatStandInALongerText) {
+    const std::string text = "abcdefghijklmnopqrstuvwxyz";
+    for (Arr_compare compare : {Arr_compare(nullptr), Arr_compare(strcasecmp)}) {
+        Arr* arr = newarr(compare);
+        for (size_t length = 0; length <= text.size(); length += 2) {
+            const kit::Guarded key(text.substr(0, length));
+            EXPECT_EQ(morva::put_key(arr, {key.data(), length}, number(1)), nullptr);
+            EXPECT_EQ(morva::put_key(arr, {text.data(), length}, number(long(length) + 1)),
+                      number(1));
+        }
+        for (size_t length = 0; length <= text.size(); ++length) {
+            const kit::Guarded key(text.substr(0, length));
+            void* expected = length % 2 == 0 ? number(long(length) + 1) : nullptr;
+            EXPECT_EQ(morva::find_key(arr, {key.data(), length}), expected) << length;
+            EXPECT_EQ(getarr(arr, text.substr(0, length).c_str()), expected) << length;
+        }
+        freearr(arr, nullptr);
+    }
+    EXPECT_EQ(morva::find_key(nullptr, "a"), nullptr);
 }
 
 TEST(Arr, HoldsTheNewKeyWhereDifferentKeysCompareEqual) {

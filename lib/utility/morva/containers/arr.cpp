@@ -1,12 +1,13 @@
 // An Arr is a red-black tree whose keys are the array's own copies: short ones from the tree's
 // pool, longer ones from malloc. A node's key_room tells which.
-#include "morva/arr.h"
+#include "containers/arr.hpp"
 
 #include <cstdlib>
 #include <cstring>
 
 #include "base/pattern.hpp"
 #include "containers/redblack.hpp"
+#include "morva/arr.h"
 
 namespace morva {
 namespace {
@@ -17,13 +18,14 @@ struct OwnKey {
     std::uint16_t room;
 };
 
-OwnKey copy_key(Tree* tree, const char* text, std::size_t length) {
+OwnKey copy_key(Tree* tree, std::string_view key) {
     OwnKey own{nullptr, 0};
-    if (length < NodePool::kLargestKey)
-        own.text = tree->pool.take_key(length + 1, &own.room);
+    if (key.size() < NodePool::kLargestKey)
+        own.text = tree->pool.take_key(key.size() + 1, &own.room);
     else
-        own.text = static_cast<char*>(must_malloc(length + 1, "key", MORVA_HERE));
-    std::memcpy(own.text, text, length + 1);
+        own.text = static_cast<char*>(must_malloc(key.size() + 1, "key", MORVA_HERE));
+    std::memcpy(own.text, key.data(), key.size());
+    own.text[key.size()] = '\0';
     return own;
 }
 
@@ -43,13 +45,13 @@ void free_key(Tree* tree, Node* node) {
 }
 
 // `key` may be the node's own copy, so the new copy is made before the old one goes.
-void* replace_pair(Tree* tree, Node* node, const char* key, void* value) {
+void* replace_pair(Tree* tree, Node* node, std::string_view key, void* value) {
     if (!tree->replace) return nullptr;
     void* previous = node->value;
     tree->scratch = {node->key, previous};
     node->value = value;
     if (!orders_text(tree)) {
-        const OwnKey own = copy_key(tree, key, std::strlen(key));
+        const OwnKey own = copy_key(tree, key);
         free_key(tree, node);
         set_key(tree, node, own);
     }
@@ -58,8 +60,9 @@ void* replace_pair(Tree* tree, Node* node, const char* key, void* value) {
 
 void* set_text(Tree* tree, const TextKey& key, void* value) {
     const Place place = locate_text(tree, key);
-    if (place.node() != &tree->nil) return replace_pair(tree, place.node(), key.text, value);
-    const OwnKey own = copy_key(tree, key.text, key.length);
+    const std::string_view text{key.text, key.length};
+    if (place.node() != &tree->nil) return replace_pair(tree, place.node(), text, value);
+    const OwnKey own = copy_key(tree, text);
     Node* node = attach(tree, place);
     set_key(tree, node, own);
     set_words(node, key);
@@ -70,7 +73,7 @@ void* set_text(Tree* tree, const TextKey& key, void* value) {
 void* set_by_compare(Tree* tree, const char* key, void* value) {
     const Place place = locate_by_compare(tree, key);
     if (place.node() != &tree->nil) return replace_pair(tree, place.node(), key, value);
-    const OwnKey own = copy_key(tree, key, std::strlen(key));
+    const OwnKey own = copy_key(tree, key);
     Node* node = attach(tree, place);
     set_key(tree, node, own);
     node->value = value;
@@ -88,6 +91,21 @@ Tbl* keys_that(Arr* arr, Accepts accepts) {
 }
 
 }  // namespace
+
+void* find_key(const Arr* arr, std::string_view key) {
+    if (arr == nullptr) return nullptr;
+    Tree* tree = tree_of(const_cast<Arr*>(arr));
+    if (!orders_text(tree)) return getarr(const_cast<Arr*>(arr), String(key).c_str());
+    const Node* node = locate_text(tree, TextKey(key)).node();
+    return node == &tree->nil ? nullptr : node->value;
+}
+
+void* put_key(Arr* arr, std::string_view key, void* value) {
+    Tree* tree = tree_of(arr);
+    return orders_text(tree) ? set_text(tree, TextKey(key), value)
+                             : set_by_compare(tree, String(key).c_str(), value);
+}
+
 }  // namespace morva
 
 using namespace morva;

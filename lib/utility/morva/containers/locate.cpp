@@ -7,11 +7,15 @@
 namespace morva {
 namespace {
 
-// Compares a key with a node whose first word is the same.
+// Compares a key with a node whose first word is the same. When the second is the same too and one
+// of them is longer than both words, the other has at least their length.
 int compare_behind_head(const TextKey& key, const Node* node) {
     if (key.tail != node->tail) return key.tail < node->tail ? -1 : 1;
     if (key.length <= kKeyPrefix && node->short_length <= kKeyPrefix) return 0;
-    return std::strcmp(key.text + kKeyPrefix, text_of(node) + kKeyPrefix);
+    const std::size_t rest = key.length - kKeyPrefix;
+    const int order = std::strncmp(key.text + kKeyPrefix, text_of(node) + kKeyPrefix, rest);
+    if (order != 0) return order;
+    return text_of(node)[key.length] == '\0' ? 0 : -1;
 }
 
 }  // namespace

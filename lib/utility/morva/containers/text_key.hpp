@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace morva {
 
@@ -41,12 +42,13 @@ inline std::uint64_t load_partial_word(const char* bytes, std::size_t length) {
 }
 
 struct TextKey {
-    const char* text;
+    const char* text;  // need not be terminated
     std::size_t length;
     std::uint64_t head;
     std::uint64_t tail;
 
-    explicit TextKey(const char* string) : text(string), length(std::strlen(string)) {
+    explicit TextKey(const char* string) : TextKey({string, std::strlen(string)}) {}
+    explicit TextKey(std::string_view string) : text(string.data()), length(string.size()) {
         if (length < kWordBytes) {
             head = load_partial_word(text, length);
             tail = 0;
