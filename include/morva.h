@@ -29,6 +29,7 @@
 #include "morva/files.h"
 #include "morva/fortran.h"
 #include "morva/paths.h"
+#include "morva/pf.h"
 #include "morva/redblack.h"
 #include "morva/stbl.h"
 #include "morva/strings.h"

@@ -1,0 +1,222 @@
+// Whole trees: nodes made, freed, copied and compared. Trees may be as deep as memory allows, so
+// that none of these recurses: they keep the nodes that are still to be done in a list.
+#include "pf/pf.hpp"
+
+#include <utility>
+
+#include "base/diagnostics.hpp"
+
+namespace morva::pf {
+namespace {
+
+// Nodes to be freed, linked through their parent fields, so that freeing takes no memory.
+class Doomed {
+  public:
+    void add(void* item) {
+        Pf* node = static_cast<Pf*>(item);
+        if (node == nullptr) return;
+        node->parent = first_;
+        first_ = node;
+    }
+    Pf* take() {
+        Pf* node = first_;
+        if (node != nullptr) first_ = node->parent;
+        return node;
+    }
+
+  private:
+    Pf* first_ = nullptr;
+};
+
+void free_array(Arr* arr, Doomed& doomed) {
+    if (arr == nullptr) return;
+    for_each_node_upwards(tree_of(arr), [&](const Node* entry) { doomed.add(entry->value); });
+    freearr(arr, nullptr);
+}
+
+void free_list(Tbl* tbl, Doomed& doomed) {
+    if (tbl == nullptr) return;
+    for (Pf* item : tbl_pointers<Pf>(tbl)) doomed.add(item);
+    freetbl(tbl, nullptr);
+}
+
+void free_function(Pffunct* funct, Doomed& doomed) {
+    if (funct == nullptr) return;
+    std::free(funct->text);
+    doomed.add(funct->result);
+    free_hook(&funct->hook);
+    std::free(funct);
+}
+
+void free_value(Pf* node, Doomed& doomed) {
+    switch (node->type) {
+        case PFFILE:
+        case PFARR:
+            return free_array(node->value.arr, doomed);
+        case PFTBL:
+            return free_list(node->value.tbl, doomed);
+        case PFSTRING:
+        case PFINVALID:
+        case PFEXEC_ERROR:
+            return std::free(node->value.string);
+        case PFFUNCTION:
+            return free_function(node->value.funct, doomed);
+        default:
+            elog_complain(0, "pffree: didn't free type %d", node->type);
+    }
+}
+
+// Containers whose entries are still to be copied or compared: pairs of nodes.
+template <class First>
+using Pairs = Vector<std::pair<First, Pf*>>;
+
+char* copy_of(const char* text) {
+    return text == nullptr ? nullptr : new_text(text);
+}
+
+Pf* copy_function(const Pffunct* funct) {
+    Pf* copy = new_node(PFFUNCTION);
+    copy->value.funct = new_function_record();
+    copy->value.funct->text = copy_of(funct->text);
+    return copy;
+}
+
+// A copy of the node; of a container only the empty container, which is then to be filled.
+Pf* copy_node(const Pf* node, Pairs<const Pf*>& to_fill) {
+    if (node == nullptr) return nullptr;
+    Pf* copy = nullptr;
+    switch (node->type) {
+        case PFSTRING:
+            copy = new_node(PFSTRING);
+            copy->value.string = copy_of(node->value.string);
+            return copy;
+        case PFFUNCTION:
+            return copy_function(node->value.funct);
+        case PFINVALID:
+            return new_node(PFINVALID);
+        case PFFILE:
+        case PFARR:
+        case PFTBL:
+            copy = new_node(node->type);
+            to_fill.emplace_back(node, copy);
+            return copy;
+        default:
+            elog_die(0, "Bad type in pfdup : %d\n", node->type);
+    }
+}
+
+void fill(const Pf* node, Pf* copy, Pairs<const Pf*>& to_fill) {
+    const auto copied = [&](const void* item) {
+        return copy_node(static_cast<const Pf*>(item), to_fill);
+    };
+    if (node->type == PFTBL) {
+        copy->value.tbl = newtbl(tbl_count(node->value.tbl));
+        for (const Pf* item : tbl_pointers<Pf>(node->value.tbl))
+            pushtbl(copy->value.tbl, copied(item));
+        return;
+    }
+    Tree* entries = tree_of(node->value.arr);
+    copy->value.arr = newarr(reinterpret_cast<Arr_compare>(entries->compare));
+    for_each_pair(entries, [&](const void* key, const void* value) {
+        setarr(copy->value.arr, static_cast<const char*>(key), copied(value));
+    });
+}
+
+int compare_texts(const char* a, const char* b) {
+    if (a == nullptr || b == nullptr) return a != b;
+    return std::strcmp(a, b) != 0;
+}
+
+// Pairs of entries go to the list last first, so that they are taken from it in their order.
+int compare_lists(Tbl* a, Tbl* b, Pairs<Pf*>& to_compare) {
+    if (tbl_count(a) != tbl_count(b)) return 1;
+    for (long i = tbl_count(a) - 1; i >= 0; --i)
+        to_compare.emplace_back(tbl_pointers<Pf>(a)[i], tbl_pointers<Pf>(b)[i]);
+    return 0;
+}
+
+int compare_arrays(Tree* a, Tree* b, Pairs<Pf*>& to_compare) {
+    if (a->count != b->count) return 1;
+    Node* of_b = outermost(b, kRight);
+    for (Node* of_a = outermost(a, kRight); of_a != nullptr; of_a = step(a, of_a, kLeft)) {
+        if (std::strcmp(text_of(of_a), text_of(of_b)) != 0) return 1;
+        to_compare.emplace_back(static_cast<Pf*>(of_a->value), static_cast<Pf*>(of_b->value));
+        of_b = step(b, of_b, kLeft);
+    }
+    return 0;
+}
+
+// 0, 1 or -1 as pfcmp; equal containers have added their entries to the list.
+int compare_nodes(Pf* a, Pf* b, Pairs<Pf*>& to_compare) {
+    if (a == nullptr || b == nullptr) return a != b;
+    if (is_array(a) && is_array(b))
+        return compare_arrays(tree_of(a->value.arr), tree_of(b->value.arr), to_compare);
+    if (a->type != b->type) return 1;
+    if (a->type == PFTBL) return compare_lists(a->value.tbl, b->value.tbl, to_compare);
+    if (a->type == PFFUNCTION) return compare_texts(a->value.funct->text, b->value.funct->text);
+    if (a->type >= PFEXEC_ERROR && a->type < PFFUNCTION)
+        return compare_texts(a->value.string, b->value.string);
+    elog_log(0, "unknown PF type=%d\n", a->type);
+    return -1;
+}
+
+}  // namespace
+}  // namespace morva::pf
+
+using namespace morva::pf;
+
+extern "C" {
+
+constinit Pfdie pfdie = _pfdie;
+constinit Pfprompter Pfprompt = nullptr;
+
+Pf* pfnew(int type) {
+    switch (type) {
+        case PFFILE:
+        case PFARR:
+            return new_array_node(type);
+        case PFTBL:
+            return new_list_node();
+        case PFFUNCTION: {
+            Pf* node = new_node(type);
+            node->value.funct = new_function_record();
+            return node;
+        }
+        default:
+            return new_node(type);
+    }
+}
+
+void pffree(Pf* pf) {
+    Doomed doomed;
+    doomed.add(pf);
+    while (Pf* node = doomed.take()) {
+        free_value(node, doomed);
+        std::free(node->expanded);
+        std::free(node);
+    }
+}
+
+Pf* pfdup(Pf* pf) {
+    Pairs<const Pf*> to_fill;
+    Pf* copy = copy_node(pf, to_fill);
+    while (!to_fill.empty()) {
+        const auto [node, its_copy] = to_fill.back();
+        to_fill.pop_back();
+        fill(node, its_copy, to_fill);
+    }
+    return copy;
+}
+
+int pfcmp(Pf* a, Pf* b) {
+    Pairs<Pf*> to_compare;
+    int difference = compare_nodes(a, b, to_compare);
+    while (difference == 0 && !to_compare.empty()) {
+        const auto [next_a, next_b] = to_compare.back();
+        to_compare.pop_back();
+        difference = compare_nodes(next_a, next_b, to_compare);
+    }
+    return difference;
+}
+
+}  // extern "C"
