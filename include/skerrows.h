@@ -76,6 +76,9 @@ SKERROWS_API int std_prepare_timer(void);
  * like), where the environment is not to be believed. Valid until the variable is changed. */
 SKERROWS_API const char* std_getenv(const char* name);
 
+/* 1 in such a process, else 0: the current folder is then not to be believed either. */
+SKERROWS_API int std_is_secure(void);
+
 /* 1 when `name` is a name of the system's zone database ("US/Mountain"), or "UTC" or "GMT", which
  * are known even where no database is installed; else 0. Zone texts with rules ("EST5EDT4,M3...")
  * are not names. Absolute names, names with dots or other foreign characters, empty ones and those

@@ -1,6 +1,8 @@
 // Environment variables, as far as they may be believed.
 #include <cstdlib>
-#if !defined(__linux__)
+#if defined(__linux__)
+#include <sys/auxv.h>
+#else
 #include <unistd.h>
 #endif
 
@@ -11,5 +13,13 @@ extern "C" const char* std_getenv(const char* name) {
     return ::secure_getenv(name);
 #else
     return ::issetugid() ? nullptr : std::getenv(name);
+#endif
+}
+
+extern "C" int std_is_secure(void) {
+#if defined(__linux__)
+    return ::getauxval(AT_SECURE) != 0;
+#else
+    return ::issetugid() != 0;
 #endif
 }

@@ -9,3 +9,13 @@
 #pragma once
 
 #include "morva/elog.h"
+
+namespace morva {
+
+// Makes sure that the register has its settings: reads them when nobody has logged yet. Whoever
+// takes a lock that the reading of a parameter file may want calls it first; from then on no
+// message waits for that lock. Cheap afterwards. The thread that is reading the settings passes
+// through. Keeps errno.
+void log_ready();
+
+}  // namespace morva

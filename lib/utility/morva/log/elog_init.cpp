@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/diagnostics.hpp"
 #include "base/memory.hpp"
 #include "base/posix.hpp"
 #include "log/elog.hpp"
@@ -92,6 +93,10 @@ void initialise_for_caller() {
 }
 
 }  // namespace morva::log
+
+void morva::log_ready() {
+    log::initialise_if_needed();
+}
 
 extern "C" {
 
