@@ -23,6 +23,18 @@ auto retry(Call call) {
     return result;
 }
 
+// Writes all of the bytes. 0, or -1 with errno.
+inline int write_all(int fd, const void* bytes, std::size_t n) {
+    const char* from = static_cast<const char*>(bytes);
+    while (n > 0) {
+        const ssize_t written = retry([&] { return ::write(fd, from, n); });
+        if (written < 0) return -1;
+        from += written;
+        n -= static_cast<std::size_t>(written);
+    }
+    return 0;
+}
+
 // Keeps errno through clean-up.
 class ErrnoSaver {
   public:

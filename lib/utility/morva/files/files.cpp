@@ -15,27 +15,17 @@ namespace {
 
 using morva::Descriptor;
 using morva::retry;
+using morva::write_all;
 
 constexpr mode_t kMode = 0664;
 // A path may name a terminal or a pipe: neither is to become ours or to hold us up.
 constexpr int kCarefully = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
-int write_all(int fd, const void* bytes, long n) {
-    const char* from = static_cast<const char*>(bytes);
-    while (n > 0) {
-        const ssize_t written = retry([&] { return ::write(fd, from, static_cast<size_t>(n)); });
-        if (written < 0) return -1;
-        from += written;
-        n -= written;
-    }
-    return 0;
-}
-
 // For file systems that cannot reserve room: what has been written has it.
 int write_zeros(int fd, long size) {
     static constexpr char kZeros[65536] = {};
     for (long at = 0; at < size; at += sizeof kZeros)
-        if (write_all(fd, kZeros, std::min<long>(size - at, sizeof kZeros)) != 0) return -1;
+        if (write_all(fd, kZeros, std::min<std::size_t>(size - at, sizeof kZeros)) != 0) return -1;
     return ::lseek(fd, 0, SEEK_SET) == 0 ? 0 : -1;
 }
 
@@ -60,7 +50,7 @@ void empty(int fd) {
 
 int fill(int fd, long size, const void* bytes, long n) {
     if (retry([&] { return ::ftruncate(fd, 0); }) != 0) return -1;
-    if (reserve(fd, size) == 0 && write_all(fd, bytes, n) == 0) return 0;
+    if (reserve(fd, size) == 0 && write_all(fd, bytes, static_cast<std::size_t>(n)) == 0) return 0;
     empty(fd);
     return -1;
 }
