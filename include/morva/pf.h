@@ -86,6 +86,11 @@ typedef char* (*Pfprompter)(const char* prompt);
 /* The prompter in use; null at first. */
 extern MORVA_API Pfprompter Pfprompt;
 
+/* Sets one of the above: code "ask" Pfprompt, "die" pfdie (null: _pfdie again). Code "exec" with a
+ * null value forbids the function &exec( to run commands, with any other allows it again; it is
+ * allowed at first. Returns 0, or -1 for an unknown code, which is registered. */
+MORVA_API int pfconfig(const char* code, void* value);
+
 /* ---- Trees ---- */
 
 /* A new node of the type with nothing in it; containers are empty, functions without text. Free it
@@ -112,6 +117,39 @@ MORVA_API int pfcmp(Pf* a, Pf* b);
 /* Describes one node on standard error: label, address, type, value (strings as text), file name
  * and last expansion. */
 MORVA_API void showpf(const char* label, Pf* pf);
+
+/* ---- Setters ----
+ *
+ * `pf` is an array, and key its string, or a list: then key is the index, cast to a pointer, from
+ * 0; behind the end, slots that are skipped are left without a node, and a negative index appends.
+ * What the entry held is freed. The parent and the file name of the new node stay unset. Any other
+ * pf ends the process. All return 0. */
+
+/* Stores a new node of the type, whose value is made of `value`:
+ *     PFSTRING, PFFUNCTION   a copy of the string; null gives a node without one
+ *     PFFILE, PFARR, PFTBL   the Arr or Tbl itself, whose values must be Pf*; the tree owns it from
+ *                            now on, null stands for an empty one
+ *     PFGRAFT                the Pf itself becomes the child, a PFFILE becomes a PFARR
+ * Any other type ends the process. The string may come from the entry that is replaced; so may the
+ * Arr, the Tbl or the Pf as a whole, but parts of them only after pfdel has taken them out. */
+MORVA_API int pfput(Pf* pf, char* key, void* value, int type);
+
+/* Store a string; the others the string that reads back as the value: decimal digits, what strdbl
+ * writes (15 digits), "True" or "False". */
+MORVA_API int pfput_string(Pf* pf, char* key, const char* string);
+MORVA_API int pfput_int(Pf* pf, char* key, long value);
+MORVA_API int pfput_double(Pf* pf, char* key, double value);
+MORVA_API int pfput_boolean(Pf* pf, char* key, int value);
+
+/* Store a list or an array of strings: copies of those in `tbl` or `arr`, which the caller keeps. A
+ * null item becomes a string node without a string. Null stands for an empty list or array. */
+MORVA_API int pfput_tbl(Pf* pf, char* key, Tbl* tbl);
+MORVA_API int pfput_arr(Pf* pf, char* key, Arr* arr);
+
+/* Takes an entry out of the tree. In a list, the items behind it move up. Returns its node, a root
+ * of its own now, which the caller frees with pffree; null when there is none or pf is neither
+ * array nor list. */
+MORVA_API Pf* pfdel(Pf* pf, char* key);
 
 MORVA_END
 #endif

@@ -160,15 +160,34 @@ int compare_nodes(Pf* a, Pf* b, Pairs<Pf*>& to_compare) {
     return -1;
 }
 
+// Frees the value and the expansion of a node.
+void empty(Pf* node, Doomed& doomed) {
+    free_value(node, doomed);
+    std::free(node->expanded);
+}
+
+void free_all(Doomed& doomed) {
+    while (Pf* node = doomed.take()) {
+        empty(node, doomed);
+        std::free(node);
+    }
+}
+
 }  // namespace
+
+void clear_node(Pf* node) {
+    Doomed doomed;
+    empty(node, doomed);
+    node->value.any = nullptr;
+    node->expanded = nullptr;
+    free_all(doomed);
+}
+
 }  // namespace morva::pf
 
 using namespace morva::pf;
 
 extern "C" {
-
-constinit Pfdie pfdie = _pfdie;
-constinit Pfprompter Pfprompt = nullptr;
 
 Pf* pfnew(int type) {
     switch (type) {
@@ -190,11 +209,7 @@ Pf* pfnew(int type) {
 void pffree(Pf* pf) {
     Doomed doomed;
     doomed.add(pf);
-    while (Pf* node = doomed.take()) {
-        free_value(node, doomed);
-        std::free(node->expanded);
-        std::free(node);
-    }
+    free_all(doomed);
 }
 
 Pf* pfdup(Pf* pf) {

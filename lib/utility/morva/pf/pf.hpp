@@ -2,6 +2,8 @@
 // call per node and without work that the caller is about to redo.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -15,6 +17,11 @@ namespace morva::pf {
 // True for the two types whose value is an Arr.
 inline bool is_array(const Pf* pf) {
     return pf->type == PFFILE || pf->type == PFARR;
+}
+
+// The index that a list's key is: it travels in the pointer.
+inline long index_in(const char* key) {
+    return static_cast<long>(reinterpret_cast<std::intptr_t>(key));
 }
 
 // A node of the type with every other field null. Containers and functions need a value, too.
@@ -66,11 +73,17 @@ inline void free_node(void* node) {
     pffree(static_cast<Pf*>(node));
 }
 
+// Frees what the node holds, as pffree does, but not the node, which stays where it is in its tree.
+void clear_node(Pf* node);
+
 // The node's file name for a message. A node without one gets the empty string.
 inline const char* filename_of(Pf* pf) {
     static char unnamed[] = "";
     if (pf->filename == nullptr) pf->filename = unnamed;
     return pf->filename;
 }
+
+// Whether the function &exec( may run commands; what pfconfig("exec", ...) sets.
+extern constinit std::atomic<bool> g_exec_allowed;
 
 }  // namespace morva::pf

@@ -1,8 +1,8 @@
 // What happens when a getter does not find what the program needs.
 #include <algorithm>
-#include <cstdint>
 
 #include "base/diagnostics.hpp"
+#include "morva/strings.h"
 #include "pf/pf.hpp"
 
 namespace {
@@ -27,15 +27,14 @@ extern "C" void _pfdie(Pf* pf, char* key, int expected, int found, void*) {
         case PFARR:
         case PFFUNCTION:
             if (found == PFINVALID)
-                elog_die(0, "program needs value for '%s', not found in parameter file '%s'", key,
-                         filename);
-            elog_die(0, "wrong parameter type for '%s' : expected %s but got %s in '%s'", key,
-                     type_name(expected), type_name(found), filename);
+                elog_die(0, "program needs value for '%s', not found in parameter file '%s'",
+                         okstr(key), filename);
+            elog_die(0, "wrong parameter type for '%s' : expected %s but got %s in '%s'",
+                     okstr(key), type_name(expected), type_name(found), filename);
         case PFTBL:
             if (found == PFINVALID)
                 elog_die(0, "wrong parameter type for #%ld : expected %s but got %s in '%s'",
-                         static_cast<long>(reinterpret_cast<std::intptr_t>(key)),
-                         type_name(expected), "invalid", filename);
+                         morva::pf::index_in(key), type_name(expected), "invalid", filename);
             return;
         default:
             return;
