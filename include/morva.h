@@ -30,6 +30,7 @@
 #include "morva/fortran.h"
 #include "morva/paths.h"
 #include "morva/pf.h"
+#include "morva/pflex.h"
 #include "morva/redblack.h"
 #include "morva/stbl.h"
 #include "morva/strings.h"

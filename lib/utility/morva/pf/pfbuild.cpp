@@ -1,0 +1,158 @@
+#include "pf/pfbuild.hpp"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+#include "base/diagnostics.hpp"
+#include "containers/arr.hpp"
+#include "morva/pflex.h"
+
+namespace morva::pf {
+
+// One byte more than the register takes, so that it sees when a message is too long for it.
+void Messages::add(bool complains, int error, const char* format, va_list arguments) {
+    char text[10242];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    messages_.push_back({complains, error, String(text)});
+}
+
+void Messages::reason(bool with_errno, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    add(false, with_errno ? errno : 0, format, arguments);
+    va_end(arguments);
+}
+
+void Messages::complaint(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    add(true, 0, format, arguments);
+    va_end(arguments);
+}
+
+void Messages::tell() const {
+    for (const Message& message : messages_) {
+        errno = message.error;
+        if (message.complains)
+            elog_complain(0, "%s", message.text.c_str());
+        else
+            elog_log(message.error != 0, "%s", message.text.c_str());
+    }
+}
+
+namespace {
+
+// Room for the text of a value and its terminator.
+char* fix_String_buf(std::size_t length) {
+    return static_cast<char*>(must_malloc(length + 1, "String_buf", MORVA_HERE));
+}
+
+char* copied_text(std::string_view text) {
+    char* copy = fix_String_buf(text.size());
+    if (!text.empty()) std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return copy;
+}
+
+// The text of a value that has escapes.
+char* resolved_text(const Value& value) {
+    char* room = fix_String_buf(value.where.text().size());
+    const std::string_view text = value_text(value, room);
+    std::memmove(room, text.data(), text.size());
+    room[text.size()] = '\0';
+    return room;
+}
+
+Pf* string_node(char* text) {
+    Pf* node = new_node(PFSTRING);
+    node->value.string = text;
+    return node;
+}
+
+// True for the functions that are evaluated relative to the file they stand in.
+bool needs_source(std::string_view function) {
+    return function.starts_with("&filename(") || function.starts_with("&file(");
+}
+
+}  // namespace
+
+void TreeBuilder::key(const Key& key) {
+    pending_ = key.text;
+    key_line_ = key.where.line;
+    const bool in_text = key.text.data() >= key.where.begin && key.text.data() < key.where.end;
+    if (in_text) return;
+    std::memcpy(resolved_, key.text.data(), key.text.size());
+    pending_ = {resolved_, key.text.size()};
+}
+
+void TreeBuilder::value(const Value& value) {
+    char* text = value.escaped ? resolved_text(value) : copied_text(value.where.text());
+    if (value.ampersand) warn_of_openers(text);
+    add(string_node(text));
+}
+
+void TreeBuilder::warn_of_openers(const char* text) {
+    if (std::strstr(text, "&Tbl{") != nullptr)
+        messages_.complaint("value contains '&Tbl{'\n\t'%s'\n", text);
+    if (std::strstr(text, "&Arr{") != nullptr || std::strstr(text, "&Literal{") != nullptr)
+        messages_.complaint("value contains '&Arr{'\n\t'%s'\n", text);
+}
+
+void TreeBuilder::literal(const Literal& literal) {
+    add(string_node(copied_text(literal.text)));
+}
+
+void TreeBuilder::function(const Span& where) {
+    Pf* node = new_function_node(where.text());
+    if (needs_source(where.text())) {
+        node->value.funct->result = new_array_node(PFFILE);
+        node->value.funct->result->filename = source_;
+    }
+    add(node);
+}
+
+void TreeBuilder::undef(const Span&) {
+    if (current_->type == PFTBL) return pffree(static_cast<Pf*>(poptbl(current_->value.tbl)));
+    pffree(static_cast<Pf*>(delarr(current_->value.arr, String(pending_).c_str())));
+}
+
+Pf* TreeBuilder::new_block(Block block) const {
+    return block == Block::kList ? new_list_node() : new_array_node();
+}
+
+void TreeBuilder::open(const Span&, Block block) {
+    Pf* node = new_block(block);
+    add(node);
+    current_ = node;
+}
+
+void TreeBuilder::too_deep(const Span& where, Block block) {
+    add(new_block(block));
+    messages_.reason(false, "*stack* too many Lex_levels of nesting at line #%ld in pf file %s",
+                     where.line, source_);
+}
+
+void TreeBuilder::stray_close(const Span& where) {
+    messages_.reason(false, "*stack* invalid right brace at line #%ld in pf file %s", where.line,
+                     source_);
+}
+
+void TreeBuilder::add(Pf* node) {
+    node->parent = current_;
+    node->filename = source_;
+    if (current_->type == PFTBL) {
+        pushtbl(current_->value.tbl, node);
+    } else if (void* old = put_key(current_->value.arr, pending_, node); old != nullptr) {
+        replaced(static_cast<Pf*>(old));
+    }
+}
+
+void TreeBuilder::replaced(Pf* old) {
+    if (Pf_show_replacements != 0)
+        std::fprintf(stderr, "replacing key '%.*s' at line #%ld of %s\n",
+                     static_cast<int>(pending_.size()), pending_.data(), key_line_, source_);
+    pffree(old);
+}
+
+}  // namespace morva::pf
