@@ -217,6 +217,17 @@ MORVA_API int match_string_(const char* pattern, const char* string, size_t patt
 MORVA_API int match_stachans_(const char* spec, const char* station, const char* channel,
                               size_t spec_length, size_t station_length, size_t channel_length);
 
+/* The data search. Blanks for the name of a variable, a subdirectory or a suffix leave it out. */
+MORVA_API long datafile_(const char* envname, const char* name, char* path, size_t envname_length,
+                         size_t name_length, size_t path_length);
+MORVA_API long datapath_(const char* envname, const char* subdir, const char* name,
+                         const char* suffix, char* path, size_t envname_length,
+                         size_t subdir_length, size_t name_length, size_t suffix_length,
+                         size_t path_length);
+MORVA_API long newdata_(const char* envname, const char* subdir, const char* name,
+                        const char* suffix, char* path, size_t envname_length, size_t subdir_length,
+                        size_t name_length, size_t suffix_length, size_t path_length);
+
 /* CM6. cm6 fills the caller's text and sets nbytes to the length of the whole: 0, or -1,
  * registered, when the variable is too short. um6 decodes the first nbytes characters of the text
  * into the caller's array of buffer_size samples: the number of samples, or -1 as um6 does, and

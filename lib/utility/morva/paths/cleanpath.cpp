@@ -1,0 +1,214 @@
+// Paths without detours: home directories put in, "." and ".." worked off, links followed.
+//
+// The cleaner takes one component after the other from the pending text and puts it behind the
+// result. A link replaces its component by putting its target before the rest of the pending text.
+#include "paths/cleanpath.hpp"
+
+#include <sys/stat.h>
+
+#include "base/diagnostics.hpp"
+#include "base/posix.hpp"
+#include "morva/paths.h"
+
+namespace morva::paths {
+namespace {
+
+constexpr int kMostLinks = 32;
+
+// The reading of one symbolic link.
+enum class Link { kNone, kRead, kTooLong, kUnreadable };
+
+bool is_link(const char* path) {
+    const ErrnoSaver keep;
+    struct stat status;
+    return retry([&] { return ::lstat(path, &status); }) == 0 && S_ISLNK(status.st_mode);
+}
+
+Link read_link(const char* path, Path* target) {
+    char text[kPathSize];
+    const ssize_t length = retry([&] { return ::readlink(path, text, sizeof text); });
+    // Anything but a link, and names that lead nowhere, are components as they stand.
+    if (length < 0) return errno != EINVAL && is_link(path) ? Link::kUnreadable : Link::kNone;
+    const bool fits = target->assign({text, static_cast<std::size_t>(length)});
+    return fits ? Link::kRead : Link::kTooLong;
+}
+
+class Cleaner {
+  public:
+    Cleaner(bool follow_links, Path* result) : follow_(follow_links), result_(*result) {}
+
+    Cleaned run(std::string_view path) {
+        const Cleaned begun = begin(path);
+        if (begun != Cleaned::kDone) return begun;
+        while (!rest_.empty()) {
+            const Cleaned taken = take(next());
+            if (taken != Cleaned::kDone) return taken;
+        }
+        if (result_.empty()) result_.assign(".");
+        return Cleaned::kDone;
+    }
+
+  private:
+    // Sets the pending text, with a home directory for the "~" that it may begin with.
+    Cleaned begin(std::string_view path) {
+        if (path.substr(0, 1) == "~") {
+            const std::size_t slash = path.find('/');
+            const std::string_view user = path.substr(1, slash - (slash != path.npos));
+            const Cleaned found = append_home(user, &pending_);
+            if (found != Cleaned::kDone) return found;
+            path.remove_prefix(1 + user.size());
+        }
+        if (!pending_.append(path)) return Cleaned::kTooLong;
+        result_.cut(0);
+        restart();
+        return Cleaned::kDone;
+    }
+
+    // Begins with the pending text, at the root when it is absolute.
+    void restart() {
+        rest_ = pending_.view();
+        if (pending_.is_absolute()) result_.assign("/");
+    }
+
+    std::string_view next() {
+        const std::size_t slash = rest_.find('/');
+        const std::string_view component = rest_.substr(0, slash);
+        rest_.remove_prefix(slash != rest_.npos ? slash + 1 : rest_.size());
+        return component;
+    }
+
+    Cleaned take(std::string_view component) {
+        if (component.empty() || component == ".") return Cleaned::kDone;
+        if (component == "..") return step_up() ? Cleaned::kDone : Cleaned::kTooLong;
+        const std::size_t before = result_.size();
+        if (!step_down(component)) return Cleaned::kTooLong;
+        return follow_ ? follow(before) : Cleaned::kDone;
+    }
+
+    bool step_down(std::string_view component) {
+        const std::size_t before = result_.size();
+        if (!result_.empty() && result_.view() != "/" && !result_.append("/")) return false;
+        if (result_.append(component)) return true;
+        result_.cut(before);
+        return false;
+    }
+
+    // The root is its own parent; above a relative path, ".." stays.
+    bool step_up() {
+        const std::string_view so_far = result_.view();
+        if (so_far == "/") return true;
+        if (so_far.empty() || so_far == ".." || so_far.ends_with("/..")) return step_down("..");
+        const std::size_t slash = so_far.rfind('/');
+        result_.cut(slash == so_far.npos ? 0 : slash == 0 ? 1 : slash);
+        return true;
+    }
+
+    // Replaces the last component of the result by its target when it is a link.
+    Cleaned follow(std::size_t before) {
+        Path target;
+        switch (read_link(result_.c_str(), &target)) {
+            case Link::kNone:
+                return Cleaned::kDone;
+            case Link::kTooLong:
+                return Cleaned::kTooLong;
+            case Link::kUnreadable:
+                return Cleaned::kUnreadableLink;
+            case Link::kRead:
+                break;
+        }
+        if (++links_ > kMostLinks) return Cleaned::kTooManyLinks;
+        result_.cut(before);
+        if (!rest_.empty() && !(target.append("/") && target.append(rest_)))
+            return Cleaned::kTooLong;
+        pending_.assign(target.view());
+        restart();
+        return Cleaned::kDone;
+    }
+
+    const bool follow_;
+    Path& result_;
+    Path pending_;
+    std::string_view rest_;  // of the pending text
+    int links_ = 0;
+};
+
+}  // namespace
+
+Cleaned clean(std::string_view path, bool follow_links, Path* result) {
+    return Cleaner(follow_links, result).run(path);
+}
+
+Cleaned make_absolute(std::string_view path, bool follow_links, Path* result) {
+    if (path.starts_with('/') || path.starts_with('~')) return clean(path, follow_links, result);
+    char directory[kPathSize];
+    if (::getcwd(directory, sizeof directory) == nullptr) return Cleaned::kNoDirectory;
+    Path whole;
+    if (!whole.assign(directory) || !whole.append("/") || !whole.append(path))
+        return Cleaned::kTooLong;
+    return clean(whole.view(), follow_links, result);
+}
+
+void register_failure(Cleaned failure, const char* path, const Path& result) {
+    switch (failure) {
+        case Cleaned::kTooLong:
+            return elog_log(0, "path is longer than %zu characters: %s\n", kPathSize - 1, path);
+        case Cleaned::kNoHome:
+            return elog_log(0, "can't find the home directory for %s\n", path);
+        case Cleaned::kTooManyLinks:
+            return elog_log(0, "too many symbolic links (>%d) for %s", kMostLinks, path);
+        case Cleaned::kUnreadableLink:
+            return elog_log(1, "can't read link for %s", result.c_str());
+        case Cleaned::kNoDirectory:
+            return elog_log(1, "Can't discover current directory: getcwd(3) fails\n");
+        case Cleaned::kDone:
+            return;
+    }
+}
+
+}  // namespace morva::paths
+
+using morva::paths::clean;
+using morva::paths::Cleaned;
+using morva::paths::make_absolute;
+using morva::paths::Path;
+using morva::paths::register_failure;
+using morva::paths::view;
+
+namespace {
+
+int hand_over(Cleaned cleaned, const char* path, const Path& found, char* result) {
+    if (cleaned == Cleaned::kDone) {
+        found.copy_to(result);
+        return 0;
+    }
+    register_failure(cleaned, path, found);
+    *result = '\0';
+    return -1;
+}
+
+}  // namespace
+
+extern "C" {
+
+int cleanpath(const char* path, int follow_links, char* result) {
+    Path found;
+    return hand_over(clean(view(path), follow_links != 0, &found), path, found, result);
+}
+
+int abspath(const char* path, char* result) {
+    Path found;
+    const Cleaned cleaned = make_absolute(view(path), false, &found);
+    Path copy;
+    const bool copied = cleaned == Cleaned::kNoDirectory && copy.assign(view(path));
+    if (hand_over(cleaned, path, found, result) == 0) return 0;
+    if (copied) copy.copy_to(result);
+    return -1;
+}
+
+int samepath(const char* a, const char* b) {
+    char first[morva::paths::kPathSize], second[sizeof first];
+    if (abspath(a, first) != 0 || abspath(b, second) != 0) return 0;
+    return std::strcmp(first, second) == 0;
+}
+
+}  // extern "C"

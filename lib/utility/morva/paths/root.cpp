@@ -1,0 +1,179 @@
+// The installation root: one text of the process.
+//
+// Roots are kept in a chain that only grows: a text that was handed out stays as it is when another
+// root is put, and readers need no lock.
+#include "paths/root.hpp"
+
+#include <glob.h>
+#include <skerrows.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+
+#include "base/diagnostics.hpp"
+#include "base/memory.hpp"
+#include "base/posix.hpp"
+#include "morva/paths.h"
+#include "paths/cleanpath.hpp"
+#include "paths/datasearch.hpp"
+
+namespace morva::paths {
+namespace {
+
+struct Root {
+    Root* before;
+    char text[kPathSize];
+};
+
+constinit std::mutex g_mutex;               // guards changes of the two that follow
+constinit std::atomic<Root*> g_root{};      // the current one
+constinit Root* g_roots = nullptr;          // all there ever were
+constinit char* g_exported = nullptr;       // the environment's entry, kept for good
+constinit std::atomic<bool> g_told{false};  // of a KORVALIN that is too long
+
+char g_standard[] = MORVA_ROOT;
+
+bool is_directory(const char* path) {
+    struct stat status;
+    return retry([&] { return ::stat(path, &status); }) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool from_environment(const Places&, Path* root) {
+    const char* value = std_getenv("KORVALIN");
+    if (value == nullptr) return false;
+    if (root->assign(value)) return true;
+    if (!g_told.exchange(true)) register_failure(Cleaned::kTooLong, value, *root);
+    return false;
+}
+
+bool from_standard(const Places& places, Path* root) {
+    return is_directory(places.standard) && root->assign(places.standard);
+}
+
+// The full path of a program that was started by a bare name.
+bool find_program(const char* name, Path* program) {
+    const char* path = std_getenv("PATH");
+    if (path == nullptr || *path == '\0') return false;
+    const SearchPath search(path, true);
+    bool found = false;
+    visit_readable(search.view(), {}, name, [&](const Path& candidate) {
+        if (!is_readable(candidate)) return errno;
+        found = program->assign(candidate.view());
+        return kStop;
+    });
+    return found;
+}
+
+// The program is expected in the root's folder "bin".
+bool from_executable(const Places& places, Path* root) {
+    const char* name = places.executable;
+    if (name == nullptr) return false;
+    Path program;
+    const bool found = std::strchr(name, '/') != nullptr
+                           ? make_absolute(name, false, &program) == Cleaned::kDone
+                           : find_program(name, &program);
+    if (!found) return false;
+    std::string_view folder = program.view();
+    folder = folder.substr(0, folder.rfind('/'));
+    constexpr std::string_view kBin = "/bin";
+    if (folder.size() <= kBin.size() || !folder.ends_with(kBin)) return false;
+    folder.remove_suffix(kBin.size());
+    return root->assign(folder);
+}
+
+class Matches {
+  public:
+    explicit Matches(const char* pattern) {
+        if (::glob(pattern, 0, nullptr, &found_) == GLOB_NOSPACE)
+            out_of_memory(std::strlen(pattern), "glob", MORVA_HERE);
+    }
+    ~Matches() { ::globfree(&found_); }
+    Matches(const Matches&) = delete;
+    Matches& operator=(const Matches&) = delete;
+    std::size_t size() const { return found_.gl_pathc; }
+    const char* operator[](std::size_t i) const { return found_.gl_pathv[i]; }
+
+  private:
+    glob_t found_{};
+};
+
+bool from_releases(const Places& places, Path* root) {
+    const Matches releases(places.releases);
+    for (std::size_t i = releases.size(); i > 0; --i)
+        if (is_directory(releases[i - 1])) return root->assign(releases[i - 1]);
+    return false;
+}
+
+// The entry "KORVALIN=root", made once and not changed by later roots: child processes see the root
+// that this one began with.
+void export_root(std::string_view root) {
+    constexpr std::string_view kName = "KORVALIN=";
+    const std::size_t bytes = kName.size() + root.size() + 1;
+    char* entry = static_cast<char*>(must_malloc(bytes, "Setenv", MORVA_HERE));
+    std::memcpy(entry, kName.data(), kName.size());
+    std::memcpy(entry + kName.size(), root.data(), root.size());
+    entry[bytes - 1] = '\0';
+    g_exported = entry;
+    if (::putenv(entry) != 0) out_of_memory(bytes, "Setenv", MORVA_HERE);
+}
+
+Root* find_root(std::string_view text) {
+    for (Root* root = g_roots; root != nullptr; root = root->before)
+        if (text == root->text) return root;
+    return nullptr;
+}
+
+void store_root(std::string_view text) {
+    malloced<Root> fresh(must_alloc<Root>(1, "root", MORVA_HERE));
+    std::memcpy(fresh->text, text.data(), text.size());
+    bool first;
+    {
+        const std::lock_guard lock(g_mutex);
+        Root* root = find_root(text);
+        if (root == nullptr) {
+            fresh->before = g_roots;
+            root = g_roots = fresh.release();
+        }
+        first = g_root.exchange(root) == nullptr;
+    }
+    if (first) export_root(text);
+}
+
+}  // namespace
+
+bool decide_root(const Places& places, Path* root) {
+    for (const auto step : {from_environment, from_standard, from_executable, from_releases})
+        if (step(places, root)) return true;
+    return false;
+}
+
+}  // namespace morva::paths
+
+extern "C" {
+
+int putkorvalin(const char* root) {
+    using namespace morva::paths;
+    const std::string_view text = view(root);
+    if (text.size() < kPathSize) {
+        store_root(text);
+        return 0;
+    }
+    register_failure(Cleaned::kTooLong, root, Path());
+    return -1;
+}
+
+char* getkorvalin(void) {
+    using namespace morva::paths;
+    const Root* stored = g_root.load();
+    if (stored == nullptr) {
+        Path root;
+        if (!decide_root({g_standard, MORVA_RELEASES, getexecname()}, &root)) return g_standard;
+        putkorvalin(root.c_str());
+    }
+    return g_root.load()->text;
+}
+
+}  // extern "C"
