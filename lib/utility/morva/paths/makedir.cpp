@@ -8,10 +8,12 @@
 #include "base/ports.hpp"
 #include "base/posix.hpp"
 #include "morva/paths.h"
+#include "paths/path.hpp"
 
 namespace {
 
-constexpr std::size_t kPathSize = 1024;  // of every path buffer, with the terminating zero
+using morva::paths::kPathSize;
+
 constexpr mode_t kMode = 0775;
 
 int cannot_create(const char* dir, int error) {
