@@ -33,6 +33,7 @@
 #include "morva/pfexpand.h"
 #include "morva/pflex.h"
 #include "morva/pfresolve.h"
+#include "morva/pfwrite.h"
 #include "morva/redblack.h"
 #include "morva/stbl.h"
 #include "morva/strings.h"

@@ -24,7 +24,8 @@ constexpr long kStripSlots = 2 * kStripWidth * (1 << 2 * (kStripHeight - 1)) + k
 constexpr long kFewSlots = 128;  // longer levels above the strips come from the heap
 
 template <Column column>
-void* item_of(const Node* node) {
+void* item_of(Node* node) {
+    if constexpr (column == Column::kNode) return node;
     return column == Column::kKey ? node->key : node->value;
 }
 
@@ -49,7 +50,7 @@ void** open_child(Node* child, void** to) {
 
 // At the last level a red child is an item, and a black one is the sentinel.
 template <Column column>
-void** open_last_child(const Node* child, void** to) {
+void** open_last_child(Node* child, void** to) {
     *to = item_of<column>(child);
     return to + child->red;
 }
@@ -133,8 +134,10 @@ Tbl* list_in_order(Tree* tree, Column column) {
     auto** items = reinterpret_cast<void**>(list->base);
     if (column == Column::kKey)
         list_items<Column::kKey>(tree, items);
-    else
+    else if (column == Column::kValue)
         list_items<Column::kValue>(tree, items);
+    else
+        list_items<Column::kNode>(tree, items);
     std::fill(items + count, items + slots, nullptr);
     list->count = count;
     list->alloc_end = slots;

@@ -149,9 +149,9 @@ void for_each_node_upwards(Tree* tree, Visit visit) {
 }
 
 // What a listing takes of each pair.
-enum class Column { kKey, kValue };
+enum class Column { kKey, kValue, kNode };
 
-// A new list of the keys or the values, in key order.
+// A new list of the keys, the values or the nodes, in key order.
 Tbl* list_in_order(Tree* tree, Column column);
 
 }  // namespace morva

@@ -1,0 +1,126 @@
+// A parameter file replaced as a whole, by text that is sure to read back as the tree it was made
+// from. Where pfwrite's text would not, another form of the reader's grammar takes its place.
+#include "base/diagnostics.hpp"
+#include "files/replace_file.hpp"
+#include "morva/pfwrite.h"
+#include "pf/pfwrite.hpp"
+
+namespace morva::pf {
+namespace {
+
+constexpr std::size_t kDeepest = 11;       // blocks that the reader allows around an entry
+constexpr std::size_t kLongestKey = 1023;  // characters that it keeps of a key
+
+bool is_word(char c, bool first) {
+    return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           (!first && c >= '0' && c <= '9');
+}
+
+// True for "&name(" with anything up to a ")" at the end, which the reader takes for a function.
+bool is_call(std::string_view text) {
+    if (text.size() < 4 || text[0] != '&' || text.back() != ')' || !is_word(text[1], true))
+        return false;
+    std::size_t at = 2;
+    while (is_word(text[at], false)) ++at;
+    return text[at] == '(' && text.find('\n') == text.npos;
+}
+
+// True for a value that the reader takes for something else than text, or complains of.
+bool is_misread(std::string_view form) {
+    for (const char* const opener : {"&Undef{}", "&Literal"})
+        if (form.starts_with(opener)) return true;
+    for (const char* const opener : {"&Tbl{", "&Arr{", "&Literal{"})
+        if (form.find(opener) != form.npos) return true;
+    return is_call(form);
+}
+
+constexpr std::string_view kEndMarks[] = {"__END__", "__DATA__", "__EOF__"};
+
+// True for a key whose documented form the reader takes for the key.
+bool reads_back(std::string_view key) {
+    constexpr std::string_view kSpecial = "#}\\\n";
+    if (key.front() == '"' || key.front() == '\'') return false;
+    if (std::find(std::begin(kEndMarks), std::end(kEndMarks), key) != std::end(kEndMarks))
+        return false;
+    if (key.find(' ') == key.npos) return key.find('\t') == key.npos;
+    const bool both = key.find('"') != key.npos && key.find('\'') != key.npos;
+    return !both && key.find_first_of(kSpecial) == key.npos;
+}
+
+// As a plain key, with every character that could be misread as a backslash and three octal digits.
+void put_octal(Output& out, std::string_view key) {
+    constexpr std::string_view kSpecial = " \t\n\"'#}\\";
+    for (const char c : key) {
+        if (kSpecial.find(c) == kSpecial.npos) {
+            out.put(c);
+            continue;
+        }
+        const auto digit = [c](int place) { return static_cast<char>('0' + (c >> 3 * place & 7)); };
+        const char escape[] = {'\\', digit(2), digit(1), digit(0)};
+        out.put({escape, sizeof escape});
+    }
+}
+
+void put_sure_key(Output& out, std::string_view key) {
+    for (const char quote : {'"', '\''}) {
+        if (key.find(quote) != key.npos) continue;
+        out.put(quote);
+        out.put(key);
+        out.put(quote);
+        return;
+    }
+    put_octal(out, key);
+}
+
+struct Careful : Indented {
+    static constexpr bool kPlainKeys = false;
+
+    static const char* take(const Pf* node, std::size_t level) {
+        if (node == nullptr || node->value.any == nullptr) return "has no value";
+        if (node->type == PFFUNCTION) {
+            const char* text = node->value.funct->text;
+            return text != nullptr && is_call(text) ? nullptr : "is no function on one line";
+        }
+        if (node->type == PFSTRING) return nullptr;
+        if (!is_array(node) && node->type != PFTBL) return "has no value";
+        return level < kDeepest ? nullptr : "is nested too deeply";
+    }
+
+    static const char* put_key(Output& out, std::string_view key) {
+        if (key.empty()) return "is an empty key";
+        if (key.size() > kLongestKey) return "is a key of more than 1023 characters";
+        if (reads_back(key)) return Indented::put_key(out, key);
+        put_sure_key(out, key);
+        return nullptr;
+    }
+
+    static const char* put_string(Output& out, std::string_view text) {
+        const std::size_t before = out.size();
+        put_value(out, text);
+        if (text.find('&') == text.npos || !is_misread(out.text().substr(before))) return nullptr;
+        out.cut(before);
+        put_literal(out, text);
+        return nullptr;
+    }
+};
+
+}  // namespace
+}  // namespace morva::pf
+
+using namespace morva::pf;
+
+extern "C" int pfwrite_atomic(const char* filename, Pf* pf) {
+    const char* shown = filename != nullptr ? filename : "";
+    if (pf == nullptr || !is_array(pf) || pf->value.any == nullptr) {
+        elog_log(0, "Can't write '%s': the tree is not an array.\n", shown);
+        return -1;
+    }
+    Output out(MORVA_HERE);
+    Writer<Careful> writer(out);
+    if (const char* refusal = writer.write(pf, true, [] { return true; })) {
+        elog_log(0, "Can't write '%s' so that it reads back: '%s' %s.\n", shown,
+                 writer.path().c_str(), refusal);
+        return -1;
+    }
+    return morva::replace_file(filename, out.text());
+}
