@@ -49,7 +49,7 @@ MORVA_API int pfout(FILE* stream, Pf* pf);
  * The root must be an array (PFFILE or PFARR), of which the entries are written as from a PFFILE.
  * The text reads back equal: where pfwrite's would not, a string is written as a literal, a key
  * with quotes or with octal escapes. A tree with anything that no text expresses is refused, and
- * the message says where it stands: an empty key or one of more than 1023 characters, a null or
+ * the message says where it stands: a key of more than 1023 characters, a null or
  * other node without a value, a function whose text is not a call on one line, blocks nested more
  * than 11 deep.
  *

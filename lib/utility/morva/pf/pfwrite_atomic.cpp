@@ -3,26 +3,17 @@
 #include "base/diagnostics.hpp"
 #include "files/replace_file.hpp"
 #include "morva/pfwrite.h"
+#include "pf/pfscan.hpp"
 #include "pf/pfwrite.hpp"
 
 namespace morva::pf {
 namespace {
 
-constexpr std::size_t kDeepest = 11;       // blocks that the reader allows around an entry
-constexpr std::size_t kLongestKey = 1023;  // characters that it keeps of a key
-
-bool is_word(char c, bool first) {
-    return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           (!first && c >= '0' && c <= '9');
-}
-
-// True for "&name(" with anything up to a ")" at the end, which the reader takes for a function.
-bool is_call(std::string_view text) {
-    if (text.size() < 4 || text[0] != '&' || text.back() != ')' || !is_word(text[1], true))
-        return false;
-    std::size_t at = 2;
-    while (is_word(text[at], false)) ++at;
-    return text[at] == '(' && text.find('\n') == text.npos;
+// True for what the reader takes for a function, all of it.
+bool is_function(std::string_view text) {
+    const char* end = text.data() + text.size();
+    return text.starts_with('&') && !text.starts_with("&Literal") &&
+           scanning::function_end(text.data(), end) == end && text.find('\n') == text.npos;
 }
 
 // True for a value that the reader takes for something else than text, or complains of.
@@ -31,24 +22,23 @@ bool is_misread(std::string_view form) {
         if (form.starts_with(opener)) return true;
     for (const char* const opener : {"&Tbl{", "&Arr{", "&Literal{"})
         if (form.find(opener) != form.npos) return true;
-    return is_call(form);
+    return is_function(form);
 }
-
-constexpr std::string_view kEndMarks[] = {"__END__", "__DATA__", "__EOF__"};
 
 // True for a key whose documented form the reader takes for the key.
 bool reads_back(std::string_view key) {
     constexpr std::string_view kSpecial = "#}\\\n";
-    if (key.front() == '"' || key.front() == '\'') return false;
-    if (std::find(std::begin(kEndMarks), std::end(kEndMarks), key) != std::end(kEndMarks))
-        return false;
+    if (key.empty() || key.front() == '"' || key.front() == '\'') return false;
+    if (scanning::is_end_marker(key.data(), key.data() + key.size())) return false;
     if (key.find(' ') == key.npos) return key.find('\t') == key.npos;
     const bool both = key.find('"') != key.npos && key.find('\'') != key.npos;
     return !both && key.find_first_of(kSpecial) == key.npos;
 }
 
 // As a plain key, with every character that could be misread as a backslash and three octal digits.
+// A zero byte ends a key for the reader, so that it expresses the empty key.
 void put_octal(Output& out, std::string_view key) {
+    if (key.empty()) return out.put("\\000");
     constexpr std::string_view kSpecial = " \t\n\"'#}\\";
     for (const char c : key) {
         if (kSpecial.find(c) == kSpecial.npos) {
@@ -63,7 +53,7 @@ void put_octal(Output& out, std::string_view key) {
 
 void put_sure_key(Output& out, std::string_view key) {
     for (const char quote : {'"', '\''}) {
-        if (key.find(quote) != key.npos) continue;
+        if (key.empty() || key.find(quote) != key.npos) continue;
         out.put(quote);
         out.put(key);
         out.put(quote);
@@ -79,15 +69,14 @@ struct Careful : Indented {
         if (node == nullptr || node->value.any == nullptr) return "has no value";
         if (node->type == PFFUNCTION) {
             const char* text = node->value.funct->text;
-            return text != nullptr && is_call(text) ? nullptr : "is no function on one line";
+            return text != nullptr && is_function(text) ? nullptr : "is no function on one line";
         }
         if (node->type == PFSTRING) return nullptr;
         if (!is_array(node) && node->type != PFTBL) return "has no value";
-        return level < kDeepest ? nullptr : "is nested too deeply";
+        return level < static_cast<std::size_t>(kDeepest) ? nullptr : "is nested too deeply";
     }
 
     static const char* put_key(Output& out, std::string_view key) {
-        if (key.empty()) return "is an empty key";
         if (key.size() > kLongestKey) return "is a key of more than 1023 characters";
         if (reads_back(key)) return Indented::put_key(out, key);
         put_sure_key(out, key);
