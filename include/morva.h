@@ -32,6 +32,7 @@
 #include "morva/pf.h"
 #include "morva/pfexpand.h"
 #include "morva/pflex.h"
+#include "morva/pfread.h"
 #include "morva/pfresolve.h"
 #include "morva/pfwrite.h"
 #include "morva/redblack.h"

@@ -1,0 +1,44 @@
+// Files and the states they are in: what decides whether a tree is read again.
+#pragma once
+
+#include "base/memory.hpp"
+#include "containers/tbl.hpp"
+#include "morva/pfread.h"
+
+namespace morva::pf {
+
+inline Pftime& time_item(const Tbl* times, long i) {
+    return *reinterpret_cast<Pftime*>(tbl_slot(times, i));
+}
+
+// Puts digests of their contents into the records.
+void digest_contents(Tbl* times);
+
+// Whether both lists tell of the same files in the same state; `before` was taken at the time
+// `taken`. Where the times of modification cannot tell, contents decide, and `now` gets its digests
+// in any case.
+bool same_files(const Tbl* before, Tbl* now, double taken);
+
+// Whether a change of the files after the time `when` is bound to show in what stat tells of them.
+bool are_settled(const Tbl* times, double when);
+
+// One look along the search path: every place where a file of the name may be, and what stat tells
+// of it. It decides which files the name stands for and which states they are in.
+class Watch {
+  public:
+    static Watch look(const char* name);
+    // Whether another look shows the same.
+    bool holds(const char* name) const;
+    double when() const { return when_; }
+
+  private:
+    struct Place {
+        String path;
+        int error;  // of stat; without one, the status is set
+        Pftime status;
+    };
+    Vector<Place> places_;
+    double when_ = 0;
+};
+
+}  // namespace morva::pf
