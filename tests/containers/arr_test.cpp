@@ -222,10 +222,15 @@ TEST(Arr, HoldsTheNewKeyWhereDifferentKeysCompareEqual) {
 TEST_F(ArrTest, DuplicatesKeysAndValues) {
     setarr(arr, "x", "one");
     setarr(arr, std::string(90, 'y').c_str(), "two");
+    for (int i = 0; i < 100; ++i) setarr(arr, std::to_string(i * 37 % 100).c_str(), "more");
     Arr* copy = duparr(arr, [](void* value) -> void* { return strdup(static_cast<char*>(value)); });
     delarr(arr, "x");
     EXPECT_STREQ(static_cast<char*>(getarr(copy, "x")), "one");
-    EXPECT_EQ(cntarr(copy), 2);
+    EXPECT_EQ(cntarr(copy), 102);
+    EXPECT_EQ(fault(copy), "");
+    free(delarr(copy, "50"));
+    setarr(copy, "101", strdup("new"));
+    EXPECT_EQ(fault(copy), "");
     freearr(copy, free);
 }
 

@@ -80,6 +80,37 @@ void* set_by_compare(Tree* tree, const char* key, void* value) {
     return nullptr;
 }
 
+// Copies the nodes of a tree as they stand, without comparing keys. Recurses as deep as a balanced
+// tree is.
+struct Copier {
+    const Tree* from;
+    Tree* to;
+    void* (*copy_value)(void* value, void* context);
+    void* context;
+
+    void set_key_of(Node* copy) const {
+        if (copy->key_room == 0) {
+            copy->key = must_strdup(text_of(copy), "key", MORVA_HERE);
+            return;
+        }
+        const char* text = text_of(copy);
+        copy->key = to->pool.take_key(copy->key_room, &copy->key_room);
+        std::memcpy(copy->key, text, copy->key_room);
+    }
+
+    Node* subtree(const Node* node, Node* parent) const {
+        if (node == &from->nil) return &to->nil;
+        Node* copy = to->pool.take_node();
+        *copy = *node;
+        copy->parent = parent;
+        copy->child[kLeft] = subtree(node->child[kLeft], copy);
+        set_key_of(copy);
+        copy->value = copy_value(node->value, context);
+        copy->child[kRight] = subtree(node->child[kRight], copy);
+        return copy;
+    }
+};
+
 // Keys by which `accepts` is true, in key order.
 template <class Accepts>
 Tbl* keys_that(Arr* arr, Accepts accepts) {
@@ -104,6 +135,15 @@ void* put_key(Arr* arr, std::string_view key, void* value) {
     Tree* tree = tree_of(arr);
     return orders_text(tree) ? set_text(tree, TextKey(key), value)
                              : set_by_compare(tree, String(key).c_str(), value);
+}
+
+Arr* copy_array(const Arr* arr, void* (*copy_value)(void* value, void* context), void* context) {
+    const Tree* from = tree_of(const_cast<Arr*>(arr));
+    Tree* to = new_tree(from->compare, true);
+    to->root = Copier{from, to, copy_value, context}.subtree(from->root, &to->nil);
+    to->count = from->count;
+    to->unpooled = from->unpooled;
+    return reinterpret_cast<Arr*>(to);
 }
 
 }  // namespace morva
@@ -158,11 +198,10 @@ int applyarr(Arr* arr, int (*function)(char* key, void* value, void* private_dat
 }
 
 Arr* duparr(Arr* arr, void* (*dup_function)(void*)) {
-    Arr* copy = newarr(reinterpret_cast<Arr_compare>(tree_of(arr)->compare));
-    for_each_pair(tree_of(arr), [&](void* key, void* value) {
-        setarr(copy, static_cast<const char*>(key), dup_function(value));
-    });
-    return copy;
+    const auto copy_value = [](void* value, void* context) {
+        return (*static_cast<void* (**)(void*)>(context))(value);
+    };
+    return copy_array(arr, copy_value, &dup_function);
 }
 
 int freearr(Arr* arr, void (*free_function)(void*)) {

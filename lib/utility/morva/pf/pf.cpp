@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/diagnostics.hpp"
+#include "containers/arr.hpp"
 
 namespace morva::pf {
 namespace {
@@ -106,20 +107,16 @@ Pf* copy_node(const Pf* node, Pairs<const Pf*>& to_fill) {
 }
 
 void fill(const Pf* node, Pf* copy, Pairs<const Pf*>& to_fill) {
-    const auto copied = [&](const void* item) {
-        return copy_node(static_cast<const Pf*>(item), to_fill);
-    };
     if (node->type == PFTBL) {
         copy->value.tbl = newtbl(tbl_count(node->value.tbl));
         for (const Pf* item : tbl_pointers<Pf>(node->value.tbl))
-            pushtbl(copy->value.tbl, copied(item));
+            pushtbl(copy->value.tbl, copy_node(item, to_fill));
         return;
     }
-    Tree* entries = tree_of(node->value.arr);
-    copy->value.arr = newarr(reinterpret_cast<Arr_compare>(entries->compare));
-    for_each_pair(entries, [&](const void* key, const void* value) {
-        setarr(copy->value.arr, static_cast<const char*>(key), copied(value));
-    });
+    const auto copy_value = [](void* value, void* context) -> void* {
+        return copy_node(static_cast<Pf*>(value), *static_cast<Pairs<const Pf*>*>(context));
+    };
+    copy->value.arr = copy_array(node->value.arr, copy_value, &to_fill);
 }
 
 int compare_texts(const char* a, const char* b) {
