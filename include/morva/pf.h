@@ -2,9 +2,10 @@
  * inner nodes are lists (Tbl) or string-keyed arrays (Arr) of nodes, and the leaves are strings or
  * functions that are evaluated when they are fetched.
  *
- *     Pf* copy = pfdup(pf);
- *     if (pfcmp(pf, copy) != 0) showpf("differs", copy);
- *     pffree(copy);
+ *     double rate = pfget_double(pf, "rate");                // ends the program when there is none
+ *     char* first = pfget_string(pf, "stations{AAK}{channels}[0]");
+ *     pfput_int(pf, "count", 12);
+ *     pffree(pf);
  *
  * A tree owns its nodes: freeing the root frees all of it. Every node, every string in it and every
  * function record is a block of its own from malloc, so that a caller may replace the string in a
@@ -118,12 +119,73 @@ MORVA_API int pfcmp(Pf* a, Pf* b);
  * and last expansion. */
 MORVA_API void showpf(const char* label, Pf* pf);
 
+/* ---- Getters ----
+ *
+ * These take a path (morva/pfresolve.h): "rate", "stations{AAK}{channels}[0]". Where pf is a list
+ * it is an index instead, cast to a pointer, from 0; where pf is a string or function, that is the
+ * value, whatever the path. Functions are evaluated and references expanded (morva/pfexpand.h).
+ *
+ * Programs need their parameters: a value of the wrong type goes to pfdie, and so does a number
+ * that is missing, which by default ends the process. When the handler returns, so does the getter:
+ * with what the handler stored through its last argument. That is the getter's number (or 0) for a
+ * missing value, and for one of the wrong type a Pf*, the node that was found, which the handler
+ * may replace by one of the right type; a wrong one that is left gives 0 or null.
+ *
+ * Strings that getters give belong to the tree: they are valid until the same node is fetched with
+ * another result, modified or freed. */
+
+/* The string, null when there is none. */
+MORVA_API char* pfget_string(Pf* pf, const char* path);
+
+/* Numbers. The whole string must be one, with white space around it; else "Bad integer value '%s'
+ * for %s", or "Bad floating point value", is a complaint, and what the number is up to the first
+ * other character is the result. Integers may be hexadecimal (0x1F) or octal (010), and are cut to
+ * the range of long. Floating point numbers are what fix_strtod takes, whatever the locale. */
+MORVA_API long pfget_int(Pf* pf, const char* path);
+MORVA_API double pfget_double(Pf* pf, const char* path);
+
+/* A number with a size suffix, as sz2dbl reads it; anything else in the string is ignored. */
+MORVA_API double pfget_size(Pf* pf, const char* path);
+
+/* -1 for the words that yesno takes as yes, else 0: for its words for no, when there is no value,
+ * and, with the complaint "Bad boolean value '%s' for %s", for any other. */
+MORVA_API int pfget_boolean(Pf* pf, const char* path);
+
+/* A new list of the values of a list: the strings, and for entries that are no strings their Pf*
+ * (null for none). A new array of the strings of an array; other entries are left out. Free them
+ * with freetbl(list, NULL) and freearr(arr, NULL). Null when there is none. An empty path on an
+ * array means the array itself. */
+MORVA_API Tbl* pfget_tbl(Pf* pf, const char* path);
+MORVA_API Arr* pfget_arr(Pf* pf, const char* path);
+
+/* One entry of a container: `key` is a key, not a path, or for a list the index. Returns the type
+ * and stores the string (valid as above) for PFSTRING, else the node, or with PFINVALID null when
+ * there is none. A string is its own entry, whatever the key; so is a function. Never ends the
+ * process; a pf of unknown type is a complaint. */
+MORVA_API int pfget(Pf* pf, char* key, void** value);
+
+/* The number of items of a list, 0 for any other node. */
+MORVA_API long pfmaxtbl(Pf* pf);
+
+/* A new list of the keys of an array in their order, null for any other node. Free it with
+ * freetbl(list, NULL); the keys are the array's. */
+MORVA_API Tbl* pfkeys(Pf* pf);
+
+/* What the typed getters do first: stores the node at the path, evaluated, or null, and returns its
+ * type, PFINVALID when there is none. A node of another type than `expected` goes to pfdie with
+ * `node`, unless PFPLACEHOLDER is expected, which stands for any. */
+MORVA_API int _pfeval(Pf* pf, const char* path, Pf** node, int expected);
+
+/* The number in a string times what its last character stands for: G 1e9, M 1e6, k 1e3, m 1e-3,
+ * u 1e-6, anything else 1. "1.5G" is 1.5e9, "4K" is 4; null and what is no number are 0. */
+MORVA_API double sz2dbl(const char* string);
+
 /* ---- Setters ----
  *
  * `pf` is an array, and key its string, or a list: then key is the index, cast to a pointer, from
  * 0; behind the end, slots that are skipped are left without a node, and a negative index appends.
  * What the entry held is freed. The parent and the file name of the new node stay unset. Any other
- * pf ends the process. All return 0. */
+ * pf ends the process. All but pfset return 0. */
 
 /* Stores a new node of the type, whose value is made of `value`:
  *     PFSTRING, PFFUNCTION   a copy of the string; null gives a node without one
@@ -145,6 +207,11 @@ MORVA_API int pfput_boolean(Pf* pf, char* key, int value);
  * null item becomes a string node without a string. Null stands for an empty list or array. */
 MORVA_API int pfput_tbl(Pf* pf, char* key, Tbl* tbl);
 MORVA_API int pfput_arr(Pf* pf, char* key, Arr* arr);
+
+/* Makes the node at a path (morva/pfresolve.h) a copy of the string, whatever it was; what is
+ * missing on the way there is created. Returns 0, or -1 when the path cannot be resolved, which is
+ * registered. */
+MORVA_API int pfset(Pf* pf, const char* path, const char* string);
 
 /* Takes an entry out of the tree. In a list, the items behind it move up. Returns its node, a root
  * of its own now, which the caller frees with pffree; null when there is none or pf is neither

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "base/diagnostics.hpp"
+#include "morva/pfresolve.h"
 #include "morva/strings.h"
 #include "pf/pf.hpp"
 
@@ -124,6 +125,17 @@ int pfput_arr(Pf* pf, char* key, Arr* arr) {
         setarr(nodes, static_cast<const char*>(name), string_node(as<char>(text)));
     });
     return pfput(pf, key, nodes, PFARR);
+}
+
+int pfset(Pf* pf, const char* path, const char* string) {
+    Pf* node = nullptr;
+    pfresolve(pf, path, 1, &node);
+    if (node == nullptr || node == pf) return -1;
+    char* text = string == nullptr ? nullptr : new_text(string);
+    if (node->type != PFPLACEHOLDER) clear_node(node);
+    node->type = PFSTRING;
+    node->value.string = text;
+    return 0;
 }
 
 Pf* pfdel(Pf* pf, char* key) {
