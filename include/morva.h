@@ -25,6 +25,7 @@
 #include "morva/cabinets.h"
 #include "morva/cm6.h"
 #include "morva/elog.h"
+#include "morva/epoch.h"
 #include "morva/export.h"
 #include "morva/files.h"
 #include "morva/fortran.h"

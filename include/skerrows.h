@@ -87,6 +87,11 @@ SKERROWS_API int std_is_secure(void);
  * begins as zone files do ("TZif"). Takes some microseconds. Preserves errno. */
 SKERROWS_API int is_timezone(const char* name);
 
+/* Opens the file of a zone that is_timezone knows, for reading from its start, or the zone file at
+ * an absolute path. Returns the descriptor, or -1 where there is none, or none that begins as zone
+ * files do. Preserves errno. */
+SKERROWS_API int open_timezone(const char* name);
+
 /* 1 when the file lies on an NFS file system, where locks are not to be relied on; for a missing
  * file, its folder counts. 0 otherwise and when the system does not tell. Preserves errno. */
 SKERROWS_API int is_nfs(const char* path);

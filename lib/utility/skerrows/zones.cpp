@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "base/posix.hpp"
 #include "skerrows.h"
@@ -32,32 +33,47 @@ bool can_be_a_name(string_view name) {
     return name.find("//") == string_view::npos;
 }
 
-bool is_zone_file(const char* path) {
+using morva::Descriptor;
+
+Descriptor open_zone_file(const char* path) {
     // Not blocking, in case somebody put a pipe there.
-    const morva::Descriptor fd(
+    Descriptor fd(
         morva::retry([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
     struct stat status;
-    if (!fd || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    if (!fd || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return Descriptor();
     char magic[4];
-    return morva::retry([&] { return ::read(fd.get(), magic, sizeof magic); }) == sizeof magic &&
-           std::memcmp(magic, "TZif", sizeof magic) == 0;
+    const bool begins_well =
+        morva::retry([&] { return ::pread(fd.get(), magic, sizeof magic, 0); }) == sizeof magic &&
+        std::memcmp(magic, "TZif", sizeof magic) == 0;
+    return begins_well ? std::move(fd) : Descriptor();
 }
 
-bool is_in(const char* folder, const char* name) {
+Descriptor open_in(const char* folder, const char* name) {
     char path[1024];
     const int length = std::snprintf(path, sizeof path, "%s/%s", folder, name);
-    return length > 0 && length < static_cast<int>(sizeof path) && is_zone_file(path);
+    if (length <= 0 || length >= static_cast<int>(sizeof path)) return Descriptor();
+    return open_zone_file(path);
+}
+
+bool can_be_a_name(const char* name) {
+    return name != nullptr && can_be_a_name(string_view(name, ::strnlen(name, kLongestName + 1)));
 }
 
 }  // namespace
 
-extern "C" int is_timezone(const char* name) {
-    if (name == nullptr || !can_be_a_name({name, ::strnlen(name, kLongestName + 1)})) return 0;
-    if (std::strcmp(name, "UTC") == 0 || std::strcmp(name, "GMT") == 0) return 1;
+extern "C" int open_timezone(const char* name) {
     const morva::ErrnoSaver keep;
+    if (name != nullptr && *name == '/') return open_zone_file(name).release();
+    if (!can_be_a_name(name)) return -1;
     const char* chosen = std_getenv("TZDIR");
-    if (chosen != nullptr && *chosen != '\0') return is_in(chosen, name);
+    if (chosen != nullptr && *chosen != '\0') return open_in(chosen, name).release();
     for (const char* folder : kFolders)
-        if (is_in(folder, name)) return 1;
-    return 0;
+        if (Descriptor fd = open_in(folder, name)) return fd.release();
+    return -1;
+}
+
+extern "C" int is_timezone(const char* name) {
+    if (!can_be_a_name(name)) return 0;
+    if (std::strcmp(name, "UTC") == 0 || std::strcmp(name, "GMT") == 0) return 1;
+    return Descriptor(open_timezone(name)) ? 1 : 0;
 }

@@ -1,0 +1,85 @@
+// Day arithmetic of the Gregorian calendar, extended over all years. Year 0 is the year before 1.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace morva::time {
+
+constexpr double kDay = 86400;
+constexpr int kDaySeconds = 86400;
+
+constexpr bool is_leap(std::int64_t year) {
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+constexpr std::int64_t floor_div(std::int64_t a, std::int64_t b) {
+    return a / b - (a % b < 0);
+}
+
+// Days from 1970-01-01 to January 1 of a year (within 10^15).
+constexpr std::int64_t days_to_year(std::int64_t year) {
+    return 365 * (year - 1970) + floor_div(year - 1969, 4) - floor_div(year - 1901, 100) +
+           floor_div(year - 1601, 400);
+}
+
+// Days from 1970-01-01 to a day of the year, counted from 1; it need not lie within the year.
+constexpr std::int64_t day_number(std::int64_t year, std::int64_t doy) {
+    return days_to_year(year) + doy - 1;
+}
+
+struct YearDay {
+    std::int64_t year;
+    int doy;
+};
+
+// The inverse of day_number (day within 10^17). Eras of 400 years start with a year after a leap
+// year, so that every leap day is the last day of its four years: J. R. Meyer's and H. Hinnant's
+// well-known reduction, "chrono-compatible low-level date algorithms", with years from January.
+constexpr YearDay year_and_day(std::int64_t day) {
+    constexpr std::int64_t kEra = 146097;
+    const std::int64_t since_year_1 = day - days_to_year(1);
+    const std::int64_t era = floor_div(since_year_1, kEra);
+    const auto of_era = static_cast<std::uint32_t>(since_year_1 - era * kEra);
+    const std::uint32_t year =
+        (of_era - of_era / 1460 + of_era / 36524 - of_era / 146096) / 365;
+    const std::uint32_t start = 365 * year + year / 4 - year / 100;
+    return {400 * era + year + 1, static_cast<int>(of_era - start) + 1};
+}
+
+constexpr int kMonthLengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+constexpr int month_length(int month, bool leap) {
+    return kMonthLengths[month - 1] + (leap && month == 2);
+}
+
+// Days of the year before each month, plain years and leap years.
+constexpr auto kDaysBefore = [] {
+    std::array<std::array<int, 13>, 2> days{};
+    for (int leap = 0; leap < 2; ++leap)
+        for (int month = 1; month <= 12; ++month)
+            days[leap][month] = days[leap][month - 1] + month_length(month, leap != 0);
+    return days;
+}();
+
+// The month, from 1, of each day of the year, from 1.
+constexpr auto kMonthOf = [] {
+    std::array<std::array<std::uint8_t, 367>, 2> months{};
+    for (int leap = 0; leap < 2; ++leap)
+        for (int doy = 1, month = 1; doy <= 366; ++doy) {
+            while (month < 12 && doy > kDaysBefore[leap][month]) ++month;
+            months[leap][doy] = static_cast<std::uint8_t>(month);
+        }
+    return months;
+}();
+
+// 0 for Monday.
+constexpr int weekday(std::int64_t day) {
+    return static_cast<int>(day + 3 - 7 * floor_div(day + 3, 7));
+}
+
+static_assert(days_to_year(1970) == 0 && day_number(2014, 1) * kDaySeconds == 1388534400);
+static_assert(year_and_day(-1).year == 1969 && year_and_day(-1).doy == 365);
+static_assert(kMonthOf[1][60] == 2 && kMonthOf[0][60] == 3 && weekday(0) == 3);
+
+}  // namespace morva::time

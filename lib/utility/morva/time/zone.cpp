@@ -1,0 +1,134 @@
+// From instants to local times of a zone and back.
+#include "time/zone.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "time/calendar.hpp"
+#include "time/zones.hpp"
+
+namespace morva::time {
+namespace {
+
+constexpr std::int64_t kFarthest = 67'000'000'000'000'000;  // years stay within an int
+
+struct Period {
+    std::int32_t offset;
+    bool daylight;
+    std::string_view name;
+};
+
+Period by_rules(const ZoneRules& rules, std::int64_t instant) {
+    const bool daylight = rules.daylight(instant);
+    const ZoneRules::Side& side = rules.sides[daylight];
+    return {side.offset, daylight, side.name};
+}
+
+const ZoneType& first_standard(const Zone& zone) {
+    for (const ZoneType& type : zone.types)
+        if (!type.daylight) return type;
+    return zone.types.front();
+}
+
+const ZoneType& type_at(const Zone& zone, std::int64_t instant) {
+    const auto next = std::upper_bound(zone.transitions.begin(), zone.transitions.end(), instant);
+    if (next == zone.transitions.begin()) return first_standard(zone);
+    return zone.types[zone.type_after[static_cast<std::size_t>(next - zone.transitions.begin()) - 1]];
+}
+
+Period period_at(const Zone& zone, std::int64_t instant) {
+    const bool beyond = !zone.transitions.empty() && instant >= zone.transitions.back();
+    if (zone.rules && (beyond || zone.types.empty())) return by_rules(*zone.rules, instant);
+    const ZoneType& type = type_at(zone, instant);
+    return {type.offset, type.daylight, zone.names.c_str() + type.name};
+}
+
+struct LeapState {
+    std::int32_t total;  // leap seconds so far
+    int now;             // this one is a leap second (1, or more when several come in a row)
+};
+
+LeapState leap_at(const Zone& zone, std::int64_t instant) {
+    std::size_t i = zone.leaps.size();
+    while (i > 0 && instant < zone.leaps[i - 1].instant) --i;
+    if (i-- == 0) return {0, 0};
+    const auto total_before = [&](std::size_t k) { return k == 0 ? 0 : zone.leaps[k - 1].total; };
+    LeapState state{zone.leaps[i].total, 0};
+    if (instant != zone.leaps[i].instant || state.total <= total_before(i)) return state;
+    for (state.now = 1; i > 0 && zone.leaps[i].instant == zone.leaps[i - 1].instant + 1 &&
+                        zone.leaps[i].total == zone.leaps[i - 1].total + 1;
+         --i)
+        ++state.now;
+    return state;
+}
+
+// The fields as if they were UTC.
+std::int64_t as_utc(const LocalTime& local, int second) {
+    const std::int64_t months = std::int64_t{local.month} - 1;
+    const std::int64_t year = local.year + floor_div(months, 12);
+    const auto month = static_cast<std::size_t>(months - 12 * floor_div(months, 12));
+    const std::int64_t day = days_to_year(year) + kDaysBefore[is_leap(year)][month] + local.day - 1;
+    return ((day * 24 + local.hour) * 60 + local.minute) * 60 + second;
+}
+
+}  // namespace
+
+LocalTime local_time(const Zone& zone, std::int64_t instant) {
+    instant = std::clamp(instant, -kFarthest, kFarthest);
+    const Period period = period_at(zone, instant);
+    const LeapState leap = zone.leaps.empty() ? LeapState{0, 0} : leap_at(zone, instant);
+    const std::int64_t shown = instant + period.offset - leap.total;
+    const std::int64_t day = floor_div(shown, kDaySeconds);
+    const auto [year, doy] = year_and_day(day);
+    const auto second = static_cast<int>(shown - kDaySeconds * day);
+    const int month = kMonthOf[is_leap(year)][doy];
+    return {.abbreviation = period.name,
+            .offset = period.offset,
+            .daylight = period.daylight,
+            .year = static_cast<int>(year),
+            .month = month,
+            .day = doy - kDaysBefore[is_leap(year)][month - 1],
+            .doy = doy,
+            .hour = second / 3600,
+            .minute = second / 60 % 60,
+            .second = second % 60 + leap.now};
+}
+
+// Corrects a guess by its error until the error is zero. Two guesses that take turns lie on both
+// sides of a gap; of these, one in daylight saving time is preferred.
+std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& wanted) {
+    const int second = std::clamp(wanted.second, 0, 59);
+    const std::int64_t target = as_utc(wanted, second);
+    std::int64_t guess = target, last = target, last_but_one = target;
+    LocalTime found;
+    bool last_daylight = false;
+    for (int probes = 6;; last_daylight = found.daylight) {
+        if (std::abs(guess) > kFarthest || probes-- == 0) return std::nullopt;
+        found = local_time(zone, guess);
+        const std::int64_t error = target - as_utc(found, found.second);
+        if (error == 0) break;
+        if (guess == last_but_one && guess != last && last_daylight <= found.daylight) break;
+        last_but_one = std::exchange(last, guess);
+        guess += error;
+    }
+    if (found.second == wanted.second) return guess;
+    // The second was beyond the minute, or the guess hit a leap second for the second behind it.
+    return guess + (second == 0 && found.second == 60) - second + wanted.second;
+}
+
+Fields fields_in(const Zone& zone, double epoch) {
+    const double whole = std::trunc(epoch);
+    const LocalTime local = local_time(zone, to_integer<std::int64_t>(whole));
+    return {.epoch = epoch,
+            .second = local.second + (epoch - whole),
+            .zone = local.abbreviation,
+            .year = local.year,
+            .month = local.month,
+            .day = local.day,
+            .doy = local.doy,
+            .hour = local.hour,
+            .minute = local.minute};
+}
+
+}  // namespace morva::time
