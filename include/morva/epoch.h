@@ -152,13 +152,13 @@ MORVA_API char* zepoch2str(const char* format, const char* zone, double epoch);
 
 /* ---- House formats: the layouts of a site ----
  *
- * They are read from the parameter file time_formats.pf on the first use, and not again. Where there
- * is no such file, they are "%m/%d/%Y  %H:%M:%S.%s" and the like, or "%d/%m/%Y ..." where the
+ * They are read from the parameter file time_formats.pf on the first use, and not again. Where
+ * there is no such file, they are "%m/%d/%Y  %H:%M:%S.%s" and the like, or "%d/%m/%Y ..." where the
  * environment has EUROPEAN_DATE, which also selects the location "european" of the file. A file
  * without the keys it needs ends the process.
  *
- * Times that no calendar shows have texts of their own: "** The End of Time (+infinity) **", "** The
- * Beginning of Time (-infinity) **", "** Nan **", and, some 8025 years away from 1970, "**   9512
+ * Times that no calendar shows have texts of their own: "** The End of Time (+infinity) **", "**
+ * The Beginning of Time (-infinity) **", "** Nan **", and, some 8025 years away from 1970, "** 9512
  * years ahead ** " or "**  -9513 years ago ** ". */
 
 /* Time, day of the year and time, the same with finer seconds, date; the same with the zone. */
@@ -201,10 +201,11 @@ MORVA_API char* strlocalydtime(double epoch);
 MORVA_API char* strlocaldate(double epoch);
 
 /* Writes a time into the caller's buffer, rounded to milliseconds (kind 8: to 1e-5 s). Kinds are 1
- * MDtime_format, 3 MD_format, 4 YD_format, 5 Strtime_format, 6 Strdate_format, 7 Strydtime_format, 8
- * UStrydtime_format, any other YDtime_format. A null zone and "UTC" mean UTC, with the plain format,
- * any other is for zepoch2str, with the zone's format. Without house formats of its own at the site
- * 64 bytes are enough; whatever the formats, the text is cut at 1023 characters. Returns 0. */
+ * MDtime_format, 3 MD_format, 4 YD_format, 5 Strtime_format, 6 Strdate_format, 7 Strydtime_format,
+ * 8 UStrydtime_format, any other YDtime_format. A null zone and "UTC" mean UTC, with the plain
+ * format, any other is for zepoch2str, with the zone's format. Without house formats of its own at
+ * the site 64 bytes are enough; whatever the formats, the text is cut at 1023 characters. Returns
+ * 0. */
 MORVA_API int fmttime(char* buffer, int kind, const char* zone, double epoch);
 
 /* A length of time as 21 characters or more: " 1 days 1.0 hours    ", " -5.000 seconds      ". */
@@ -238,8 +239,8 @@ MORVA_API void bcdtime(const unsigned char* bcd, DateTime* time);
 /* ---- The zone of the process ----
  *
  * Nothing in this library needs these: they are for programs that use the C library's local time.
- * TZ is changed for all threads; each call holds a lock, which the library takes, too, when it looks
- * at TZ. The C library's own functions know nothing of it. */
+ * TZ is changed for all threads; each call holds a lock, which the library takes, too, when it
+ * looks at TZ. The C library's own functions know nothing of it. */
 
 /* Makes `name`, of which 61 characters count, the process's zone by way of TZ; "" removes TZ, which
  * leaves the system's zone. The first switch since the last restoreTZ remembers what was there.

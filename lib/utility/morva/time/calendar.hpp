@@ -41,8 +41,7 @@ constexpr YearDay year_and_day(std::int64_t day) {
     const std::int64_t since_year_1 = day - days_to_year(1);
     const std::int64_t era = floor_div(since_year_1, kEra);
     const auto of_era = static_cast<std::uint32_t>(since_year_1 - era * kEra);
-    const std::uint32_t year =
-        (of_era - of_era / 1460 + of_era / 36524 - of_era / 146096) / 365;
+    const std::uint32_t year = (of_era - of_era / 1460 + of_era / 36524 - of_era / 146096) / 365;
     const std::uint32_t start = 365 * year + year / 4 - year / 100;
     return {400 * era + year + 1, static_cast<int>(of_era - start) + 1};
 }

@@ -22,8 +22,9 @@ extern "C" {
 const int days_in_month[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 const char* const month_name[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-const char* const Month[12] = {"January", "February", "March",     "April",   "May",      "June",
-                               "July",    "August",   "September", "October", "November", "December"};
+const char* const Month[12] = {"January",   "February", "March",    "April",
+                               "May",       "June",     "July",     "August",
+                               "September", "October",  "November", "December"};
 const char* const Week[7] = {"Monday", "Tuesday",  "Wednesday", "Thursday",
                              "Friday", "Saturday", "Sunday"};
 }
@@ -252,7 +253,8 @@ double timecon(const char* text) {
     std::string_view rest(text, strnlen(text, kLongest));
     const double hours = take_digits(rest);
     const double minutes = take_digits(rest);
-    return hours * 3600 + minutes * 60 + decimal(rest.substr(0, rest.find_first_not_of("0123456789.")));
+    return hours * 3600 + minutes * 60 +
+           decimal(rest.substr(0, rest.find_first_not_of("0123456789.")));
 }
 
 }  // extern "C"

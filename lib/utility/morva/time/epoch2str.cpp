@@ -67,7 +67,8 @@ char* put_text(char* at, std::string_view text) {
 
 char* put_year(char* at, int year) {
     if (year < 1000 || year > 9999) return put_blanks(at, 4, year);
-    return put_pair(put_pair(at, static_cast<unsigned>(year) / 100), static_cast<unsigned>(year) % 100);
+    return put_pair(put_pair(at, static_cast<unsigned>(year) / 100),
+                    static_cast<unsigned>(year) % 100);
 }
 
 char* put_thousandths(char* at, int value) {
@@ -133,7 +134,10 @@ constexpr Code kCodes[] = {
     {'A', [](char* at, const Fields& f) { return put_text(at, weekday_name(f)); }},
     {'a', [](char* at, const Fields& f) { return put_text(at, weekday_name(f).substr(0, 3)); }},
     {'B', [](char* at, const Fields& f) { return put_text(at, Month[f.month - 1]); }},
-    {'b', [](char* at, const Fields& f) { return put_text(at, {Month[f.month - 1], 3}); }},
+    {'b',
+     [](char* at, const Fields& f) {
+         return put_text(at, {Month[f.month - 1], 3});
+     }},
     {'D',
      [](char* at, const Fields& f) {
          const bool month_first = (f.may_load_formats ? is_month_first() : Month_first) != 0;
@@ -145,8 +149,7 @@ constexpr Code kCodes[] = {
      }},
     {'d', [](char* at, const Fields& f) { return put_two(at, f.day); }},
     {'e', [](char* at, const Fields& f) { return put_blanks(at, 2, f.day); }},
-    {'E',
-     [](char* at, const Fields& f) { return pad_left(at, put_seconds(at, f.epoch, 1), 15); }},
+    {'E', [](char* at, const Fields& f) { return pad_left(at, put_seconds(at, f.epoch, 1), 15); }},
     {'G',
      [](char* at, const Fields& f) {
          at = put_zeros(at, 4, f.year);
@@ -175,10 +178,8 @@ constexpr Code kCodes[] = {
     {'p', [](char* at, const Fields& f) { return put_text(at, f.hour < 12 ? "AM" : "PM"); }},
     {'S', [](char* at, const Fields& f) { return put_two(at, to_integer(f.second)); }},
     // Not clamped: callers that do not round first see 1000.
-    {'s',
-     [](char* at, const Fields& f) {
-         return put_thousandths(at, parts_of_second(f.second, 1000));
-     }},
+    {'s', [](char* at,
+             const Fields& f) { return put_thousandths(at, parts_of_second(f.second, 1000)); }},
     {'T',
      [](char* at, const Fields& f) {
          at = put_two(at, f.hour);

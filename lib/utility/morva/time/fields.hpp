@@ -49,9 +49,7 @@ class Text {
     Text& operator=(const Text&) = delete;
 
     // Makes room for n bytes behind `at`, the end of the text; n is at most kRoom.
-    char* room(char* at) {
-        return static_cast<std::size_t>(end_ - at) >= kRoom ? at : grow(at);
-    }
+    char* room(char* at) { return static_cast<std::size_t>(end_ - at) >= kRoom ? at : grow(at); }
     char* start() { return start_; }
     void finish(char* at) { size_ = static_cast<std::size_t>(at - start_); }
     std::string_view view() const { return {start_, size_}; }

@@ -1,8 +1,8 @@
 // The house formats: the layouts that the programs of a site share, and the texts made with them.
 //
 // They are loaded on the first use. Loading reads files and may register messages, so it is done
-// without a lock; of threads that load at once the first one publishes. Replaced texts are kept, for
-// somebody may be reading them.
+// without a lock; of threads that load at once the first one publishes. Replaced texts are kept,
+// for somebody may be reading them.
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -91,8 +91,7 @@ void publish(const HouseFormats& formats, bool only_first) {
 }
 
 void need_formats() {
-    if (std::atomic_ref(Unset_formats).load(std::memory_order_acquire) != 0)
-        publish(load(), true);
+    if (std::atomic_ref(Unset_formats).load(std::memory_order_acquire) != 0) publish(load(), true);
 }
 
 // Stands in for a time that no calendar shows. False when there is no need.
@@ -138,9 +137,8 @@ char* utc_text(const char* const& format, double parts, double epoch) {
 }
 
 char* local_text(const char* const& format, double parts, double epoch) {
-    return house_text(epoch, parts, [&](Text& text, double rounded) {
-        put_time_in("", text, format, rounded);
-    });
+    return house_text(epoch, parts,
+                      [&](Text& text, double rounded) { put_time_in("", text, format, rounded); });
 }
 
 struct Kind {

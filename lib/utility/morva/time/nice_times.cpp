@@ -8,8 +8,8 @@ namespace {
 
 using morva::time::kDay;
 
-constexpr double kSteps[] = {2,    5,    10,   15,   20,   30,    60,    120,   300,   600,
-                             900,  1200, 1800, 3600, 7200, 14400, 21600, 28800, 43200, 86400};
+constexpr double kSteps[] = {2,   5,    10,   15,   20,   30,    60,    120,   300,   600,
+                             900, 1200, 1800, 3600, 7200, 14400, 21600, 28800, 43200, 86400};
 
 struct Axis {
     double step;

@@ -37,7 +37,8 @@ class Cursor {
         while (length < rest_.size() && is_letter(rest_[length])) ++length;
         if (length >= 3) return take_name(name, 0, length, 0);
         if (next() != '<') return false;
-        for (length = 0; 1 + length < rest_.size() && may_be_bracketed(rest_[1 + length]);) ++length;
+        for (length = 0; 1 + length < rest_.size() && may_be_bracketed(rest_[1 + length]);)
+            ++length;
         if (length < 3 || 1 + length == rest_.size() || rest_[1 + length] != '>') return false;
         return take_name(name, 1, length, 1);
     }
@@ -103,7 +104,8 @@ bool take_day(Cursor& text, ClockChange& change) {
     }
     const bool without_leap = text.take('J');
     change.kind = without_leap ? Kind::kDayWithoutLeap : Kind::kDayWithLeap;
-    return text.take_number(change.day) && change.day <= 365 && change.day >= (without_leap ? 1 : 0);
+    return text.take_number(change.day) && change.day <= 365 &&
+           change.day >= (without_leap ? 1 : 0);
 }
 
 // A day and, behind a slash, the time of day, 2:00 otherwise.
@@ -150,44 +152,6 @@ void set_default_days(ZoneRules& rules) {
     rules.sides[1].change = {Kind::kMonthWeekDay, 0, 11, 1, 2 * 3600};
 }
 
-// The offsets that the last transitions to standard and to daylight saving time lead to.
-std::array<std::int32_t, 2> last_offsets(const Zone& zone) {
-    std::array<std::optional<std::int32_t>, 2> found;
-    for (std::size_t i = zone.type_after.size(); i-- > 0;) {
-        const ZoneType& type = zone.types[zone.type_after[i]];
-        if (!found[type.daylight]) found[type.daylight] = type.offset;
-    }
-    const std::int32_t standard = found[0].value_or(0);
-    return {standard, found[1].value_or(standard)};
-}
-
-// Transitions of a pattern at the same local times under other offsets.
-std::unique_ptr<Zone> shifted(const Zone& pattern, const ZoneRules& rules) {
-    auto zone = std::make_unique<Zone>(pattern);
-    const auto old_offsets = last_offsets(pattern);
-    bool daylight = false;
-    for (std::size_t i = 0; i < zone->transitions.size(); ++i) {
-        const ZoneType& type = pattern.types[pattern.type_after[i]];
-        const bool by_daylight_clock = daylight && !type.in_standard_time;
-        if (!type.in_universal_time)
-            zone->transitions[i] +=
-                rules.sides[by_daylight_clock].offset - old_offsets[by_daylight_clock];
-        zone->type_after[i] = daylight = type.daylight;
-    }
-    zone->names.clear();
-    zone->types.clear();
-    for (const ZoneRules::Side& side : rules.sides) {
-        zone->types.push_back({.offset = side.offset,
-                               .daylight = &side == &rules.sides[1],
-                               .in_standard_time = false,
-                               .in_universal_time = false,
-                               .name = static_cast<std::uint16_t>(zone->names.size())});
-        zone->names.append(side.name).push_back('\0');
-    }
-    for (int i = 0; zone->rules && i < 2; ++i) zone->rules->sides[i].name = rules.sides[i].name;
-    return zone;
-}
-
 }  // namespace
 
 bool ZoneRules::daylight(std::int64_t instant) const {
@@ -210,8 +174,7 @@ ZoneText read_zone_text(std::string_view text) {
     }
     if (!cursor.take_name(daylight.name)) return result;
     if (!take_offset(cursor, daylight.offset)) daylight.offset = standard.offset + 3600;
-    result.no_days = cursor.at_end() || (cursor.take(',') && cursor.at_end());
-    if (result.no_days) {
+    if (cursor.at_end() || (cursor.take(',') && cursor.at_end())) {
         set_default_days(result.rules);
         result.complete = true;
         return result;
@@ -221,21 +184,19 @@ ZoneText read_zone_text(std::string_view text) {
     return result;
 }
 
-std::unique_ptr<Zone> make_zone(const ZoneText& text, const Zone* pattern) {
-    if (text.no_days && pattern != nullptr && pattern->types.size() > 1)
-        return shifted(*pattern, text.rules);
+std::unique_ptr<Zone> make_zone(const ZoneRules& rules) {
     auto zone = std::make_unique<Zone>();
-    zone->rules = text.rules;
+    zone->rules = rules;
     return zone;
 }
 
 std::unique_ptr<Zone> make_zone(std::string_view name, std::int32_t offset) {
-    ZoneText text{};
-    for (ZoneRules::Side& side : text.rules.sides) {
+    ZoneRules rules;
+    for (ZoneRules::Side& side : rules.sides) {
         side.name = name;
         side.offset = offset;
     }
-    return make_zone(text, nullptr);
+    return make_zone(rules);
 }
 
 }  // namespace morva::time

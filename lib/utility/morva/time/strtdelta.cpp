@@ -69,10 +69,14 @@ extern "C" {
 const char* ordinal(int n) {
     if (n >= 4 && n % 100 <= 20) return "th";  // so 101, 102 and 103 are, too
     switch (n % 10) {
-        case 1: return "st";
-        case 2: return "nd";
-        case 3: return "rd";
-        default: return "th";
+        case 1:
+            return "st";
+        case 2:
+            return "nd";
+        case 3:
+            return "rd";
+        default:
+            return "th";
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "base/diagnostics.hpp"
 #include "base/memory.hpp"
+#include "base/posix.hpp"
 #include "time/zones.hpp"
 
 namespace morva::time {
@@ -16,9 +17,9 @@ constexpr std::size_t kLongestName = 61;
 constexpr char kEntry[] = "TZ=";
 
 // All guarded by zone_lock.
-int ChangedTZ = 0;       // a switch is in force
-char* OldTZ = nullptr;   // the entry before the first switch, the environment's
-char* NewTZ = nullptr;   // the entry that is installed now, ours
+int ChangedTZ = 0;      // a switch is in force
+char* OldTZ = nullptr;  // the entry before the first switch, the environment's
+char* NewTZ = nullptr;  // the entry that is installed now, ours
 
 char* new_entry(const char* name) {
     const std::size_t length = ::strnlen(name, kLongestName);

@@ -34,7 +34,8 @@ const ZoneType& first_standard(const Zone& zone) {
 const ZoneType& type_at(const Zone& zone, std::int64_t instant) {
     const auto next = std::upper_bound(zone.transitions.begin(), zone.transitions.end(), instant);
     if (next == zone.transitions.begin()) return first_standard(zone);
-    return zone.types[zone.type_after[static_cast<std::size_t>(next - zone.transitions.begin()) - 1]];
+    return zone
+        .types[zone.type_after[static_cast<std::size_t>(next - zone.transitions.begin()) - 1]];
 }
 
 Period period_at(const Zone& zone, std::int64_t instant) {

@@ -44,16 +44,16 @@ struct ZoneRules {
 struct ZoneText {
     ZoneRules rules;  // as far as the text could be read
     bool complete;    // all of it could be read
-    bool no_days;     // a name for daylight saving time, but no days: somebody must supply them
 };
+// A text that names daylight saving time but no days gets those of the United States since 2007.
+// (The C library shifts the transitions of New York instead, by amounts that depend on the zones it
+// was asked for before.)
 ZoneText read_zone_text(std::string_view text);
 
 struct ZoneType {
     std::int32_t offset;
     bool daylight;
-    bool in_standard_time;   // transitions to it were stated in standard time
-    bool in_universal_time;  // or in UTC
-    std::uint16_t name;      // where its abbreviation starts
+    std::uint16_t name;  // where its abbreviation starts
 };
 
 struct LeapSecond {
@@ -77,9 +77,8 @@ struct Zone {
 // are, a zone that is returned is safe to use.
 std::unique_ptr<Zone> read_zone(std::string_view bytes);
 
-// The zone of a POSIX text. Days for daylight saving time that the text does not name are those of
-// `pattern`, shifted to the text's offsets; without one, those of the United States.
-std::unique_ptr<Zone> make_zone(const ZoneText& text, const Zone* pattern);
+// The zone of rules alone.
+std::unique_ptr<Zone> make_zone(const ZoneRules& rules);
 
 // A zone without daylight saving time.
 std::unique_ptr<Zone> make_zone(std::string_view name, std::int32_t offset);

@@ -94,7 +94,7 @@ bool read_types(Reader& file, const Header& header, Zone& zone) {
         const unsigned daylight = file.take_byte();
         const unsigned name = file.take_byte();
         if (offset == INT32_MIN || daylight > 1 || name >= header.names) return false;
-        zone.types.push_back({offset, daylight != 0, false, false, static_cast<std::uint16_t>(name)});
+        zone.types.push_back({offset, daylight != 0, static_cast<std::uint16_t>(name)});
     }
     zone.names = file.take(header.names);
     return std::all_of(zone.types.begin(), zone.types.end(), [&](const ZoneType& type) {
@@ -109,13 +109,6 @@ bool read_leaps(Reader& file, const Header& header, std::size_t time_size, Zone&
     }
     return std::is_sorted(zone.leaps.begin(), zone.leaps.end(),
                           [](const auto& a, const auto& b) { return a.instant < b.instant; });
-}
-
-void read_marks(Reader& file, const Header& header, Zone& zone) {
-    for (std::size_t i = 0; i < header.standard_marks; ++i)
-        zone.types[i].in_standard_time = file.take_byte() != 0;
-    for (std::size_t i = 0; i < header.universal_marks; ++i)
-        zone.types[i].in_universal_time = file.take_byte() != 0;
 }
 
 // The POSIX text stands between two newlines and may be missing.
@@ -134,7 +127,7 @@ bool read_data(Reader& file, const Header& header, std::size_t time_size, Zone& 
     if (!read_transitions(file, header, time_size, zone) || !read_types(file, header, zone) ||
         !read_leaps(file, header, time_size, zone))
         return false;
-    read_marks(file, header, zone);
+    file.take(header.standard_marks + header.universal_marks);  // how the rules were stated
     return file.good();
 }
 

@@ -1,9 +1,10 @@
 // The table of zones that the process has read.
 //
-// Chains of entries that are only ever added to: readers follow them without a lock. An entry's zone
-// is replaced when its file has changed; the old one stays, for somebody may be using it. The table
-// takes no more than a fixed number of zones, fewer that come from texts than from files, so that
-// what arrives from outside cannot make it grow without end; zones beyond are made anew for each use.
+// Chains of entries that are only ever added to: readers follow them without a lock. An entry's
+// zone is replaced when its file has changed; the old one stays, for somebody may be using it. The
+// table takes no more than a fixed number of zones, fewer that come from texts than from files, so
+// that what arrives from outside cannot make it grow without end; zones beyond are made anew for
+// each use.
 #include "time/zones.hpp"
 
 #include <sys/stat.h>
@@ -103,9 +104,7 @@ Loaded load(const String& key) {
     if (key == "UTC" || key == kSystemZone) return kept(make_zone("UTC", 0));
     if (key == "GMT") return kept(make_zone("GMT", 0));
     const ZoneText text = read_zone_text(key);
-    if (!text.complete) return nullptr;
-    const ZoneRef pattern = text.no_days ? find_zone("posixrules") : ZoneRef();
-    return kept(make_zone(text, pattern ? &*pattern : nullptr));
+    return text.complete ? kept(make_zone(text.rules)) : nullptr;
 }
 
 std::atomic<Entry*>& bucket_of(std::string_view key) {
@@ -214,7 +213,7 @@ ZoneRef local_zone() {
     const bool may_be_opened = name.front() != '/' || name == kSystemZone || std_is_secure() == 0;
     if (may_be_opened)
         if (ZoneRef zone = zone_of(name)) return zone;
-    return ZoneRef(make_zone(read_zone_text(name), nullptr));
+    return ZoneRef(make_zone(read_zone_text(name).rules));
 }
 
 ZoneRef zone_or_local(const char* name) {
