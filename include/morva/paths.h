@@ -111,11 +111,12 @@ MORVA_API char* concatpaths(const char* first, ...) MORVA_NULL_TERMINATED;
 /* Writes a cleaned form of `path`: without "." and repeated or trailing slashes, and with ".."
  * having removed the component before it. The root is its own parent. A relative path is seen from
  * ".", and stays relative; what leads above it keeps its leading ".."; "." remains when nothing
- * else does. "~" and "~user" are replaced. With `follow_links`, every component that is a symbolic
- * link is replaced by its target, so that the result names the same file; without it, ".." behind a
- * link may lead elsewhere than the system would go. The file need not exist. Returns 0, or -1 with
- * the reason registered, an empty result: also for an unknown user, "too many symbolic links (>%d)
- * for %s" (more than 32) and "can't read link for %s". */
+ * else does, and before a "~" that is not to be replaced. "~" and "~user" are replaced. With
+ * `follow_links`, every component that is a symbolic link is replaced by its target, so that the
+ * result names the same file; without it, ".." behind a link may lead elsewhere than the system
+ * would go. The file need not exist. Returns 0, or -1 with the reason registered, an empty result:
+ * also for an unknown user, "too many symbolic links (>%d) for %s" (more than 32) and "can't read
+ * link for %s". */
 MORVA_API int cleanpath(const char* path, int follow_links, char* result);
 
 /* As cleanpath without following links, for a relative path from the current directory: the result

@@ -34,6 +34,7 @@ morva_fortran_program(fortran_twins "${MORVA_FORTRAN_MODULE};${fortran_tests}/tw
     -Wno-compare-reals)
 set_target_properties(fortran_twins PROPERTIES OUTPUT_NAME twins)
 add_test(NAME fortran.twins COMMAND fortran_twins "${fortran_work}/files")
+set_tests_properties(fortran.twins PROPERTIES ENVIRONMENT "MORVAPATH=${fortran_work}/files")
 morva_fortran_end(fortran.die
     "prog: no instrument answers\\nprog: this was heard\\nprog: nor does a second\\nprog *fatal*: giving up\\n"
     $<TARGET_FILE:fortran_twins> die)

@@ -281,6 +281,20 @@ contains
         call check(blank(text) == 0, 'blank')
     end subroutine
 
+    ! Below the folder that MORVAPATH names.
+    subroutine data_search(folder)
+        character(len=*), intent(in) :: folder
+        character(len=512) :: path
+        call check(datafile('MORVAPATH', 'sub/list.tbl  ', path) == len(folder) + 13, 'datafile')
+        call check(path == folder//'/sub/list.tbl', 'datafile')
+        call check(datapath('MORVAPATH', 'sub', 'list', 'tbl', path) == len(folder) + 13, 'datapath')
+        call check(path == folder//'/sub/list.tbl', 'datapath')
+        call check(datapath('MORVAPATH', ' ', 'list', ' ', path) == -1, 'datapath of no file')
+        call check(path == ' ', 'datapath of no file')
+        call check(newdata('MORVAPATH', 'sub', 'new', ' ', path) == len(folder) + 8, 'newdata')
+        call check(path == folder//'/sub/new', 'newdata')
+    end subroutine
+
     subroutine waveforms()
         integer(c_int32_t) :: samples(4) = [0, 1, 2, 3], decoded(4)
         integer(c_int) :: nbytes, nsamp
@@ -321,6 +335,7 @@ program twins
     call lists_of_numbers()
     call lists_of_strings()
     call lists_in_files(trim(argument))
+    call data_search(trim(argument))
     call arrays()
     call cabinets_and_sets()
     call register()

@@ -1,10 +1,12 @@
 // Paths without detours: home directories put in, "." and ".." worked off, links followed.
 //
-// The cleaner takes one component after the other from the pending text and puts it behind the
-// result. A link replaces its component by putting its target before the rest of the pending text.
+// The cleaner takes one component after the other from the rest of the path and puts it behind the
+// result. A link replaces its component: its target comes before the rest.
 #include "paths/cleanpath.hpp"
 
 #include <sys/stat.h>
+
+#include <algorithm>
 
 #include "base/diagnostics.hpp"
 #include "base/posix.hpp"
@@ -28,7 +30,10 @@ Link read_link(const char* path, Path* target) {
     char text[kPathSize];
     const ssize_t length = retry([&] { return ::readlink(path, text, sizeof text); });
     // Anything but a link, and names that lead nowhere, are components as they stand.
-    if (length < 0) return errno != EINVAL && is_link(path) ? Link::kUnreadable : Link::kNone;
+    if (length < 0) {
+        const bool none = errno == EINVAL || errno == ENOENT || errno == ENOTDIR;
+        return none || !is_link(path) ? Link::kNone : Link::kUnreadable;
+    }
     const bool fits = target->assign({text, static_cast<std::size_t>(length)});
     return fits ? Link::kRead : Link::kTooLong;
 }
@@ -38,36 +43,36 @@ class Cleaner {
     Cleaner(bool follow_links, Path* result) : follow_(follow_links), result_(*result) {}
 
     Cleaned run(std::string_view path) {
+        result_.cut(0);
         const Cleaned begun = begin(path);
         if (begun != Cleaned::kDone) return begun;
         while (!rest_.empty()) {
             const Cleaned taken = take(next());
             if (taken != Cleaned::kDone) return taken;
         }
-        if (result_.empty()) result_.assign(".");
-        return Cleaned::kDone;
+        return settle() ? Cleaned::kDone : Cleaned::kTooLong;
     }
 
   private:
-    // Sets the pending text, with a home directory for the "~" that it may begin with.
+    // Sets what is to be cleaned, with a home directory for the "~" that it may begin with.
     Cleaned begin(std::string_view path) {
-        if (path.substr(0, 1) == "~") {
-            const std::size_t slash = path.find('/');
-            const std::string_view user = path.substr(1, slash - (slash != path.npos));
-            const Cleaned found = append_home(user, &pending_);
-            if (found != Cleaned::kDone) return found;
-            path.remove_prefix(1 + user.size());
+        if (path.size() >= kPathSize) return Cleaned::kTooLong;
+        if (!path.starts_with('~')) {
+            restart(path);
+            return Cleaned::kDone;
         }
-        if (!pending_.append(path)) return Cleaned::kTooLong;
-        result_.cut(0);
-        restart();
+        const std::string_view user = path.substr(1, std::min(path.find('/'), path.size()) - 1);
+        const Cleaned found = append_home(user, &pending_);
+        if (found != Cleaned::kDone) return found;
+        if (!pending_.append(path.substr(1 + user.size()))) return Cleaned::kTooLong;
+        restart(pending_.view());
         return Cleaned::kDone;
     }
 
-    // Begins with the pending text, at the root when it is absolute.
-    void restart() {
-        rest_ = pending_.view();
-        if (pending_.is_absolute()) result_.assign("/");
+    // Goes on with another text, at the root when it is absolute.
+    void restart(std::string_view text) {
+        rest_ = text;
+        if (text.starts_with('/')) result_.assign("/");
     }
 
     std::string_view next() {
@@ -81,26 +86,27 @@ class Cleaner {
         if (component.empty() || component == ".") return Cleaned::kDone;
         if (component == "..") return step_up() ? Cleaned::kDone : Cleaned::kTooLong;
         const std::size_t before = result_.size();
-        if (!step_down(component)) return Cleaned::kTooLong;
+        if (!result_.append_component(component)) return Cleaned::kTooLong;
         return follow_ ? follow(before) : Cleaned::kDone;
-    }
-
-    bool step_down(std::string_view component) {
-        const std::size_t before = result_.size();
-        if (!result_.empty() && result_.view() != "/" && !result_.append("/")) return false;
-        if (result_.append(component)) return true;
-        result_.cut(before);
-        return false;
     }
 
     // The root is its own parent; above a relative path, ".." stays.
     bool step_up() {
         const std::string_view so_far = result_.view();
         if (so_far == "/") return true;
-        if (so_far.empty() || so_far == ".." || so_far.ends_with("/..")) return step_down("..");
+        if (so_far.empty() || so_far == ".." || so_far.ends_with("/.."))
+            return result_.append_component("..");
         const std::size_t slash = so_far.rfind('/');
         result_.cut(slash == so_far.npos ? 0 : slash == 0 ? 1 : slash);
         return true;
+    }
+
+    // A relative result is never empty, and never begins with a "~" that would be replaced.
+    bool settle() {
+        if (result_.empty()) return result_.assign(".");
+        if (!result_.view().starts_with('~')) return true;
+        const Path relative = result_;
+        return result_.assign("./") && result_.append(relative.view());
     }
 
     // Replaces the last component of the result by its target when it is a link.
@@ -121,14 +127,14 @@ class Cleaner {
         if (!rest_.empty() && !(target.append("/") && target.append(rest_)))
             return Cleaned::kTooLong;
         pending_.assign(target.view());
-        restart();
+        restart(pending_.view());
         return Cleaned::kDone;
     }
 
     const bool follow_;
     Path& result_;
-    Path pending_;
-    std::string_view rest_;  // of the pending text
+    Path pending_;           // what a home directory or a link has put in
+    std::string_view rest_;  // what is still to be cleaned
     int links_ = 0;
 };
 

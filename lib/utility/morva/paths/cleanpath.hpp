@@ -9,7 +9,7 @@ enum class Cleaned { kDone, kTooLong, kNoHome, kTooManyLinks, kUnreadableLink, k
 
 // As cleanpath and abspath. After kUnreadableLink, the result holds the link and errno the reason;
 // kNoDirectory (the current directory is unknown) comes from make_absolute only. After any other
-// failure the result means nothing.
+// failure the result means nothing. The path lies elsewhere than the result.
 Cleaned clean(std::string_view path, bool follow_links, Path* result);
 Cleaned make_absolute(std::string_view path, bool follow_links, Path* result);
 

@@ -22,6 +22,15 @@ class Path {
         return append("/") &&
                append(text.substr(std::min(text.find_first_not_of('/'), text.size())));
     }
+    // With a slash between, unless this is empty or ends in one.
+    bool append_component(std::string_view component) {
+        const bool slash = length_ > 0 && text_[length_ - 1] != '/';
+        if (component.size() + slash >= kPathSize - length_) return false;
+        if (slash) text_[length_++] = '/';
+        std::memcpy(text_ + length_, component.data(), component.size());
+        cut(length_ + component.size());
+        return true;
+    }
     void cut(std::size_t length) { text_[length_ = length] = '\0'; }
     const char* c_str() const { return text_; }
     std::string_view view() const { return {text_, length_}; }
@@ -43,7 +52,7 @@ class Path {
 
 // A null text reads as an empty one.
 inline std::string_view view(const char* text) {
-    return text != nullptr ? std::string_view(text) : std::string_view();
+    return text != nullptr ? text : "";
 }
 
 }  // namespace morva::paths

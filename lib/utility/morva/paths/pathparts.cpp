@@ -31,7 +31,7 @@ bool take_copy(const char* path, char (&copy)[kPathSize]) {
 }
 
 struct Halves {
-    std::string_view dir, base;
+    std::string_view dir = "", base = "";
 };
 
 Halves halves_of(std::string_view path) {
