@@ -1,4 +1,5 @@
-// References to the environment, beside a reading of the rules a character at a time.
+// References to the environment, beside a plain reading of the rules.
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstdlib>
@@ -22,43 +23,30 @@ const std::map<std::string, std::string>& variables() {
     return made;
 }
 
+std::string value_or(const std::string& name, const std::string& otherwise) {
+    const std::string cut = name.substr(0, 1023);
+    const auto found = variables().find(cut);
+    if (found != variables().end()) return found->second;
+    const char* other = name.empty() ? nullptr : ::getenv(cut.c_str());
+    return other != nullptr ? other : otherwise;
+}
+
 std::string expanded(const std::string& text) {
-    std::string result, whole, name;
-    char state = ' ';  // or '$' in a plain name, '{' in one with braces
-    const auto end_name = [&] {
-        const auto found = variables().find(name.substr(0, 1023));
-        const char* other = name.empty() ? nullptr : ::getenv(name.substr(0, 1023).c_str());
-        result += found != variables().end() ? found->second : other != nullptr ? other : whole;
-        whole.clear();
-        name.clear();
-        state = ' ';
-    };
-    for (const char c : text) {
-        if (state == '$' && whole == "$" && c == '{') {
-            state = '{';
-            whole += c;
+    std::string result;
+    for (std::size_t i = 0, end; i < text.size(); i = end) {
+        end = i + 1;
+        if (text[i] != '$') {
+            result += text[i];
             continue;
         }
-        if (state == '{') {
-            whole += c;
-            if (c == '}')
-                end_name();
-            else
-                name += c;
-            continue;
-        }
-        if (state == '$' && std::isalnum(static_cast<unsigned char>(c)) && (c & 0x80) == 0) {
-            whole += c;
-            name += c;
-            continue;
-        }
-        if (state == '$') end_name();
-        if (c == '$')
-            state = '$', whole = "$";
-        else
-            result += c;
+        const bool braces = text.compare(end, 1, "{") == 0;
+        const std::size_t start = end += braces;
+        while (end < text.size() && (braces ? text[end] != '}' : std::isalnum(text[end] & 0xff)))
+            ++end;
+        const std::string name = text.substr(start, end - start);
+        end = std::min(end + braces, text.size());
+        result += value_or(name, text.substr(i, end - i));
     }
-    if (state != ' ') end_name();
     return result;
 }
 
