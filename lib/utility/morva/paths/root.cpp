@@ -23,15 +23,19 @@
 namespace morva::paths {
 namespace {
 
+constexpr char kName[] = "KORVALIN=";
+constexpr std::size_t kNameLength = sizeof kName - 1;
+
+// The text stands behind the variable's name, ready for the environment.
 struct Root {
+    char* text() { return entry + kNameLength; }
     Root* before;
-    char text[kPathSize];
+    char entry[kNameLength + kPathSize];
 };
 
 constinit std::mutex g_mutex;               // guards changes of the two that follow
 constinit std::atomic<Root*> g_root{};      // the current one
 constinit Root* g_roots = nullptr;          // all there ever were
-constinit char* g_exported = nullptr;       // the environment's entry, kept for good
 constinit std::atomic<bool> g_told{false};  // of a KORVALIN that is too long
 
 char g_standard[] = MORVA_ROOT;
@@ -107,39 +111,35 @@ bool from_releases(const Places& places, Path* root) {
     return false;
 }
 
-// The entry "KORVALIN=root", made once and not changed by later roots: child processes see the root
-// that this one began with.
-void export_root(std::string_view root) {
-    constexpr std::string_view kName = "KORVALIN=";
-    const std::size_t bytes = kName.size() + root.size() + 1;
-    char* entry = static_cast<char*>(must_malloc(bytes, "Setenv", MORVA_HERE));
-    std::memcpy(entry, kName.data(), kName.size());
-    std::memcpy(entry + kName.size(), root.data(), root.size());
-    entry[bytes - 1] = '\0';
-    g_exported = entry;
-    if (::putenv(entry) != 0) out_of_memory(bytes, "Setenv", MORVA_HERE);
-}
-
 Root* find_root(std::string_view text) {
     for (Root* root = g_roots; root != nullptr; root = root->before)
-        if (text == root->text) return root;
+        if (text == root->text()) return root;
     return nullptr;
 }
 
+malloced<Root> make_root(std::string_view text) {
+    malloced<Root> root(must_alloc<Root>(1, "Setenv", MORVA_HERE));
+    std::memcpy(root->entry, kName, kNameLength);
+    std::memcpy(root->text(), text.data(), text.size());
+    return root;
+}
+
+// The first root is exported too, and its entry not changed by later ones: child processes see the
+// root that this one began with.
 void store_root(std::string_view text) {
-    malloced<Root> fresh(must_alloc<Root>(1, "root", MORVA_HERE));
-    std::memcpy(fresh->text, text.data(), text.size());
+    malloced<Root> fresh = make_root(text);
+    Root* root;
     bool first;
     {
         const std::lock_guard lock(g_mutex);
-        Root* root = find_root(text);
+        root = find_root(text);
         if (root == nullptr) {
             fresh->before = g_roots;
             root = g_roots = fresh.release();
         }
         first = g_root.exchange(root) == nullptr;
     }
-    if (first) export_root(text);
+    if (first && ::putenv(root->entry) != 0) out_of_memory(sizeof(Root), "Setenv", MORVA_HERE);
 }
 
 }  // namespace
@@ -167,13 +167,12 @@ int putkorvalin(const char* root) {
 
 char* getkorvalin(void) {
     using namespace morva::paths;
-    const Root* stored = g_root.load();
-    if (stored == nullptr) {
+    if (g_root.load() == nullptr) {
         Path root;
         if (!decide_root({g_standard, MORVA_RELEASES, getexecname()}, &root)) return g_standard;
         putkorvalin(root.c_str());
     }
-    return g_root.load()->text;
+    return g_root.load()->text();
 }
 
 }  // extern "C"
