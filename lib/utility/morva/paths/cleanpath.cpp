@@ -72,19 +72,26 @@ class Cleaner {
     // Goes on with another text, at the root when it is absolute.
     void restart(std::string_view text) {
         rest_ = text;
-        if (text.starts_with('/')) result_.assign("/");
+        if (!text.starts_with('/')) return;
+        result_.assign("/");
+        floor_ = 1;
+        absolute_ = true;
     }
 
     std::string_view next() {
-        const std::size_t slash = rest_.find('/');
-        const std::string_view component = rest_.substr(0, slash);
-        rest_.remove_prefix(slash != rest_.npos ? slash + 1 : rest_.size());
+        std::size_t end = 0;  // components are short: a call of memchr would cost more
+        while (end < rest_.size() && rest_[end] != '/') ++end;
+        const std::string_view component = rest_.substr(0, end);
+        rest_.remove_prefix(std::min(end + 1, rest_.size()));
         return component;
     }
 
     Cleaned take(std::string_view component) {
-        if (component.empty() || component == ".") return Cleaned::kDone;
-        if (component == "..") return step_up() ? Cleaned::kDone : Cleaned::kTooLong;
+        if (component.empty()) return Cleaned::kDone;
+        if (component[0] == '.') {
+            if (component.size() == 1) return Cleaned::kDone;
+            if (component == "..") return step_up() ? Cleaned::kDone : Cleaned::kTooLong;
+        }
         const std::size_t before = result_.size();
         if (!result_.append_component(component)) return Cleaned::kTooLong;
         return follow_ ? follow(before) : Cleaned::kDone;
@@ -92,13 +99,18 @@ class Cleaner {
 
     // The root is its own parent; above a relative path, ".." stays.
     bool step_up() {
+        if (result_.size() <= floor_) return absolute_ || add_parent();
         const std::string_view so_far = result_.view();
-        if (so_far == "/") return true;
-        if (so_far.empty() || so_far == ".." || so_far.ends_with("/.."))
-            return result_.append_component("..");
-        const std::size_t slash = so_far.rfind('/');
-        result_.cut(slash == so_far.npos ? 0 : slash == 0 ? 1 : slash);
+        std::size_t end = so_far.size();
+        while (end > floor_ && so_far[end - 1] != '/') --end;
+        result_.cut(end > floor_ ? end - 1 : floor_);
         return true;
+    }
+
+    bool add_parent() {
+        const bool added = result_.append_component("..");
+        floor_ = result_.size();
+        return added;
     }
 
     // A relative result is never empty, and never begins with a "~" that would be replaced.
@@ -135,6 +147,8 @@ class Cleaner {
     Path& result_;
     Path pending_;           // what a home directory or a link has put in
     std::string_view rest_;  // what is still to be cleaned
+    std::size_t floor_ = 0;  // length of what ".." cannot remove: the root, or ".." themselves
+    bool absolute_ = false;
     int links_ = 0;
 };
 
