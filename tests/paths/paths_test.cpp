@@ -1,5 +1,6 @@
 #include <pwd.h>
 
+#include "base/memory.hpp"
 #include "support/kit.hpp"
 
 namespace {
@@ -306,6 +307,14 @@ TEST(ExpandEnv, TakesAnyLength) {
     const std::string text = "a$" + name + "/${" + name + "}b";
     EXPECT_EQ(kit::taken(expand_env(text.c_str())), "a" + value + "/" + value + "b")
         << "names are cut to 1023 characters";
+}
+
+TEST(ExpandEnvDeathTest, NamesTheResultWhenMemoryRunsOut) {
+    const kit::Env variable("MORVAA", filled("", 3000).c_str());
+    for (const auto& [nth, bytes] : {std::pair(1, "1024"), std::pair(2, "3000")})
+        EXPECT_EXIT((morva::fail_allocation(nth, false), expand_env("$MORVAA")),
+                    testing::ExitedWithCode(1),
+                    HasSubstr(std::string("Can't malloc ") + bytes + " bytes for result\n"));
 }
 
 }  // namespace

@@ -17,8 +17,10 @@ constexpr std::size_t kNameSize = 1024;  // with the terminating zero
 // The text that is being made, as a block that its caller frees.
 class Result {
   public:
-    explicit Result(std::size_t room)
-        : room_(room), text_(static_cast<char*>(morva::must_malloc(room, "result", MORVA_HERE))) {}
+    Result(std::size_t room, morva::Site site)
+        : site_(site),
+          room_(room),
+          text_(static_cast<char*>(morva::must_malloc(room, "result", site))) {}
 
     void append(std::string_view piece) {
         if (piece.size() > room_ - length_) grow(piece.size());
@@ -34,9 +36,10 @@ class Result {
   private:
     void grow(std::size_t more) {
         room_ = std::max(2 * room_, length_ + more);
-        text_.reset(
-            static_cast<char*>(morva::must_realloc(text_.release(), room_, "result", MORVA_HERE)));
+        void* larger = morva::must_realloc(text_.release(), room_, "result", site_);
+        text_.reset(static_cast<char*>(larger));
     }
+    const morva::Site site_;
     std::size_t room_;
     std::size_t length_ = 0;
     morva::malloced<char> text_;
@@ -79,7 +82,7 @@ extern "C" char* expand_env(const char* text) {
     std::size_t dollar = rest.find('$');
     if (dollar == rest.npos)
         return morva::must_strdup(text != nullptr ? text : "", "result", MORVA_HERE);
-    Result result(std::max(kFirstRoom, 2 * rest.size()));
+    Result result(std::max(kFirstRoom, 2 * rest.size()), MORVA_HERE);
     for (; dollar != rest.npos; dollar = rest.find('$')) {
         result.append(rest.substr(0, dollar));
         rest.remove_prefix(dollar);
