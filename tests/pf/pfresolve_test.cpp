@@ -9,14 +9,27 @@ using pf_tree::Tree;
 constexpr int kMissing = -1, kRefused = -2;
 
 struct Resolve : testing::Test {
-    Tree tree{{"name", "plain"},
-              {"stations{AAK}{channels}[0]", "BHZ"},
-              {"stations{AAK}{channels}[1]", "BHN"},
-              {"stations{\"b{r}\"}", "quoted"},
-              {"stations{'\"'}", "a quote"},
-              {"grid[0][0]", "corner"},
-              {"{odd[1]}", "bracket"},
-              {"call{x}", "&ref(stations)"}};
+    Tree tree{R"(name plain
+odd[1] bracket
+call &Arr{
+    x &ref(stations)
+}
+grid &Tbl{
+    &Tbl{
+        corner
+    }
+}
+stations &Arr{
+    b{r} quoted
+    '"' a quote
+    AAK &Arr{
+        channels &Tbl{
+            BHZ
+            BHN
+        }
+    }
+}
+)"};
     const kit::Logged logged{};
 
     // So that freeing the tree has nothing to complain of.

@@ -28,10 +28,12 @@ bool fail_evaluation(const Pf* node, const char* reason) {
 }
 
 Evaluation::Evaluation(const Pf* node) : refused_(true) {
+    // A function at the end of the longest chain may still be evaluated.
+    const int most = kMostReferences + (node->type == PFFUNCTION ? 1 : 0);
     const Pf** const end = t_work.nodes + t_work.depth;
     if (std::find(t_work.nodes, end, node) != end) {
         fail_evaluation(node, "it refers to itself");
-    } else if (t_work.depth > kMostReferences) {
+    } else if (t_work.depth >= most) {
         fail_evaluation(node, "references lead on from one to the next more than 32 times");
     } else {
         if (t_work.depth == 0) t_work.made = 0;
