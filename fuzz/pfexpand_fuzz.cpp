@@ -1,6 +1,6 @@
 // References and functions. Every string of a tree is expanded twice: the answers must agree, be
 // bounded, equal the text where there is no "&", and leave the text as it was. Commands are not
-// run. The input is parameter text.
+// run. The input is a value for each line: its path, a blank, the text.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -12,10 +12,6 @@
 namespace {
 
 using namespace morva::pf;
-
-int drop(int, char*, Tbl*) {
-    return 1;
-}
 
 char* answer(const char* prompt) {
     return *prompt == '\0' ? nullptr : ::strdup(prompt);
@@ -47,24 +43,37 @@ void check_all(Pf* node) {
     }
 }
 
+void set(Pf* root, const std::string& path, const std::string& text) {
+    Pf* node = nullptr;
+    if (pfresolve(root, path.c_str(), 1, &node) != PFPLACEHOLDER) return;
+    const bool call = text.starts_with('&') && text.ends_with(')');
+    node->type = call ? PFFUNCTION : PFSTRING;
+    if (call)
+        (node->value.funct = new_function_record())->text = new_text(text);
+    else
+        node->value.string = new_text(text);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const int once = [] {
-        elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(drop));
-        pfconfig("exec", nullptr);
-        pfconfig("ask", reinterpret_cast<void*>(answer));
-        return 0;
-    }();
-    (void)once;
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    static const int once = pfconfig("exec", nullptr);
+    Pfprompt = answer;
+    std::string text(reinterpret_cast<const char*>(data), size);
+    std::erase(text, '\0');
     // What is on the disk changes.
     for (const char* outside : {"&file", "&datafile", "&glob"})
-        if (text.find(outside) != std::string::npos) return 0;
-    Pf* root = nullptr;
-    pfcompile_counted(text.data(), static_cast<long>(text.size()), &root);
-    elog_clear();
-    if (root != nullptr) check_all(root);
+        if (text.find(outside) != std::string::npos) return once;
+    Pf* root = pfnew(PFFILE);
+    for (size_t start = 0; start < text.size();) {
+        const size_t end = std::min(text.find('\n', start), text.size());
+        const size_t blank = std::min(text.find(' ', start), end);
+        set(root, text.substr(start, blank - start),
+            text.substr(std::min(blank + 1, end), end - std::min(blank + 1, end)));
+        elog_clear();
+        start = end + 1;
+    }
+    check_all(root);
     pffree(root);
     return 0;
 }

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 
 #include "containers/tbl.hpp"
 #include "morva.h"
@@ -51,7 +50,7 @@ void try_path(Pf* root, const char* path) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     Pf* root = pfnew(PFFILE);
-    for (size_t start = 0, steps = 0; start <= text.size() && steps < 50; ++steps) {
+    for (size_t start = 0, steps = 0; start <= text.size() && steps < 12; ++steps) {
         const size_t end = std::min(text.find('\n', start), text.size());
         try_path(root, text.substr(start, end - start).c_str());
         start = end + 1;
