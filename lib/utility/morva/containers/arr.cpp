@@ -121,12 +121,17 @@ Tbl* keys_that(Arr* arr, Accepts accepts) {
     return keys;
 }
 
+[[gnu::noinline]] void* find_by_compare(Tree* tree, std::string_view key) {
+    const Node* node = locate_by_compare(tree, String(key).c_str()).node();
+    return node == &tree->nil ? nullptr : node->value;
+}
+
 }  // namespace
 
 void* find_key(const Arr* arr, std::string_view key) {
     if (arr == nullptr) return nullptr;
     Tree* tree = tree_of(const_cast<Arr*>(arr));
-    if (!orders_text(tree)) return getarr(const_cast<Arr*>(arr), String(key).c_str());
+    if (!orders_text(tree)) return find_by_compare(tree, key);
     const Node* node = locate_text(tree, TextKey(key)).node();
     return node == &tree->nil ? nullptr : node->value;
 }

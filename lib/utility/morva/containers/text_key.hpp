@@ -25,20 +25,16 @@ Word load_big_endian(const char* bytes) {
     return static_cast<Word>(__builtin_bswap64(word));
 }
 
-// `length` (below 8) bytes as the upper bytes of a word; reads none beyond them.
+// `length` (1 to 7) bytes as the upper bytes of a word; reads none beyond them. Bytes in the middle
+// may be loaded twice.
 inline std::uint64_t load_partial_word(const char* bytes, std::size_t length) {
-    if (length == 0) return 0;
-    std::uint64_t word = 0;
-    if (length & 4) {
-        word = load_big_endian<std::uint32_t>(bytes);
-        bytes += 4;
-    }
-    if (length & 2) {
-        word = word << 16 | load_big_endian<std::uint16_t>(bytes);
-        bytes += 2;
-    }
-    if (length & 1) word = word << 8 | static_cast<unsigned char>(*bytes);
-    return word << 8 * (kWordBytes - length);
+    const auto byte = [bytes](std::size_t i) {
+        return std::uint64_t{static_cast<unsigned char>(bytes[i])} << (56 - 8 * i);
+    };
+    if (length < 4) return byte(0) | byte(length / 2) | byte(length - 1);
+    const std::uint64_t front = load_big_endian<std::uint32_t>(bytes);
+    const std::uint64_t back = load_big_endian<std::uint32_t>(bytes + length - 4);
+    return front << 32 | back << 8 * (kWordBytes - length);
 }
 
 struct TextKey {
@@ -50,13 +46,15 @@ struct TextKey {
     explicit TextKey(const char* string) : TextKey({string, std::strlen(string)}) {}
     explicit TextKey(std::string_view string) : text(string.data()), length(string.size()) {
         if (length < kWordBytes) {
-            head = load_partial_word(text, length);
+            head = length == 0 ? 0 : load_partial_word(text, length);
             tail = 0;
             return;
         }
         head = load_big_endian<std::uint64_t>(text);
-        tail = length < kKeyPrefix ? load_partial_word(text + kWordBytes, length - kWordBytes)
-                                   : load_big_endian<std::uint64_t>(text + kWordBytes);
+        // Of a shorter key, the last eight bytes without those that are in the head.
+        tail = length >= kKeyPrefix ? load_big_endian<std::uint64_t>(text + kWordBytes)
+                                    : load_big_endian<std::uint64_t>(text + length - kWordBytes)
+                                          << 8 * (kKeyPrefix - 1 - length) << 8;
     }
 
     // The length as a node keeps it: exact while the words hold the whole string.
