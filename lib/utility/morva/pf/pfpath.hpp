@@ -6,12 +6,6 @@
 
 namespace morva::pf {
 
-// Where the first of two characters stands from `at` on; the text's length when there is neither.
-inline std::size_t find_either(std::string_view text, std::size_t at, char a, char b) {
-    while (at < text.size() && text[at] != a && text[at] != b) ++at;
-    return at;
-}
-
 // From one node to the next: by key into an array, or by index into a list.
 struct Step {
     bool by_key;
@@ -22,28 +16,50 @@ struct Step {
 class PathReader {
   public:
     // A path without a brace or bracket is a name as a whole.
-    explicit PathReader(std::string_view path)
-        : path_(path), name_(path.substr(0, find_either(path, 0, '{', '['))), at_(name_.size()) {}
+    explicit PathReader(const char* path) : path_(path), at_(name_end(path)) {}
 
-    // What stands before the first brace or bracket; may be empty.
-    std::string_view name() const { return name_; }
+    // What stands before the first brace or bracket, as long as no step has been read; may be
+    // empty.
+    std::string_view name() const { return between(path_, at_); }
+    bool at_end() const { return *at_ == '\0'; }
 
     // The next step. False at the end and at a fault.
-    bool next(Step* step);
+    bool next(Step* step) {
+        if (*at_ == '{') return next_key(step);
+        if (*at_ == '[') return next_index(step);
+        return at_end() ? false : fail("'{' or '[' expected", at_);
+    }
 
     // What is wrong where the reader stands; null while nothing is.
     const char* fault() const { return fault_; }
     // The column of the fault in bytes, from 1; otherwise that of the next step.
-    int column() const { return static_cast<int>(at_) + 1; }
+    int column() const { return static_cast<int>(at_ - path_) + 1; }
 
   private:
-    bool next_key(Step* step);
+    static const char* name_end(const char* at) {
+        while (*at != '{' && *at != '[' && *at != '\0') ++at;
+        return at;
+    }
+    static std::string_view between(const char* from, const char* to) {
+        return {from, static_cast<std::size_t>(to - from)};
+    }
+    bool next_key(Step* step) {
+        const char* const start = at_ + 1;
+        const char* end = start;
+        if (*end == '"' || *end == '\'') return next_quoted_key(step);
+        while (*end != '{' && *end != '}' && *end != '\0') ++end;
+        if (*end != '}' || end == start) return fail_key(end);
+        *step = {true, between(start, end), 0};
+        at_ = end + 1;
+        return true;
+    }
+    bool next_quoted_key(Step* step);
     bool next_index(Step* step);
-    bool fail(const char* fault, std::size_t at);
+    bool fail_key(const char* end);
+    bool fail(const char* fault, const char* at);
 
-    std::string_view path_;
-    std::string_view name_;
-    std::size_t at_;
+    const char* path_;
+    const char* at_;
     const char* fault_ = nullptr;
 };
 

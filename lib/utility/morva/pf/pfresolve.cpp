@@ -21,10 +21,9 @@ int give(Pf* found, Pf** node) {
     return found == nullptr ? kNotFound : found->type;
 }
 
-int malformed(std::string_view path, const PathReader& reader, Pf** node) {
+int malformed(const char* path, const PathReader& reader, Pf** node) {
     *node = nullptr;
-    elog_log(0, "bad path expression '%.*s', column %d: %s\n", static_cast<int>(path.size()),
-             path.data(), reader.column(), reader.fault());
+    elog_log(0, "bad path expression '%s', column %d: %s\n", path, reader.column(), reader.fault());
     return kRefused;
 }
 
@@ -60,10 +59,10 @@ struct Gap {
 };
 
 // Follows the steps as far as they lead, and reads the rest for faults.
-int walk(Pf* array, std::string_view path, Pf** node, Gap* gap) {
+int walk(Pf* array, const char* path, Pf** node, Gap* gap) {
     PathReader reader(path);
     const std::string_view name = reader.name();
-    if (name.size() < path.size()) {
+    if (!reader.at_end()) {
         *node = entry(array, path);
         if (*node != nullptr) return (*node)->type;
     }
@@ -83,10 +82,9 @@ int walk(Pf* array, std::string_view path, Pf** node, Gap* gap) {
 
 // ---- Creation ----
 
-int refuse(Pf** node, std::string_view path, const char* reason) {
+int refuse(Pf** node, const char* path, const char* reason) {
     *node = nullptr;
-    elog_log(0, "can't create '%.*s' in a parameter tree: %s\n", static_cast<int>(path.size()),
-             path.data(), reason);
+    elog_log(0, "can't create '%s' in a parameter tree: %s\n", path, reason);
     return kRefused;
 }
 
@@ -136,8 +134,8 @@ Pf* new_branch(PathReader steps, char* filename, Pf** leaf) {
     return top;
 }
 
-int create_in_array(Pf* array, std::string_view path, Pf** node) {
-    Gap gap{nullptr, {}, PathReader({})};
+int create_in_array(Pf* array, const char* path, Pf** node) {
+    Gap gap{nullptr, {}, PathReader("")};
     const int found = walk(array, path, node, &gap);
     if (found != kNotFound || *node != nullptr) return found;
     const char* reason = obstacle(gap.container, gap.missing);
@@ -182,7 +180,7 @@ int resolve(Pf* pf, const char* path, bool create, Pf** node) {
 }  // namespace
 
 int resolve_in_array(Pf* array, std::string_view path, Pf** node) {
-    return walk(array, path, node, nullptr);
+    return walk(array, String(path).c_str(), node, nullptr);
 }
 
 }  // namespace morva::pf
