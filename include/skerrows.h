@@ -48,6 +48,12 @@ SKERROWS_API int std_poll(struct pollfd* fds, nfds_t count, int timeout_ms);
  * handlers may call it. */
 SKERROWS_API int std_sleep(double seconds);
 
+/* ---- Descriptors ---- */
+
+/* A pipe, to read from at ends[0] and to write to at ends[1]. Neither end is handed on to programs
+ * that the process starts. Returns 0, or -1 with errno. */
+SKERROWS_API int std_pipe(int ends[2]);
+
 /* ---- One-shot timers ----
  *
  * A timer's function runs in a thread of its own, not in a signal handler: it may allocate, take
