@@ -16,7 +16,7 @@
  *
  * A value stays as written as a whole, and the reason is registered, when a reference in it leads
  * back to itself, when references lead on from one to the next more than 32 times, when a path is
- * malformed, or when more than 64 MB would be put in, counting 64 bytes for each reference.
+ * malformed, or when more than 64 MB would be put in, counting 256 bytes for each reference.
  *
  * Enclosing arrays are found through the parent links that the reader and pfresolve set. pfput sets
  * none: values put in by it are at home nowhere, and their references stay as written.
@@ -43,12 +43,12 @@
  * What comes from outside is not searched for references.
  *
  * A function gives nothing, with the reason registered, when the call is malformed or unknown, when
- * &ref, &file, &datafile or &datafilename finds nothing, when what a file or command gives is over
- * 16 MB or holds a zero byte, when a command ends with a status other than 0, when there is no
- * Pfprompt, and when an evaluation leads back to itself or goes deeper than references may. &exec
- * is refused when it is switched off (pfconfig("exec", NULL)), and in a process with more rights
- * than its user. Without a reason, &env gives nothing for a variable that is not set, &ask when
- * there is no answer, and &undef always.
+ * &ref, &file, &datafile or &datafilename finds nothing, when what &ref finds is more than 32 lists
+ * and arrays deep, when what a file or command gives is over 16 MB or holds a zero byte, when a
+ * command ends with a status other than 0, when there is no Pfprompt, and when an evaluation leads
+ * back to itself or goes deeper than references may. &exec is refused when it is switched off
+ * (pfconfig("exec", NULL)), and in a process with more rights than its user. Without a reason, &env
+ * gives nothing for a variable that is not set, &ask when there is no answer, and &undef always.
  *
  * Threads: expanding and evaluating change the node (and the functions that its references lead to)
  * and so need it to themselves. Different trees are independent of each other. */

@@ -172,7 +172,7 @@ TEST_F(Resolve, CreatesWhatIsMissing) {
 TEST_F(Resolve, RefusesToReplaceOrLeaveHoles) {
     Pf* before = pfdup(tree.root);
     for (const char* path : {"name{x}", "name[0]", "stations[0]", "grid{x}", "grid[2]", "grid[-2]",
-                             "new[1]", "new{x}[0][1]", "new[-1]", "call{x}{new}"}) {
+                             "new[1]", "new{x}[0][1]", "new[-1]", "call{x}{new}", "call{x}{AAK}"}) {
         const kit::Logged refusal;
         Pf* node = tree.root;
         EXPECT_EQ(pfresolve(tree.root, path, 1, &node), kRefused) << path;

@@ -10,8 +10,8 @@ namespace morva::pf {
 
 inline constexpr int kMostReferences = 32;                  // one leading to the next
 inline constexpr std::size_t kMostMade = 64 * 1024 * 1024;  // bytes by one outermost call
-inline constexpr std::size_t kReferenceCost = 64;           // bytes that count for a reference
-inline constexpr std::size_t kNodeCost = 128;               // and for a copied node
+inline constexpr std::size_t kReferenceCost = 256;          // bytes that count for a reference
+inline constexpr std::size_t kNodeCost = 256;               // and for a copied node
 
 // Stands for the work on one node, a string or a function.
 class Evaluation {

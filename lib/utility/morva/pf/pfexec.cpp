@@ -90,7 +90,7 @@ bool ended_well(const Call& call, int status) {
 
 bool run(const Call& call, String* output) {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
+    if (::std_pipe(ends) != 0) {
         elog_log(1, "can't make a pipe to run '%s'\n", call.argument.c_str());
         return false;
     }

@@ -16,7 +16,7 @@
 namespace morva::pf {
 namespace {
 
-constexpr int kDeepestCopy = 100;  // containers in containers
+constexpr int kDeepestCopy = 32;  // containers in containers
 
 void adopt(Pf* container, Pf* node) {
     node->parent = container;

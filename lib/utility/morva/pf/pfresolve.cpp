@@ -58,6 +58,11 @@ struct Gap {
     PathReader rest;
 };
 
+// Nothing is created in what a function gives, nor is a function evaluated for it.
+bool may_enter(const Pf* container, const Gap* gap) {
+    return gap == nullptr || container->type != PFFUNCTION;
+}
+
 // Follows the steps as far as they lead, and reads the rest for faults.
 int walk(Pf* array, const char* path, Pf** node, Gap* gap) {
     PathReader reader(path);
@@ -73,7 +78,7 @@ int walk(Pf* array, const char* path, Pf** node, Gap* gap) {
     while (reader.next(&step)) {
         if (found == nullptr) continue;
         container = found;
-        found = child(container, step);
+        found = may_enter(container, gap) ? child(container, step) : nullptr;
         if (found == nullptr && gap != nullptr) *gap = {container, step, reader};
     }
     if (reader.fault() != nullptr) return malformed(path, reader, node);
