@@ -47,8 +47,10 @@
  * and arrays deep, when what a file or command gives is over 16 MB or holds a zero byte, when a
  * command ends with a status other than 0, when there is no Pfprompt, and when an evaluation leads
  * back to itself or goes deeper than references may. &exec is refused when it is switched off
- * (pfconfig("exec", NULL)), and in a process with more rights than its user. Without a reason, &env
- * gives nothing for a variable that is not set, &ask when there is no answer, and &undef always.
+ * (pfconfig("exec", NULL)), and in a process with more rights than its user; the status of its
+ * command cannot be seen, and counts as 0, where the program has its children reaped elsewhere
+ * (SIGCHLD ignored, or a handler in another thread). Without a reason, &env gives nothing for a
+ * variable that is not set, &ask when there is no answer, and &undef always.
  *
  * Threads: expanding and evaluating change the node (and the functions that its references lead to)
  * and so need it to themselves. Different trees are independent of each other. */

@@ -2,8 +2,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <fstream>
-
+#include "base/posix.hpp"
 #include "morva/pfexpand.h"
 #include "pf/pf_tree.hpp"
 
@@ -133,6 +132,7 @@ TEST_F(Interpret, RunsCommandsWhateverTheProgramDoesWithItsChildren) {
     struct sigaction reaper {
     }, before{};
     reaper.sa_handler = [](int) {
+        const morva::ErrnoSaver keep;
         while (::waitpid(-1, nullptr, WNOHANG) > 0) reaped = 1;
     };
     ::sigaction(SIGCHLD, &reaper, &before);
