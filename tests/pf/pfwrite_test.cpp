@@ -1,10 +1,14 @@
 #include "morva/pfwrite.h"
 
+#include <random>
 #include <utility>
 #include <vector>
 
 #include "base/memory.hpp"
+#include "log/elog_child.hpp"
+#include "morva/pflex.h"
 #include "pf/pf.hpp"
+#include "support/failing_calls.hpp"
 #include "support/kit.hpp"
 
 namespace {
@@ -251,6 +255,168 @@ TEST_F(Pfwrite, FailuresHaveReasons) {
     const std::string text = logged_.text();
     EXPECT_THAT(text, HasSubstr("Can't open " + folder_.file("no/such") + " for writing.\n"));
     EXPECT_THAT(text, HasSubstr("Can't write parameters to a stream.\n"));
+}
+
+// True when a text gives the tree without a word.
+bool reads_back(const std::string& text, Pf* tree) {
+    const kit::Logged logged;
+    Pf* copy = nullptr;
+    int result = -1;
+    const std::string errors = kit::captured(2, [&] { result = pfcompile(text.c_str(), &copy); });
+    const bool equal = result == 0 && pfcmp(tree, copy) == 0 && errors + logged.text() == "";
+    pffree(copy);
+    return equal;
+}
+
+class PfwriteAtomic : public Pfwrite {
+  protected:
+    PfwriteAtomic() { kit::write_file(path_, "old\t1\n"); }
+    ~PfwriteAtomic() override { kit::fail_call(0, 0); }
+    int write(const Tree& tree) { return pfwrite_atomic(path_.c_str(), tree.get()); }
+    long entries() {
+        return std::distance(std::filesystem::directory_iterator(folder_.path()), {});
+    }
+};
+
+// Keys and strings of which pfwrite's text does not read back, and the text that does.
+TEST_F(PfwriteAtomic, FindsFormsThatReadBack) {
+    const std::pair<std::string, std::string> keys[] = {
+        {"a # b", "\"a # b\""},
+        {"a }\\\n\"b\"", "'a }\\\n\"b\"'"},
+        {"tab\tkey", "\"tab\tkey\""},
+        {"\"quote", "'\"quote'"},
+        {"'", "\"'\""},
+        {"__END__", "\"__END__\""},
+        {"", "\\000"},
+        {"a\"b'c", "a\"b'c"},
+        {" \t\n\"'#}\\", "\\040\\011\\012\\042\\047\\043\\175\\134"},
+        {std::string(1023, 'k'), std::string(1023, 'k')},
+    };
+    for (const auto& [key, form] : keys) {
+        const Tree tree = file({{key, str("")}});
+        ASSERT_EQ(write(tree), 0) << key << logged_.text();
+        EXPECT_EQ(kit::read_file(path_), form + "\t\n");
+        EXPECT_TRUE(reads_back(kit::read_file(path_), tree.get())) << key;
+    }
+    for (const std::string s : {"&Tbl{", "&Arr{ x", "&Undef{}", "&Literalx", "&env(x)", "a &Tbl{",
+                                "&env(#)", "&f()\\ )"}) {
+        const Tree tree = file({{"k", list({str(s.c_str())})}});
+        EXPECT_FALSE(reads_back(out_text(tree.get()), tree.get())) << s;
+        ASSERT_EQ(write(tree), 0) << s << logged_.text();
+        EXPECT_TRUE(reads_back(kit::read_file(path_), tree.get())) << s;
+    }
+    for (const char* s :
+         {"&env(x) y", "&name", "&{path}/x", "& env(x)", "a &env(x)", "&env(x)#", "&Lit{"}) {
+        const Tree tree = file({{"k", str(s)}});
+        ASSERT_EQ(write(tree), 0) << s;
+        EXPECT_EQ(kit::read_file(path_), out_text(tree.get())) << s;
+    }
+}
+
+Pf* nested(int depth) {
+    Pf* node = str("x");
+    while (depth-- > 0) node = list({node});
+    return node;
+}
+
+TEST_F(PfwriteAtomic, RefusesWhatNoTextExpressesAndSaysWhere) {
+    const std::pair<Tree, std::string> rows[] = {
+        {file({{"ok", str("")}, {std::string(1024, 'k'), str("")}}), "is a key of more than 1023"},
+        {file({{"a", list({str(""), arr({{"b c", nullptr}})})}}), "'a[1]{b c}' has no value"},
+        {file({{"a", pfnew(PFSTRING)}}), "'a' has no value"},
+        {file({{"a", pfnew(PFINVALID)}}), "'a' has no value"},
+        {file({{"a", fun("&env(x) y")}}), "'a' is no function on one line"},
+        {file({{"a", fun("&Literal(x)")}}), "'a' is no function on one line"},
+        {file({{"a", fun("&env(\n)")}}), "'a' is no function on one line"},
+        {file({{"a", nested(12)}}), "[0]' is nested too deeply"},
+        {Tree(list({}), pffree), "the tree is not an array"},
+        {Tree(nullptr, pffree), "the tree is not an array"},
+    };
+    for (const auto& [tree, reason] : rows) {
+        const kit::Logged logged;
+        EXPECT_EQ(write(tree), -1) << reason;
+        EXPECT_THAT(logged.text(), HasSubstr("Can't write '" + path_ + "'"));
+        EXPECT_THAT(logged.text(), HasSubstr(reason));
+        EXPECT_EQ(kit::read_file(path_), "old\t1\n");
+    }
+    EXPECT_EQ(write(file({{"a", nested(11)}})), 0) << logged_.text();
+    EXPECT_EQ(entries(), 1);
+}
+
+TEST_F(PfwriteAtomic, FailuresLeaveTheOldFile) {
+    const Tree tree = file({{"k", str("v")}}), array(arr({{"k", str("v")}}), pffree);
+    kit::fail_call(4, EIO);  // fsync: openat, fchmod and write come first
+    EXPECT_EQ(write(tree), -1);
+    EXPECT_EQ(kit::calls_seen(), 4);
+    EXPECT_THAT(logged_.text(), HasSubstr("Can't replace file '" + path_ + "'"));
+    EXPECT_EQ(kit::read_file(path_), "old\t1\n");
+    EXPECT_EQ(pfwrite_atomic(folder_.file("no/such").c_str(), tree.get()), -1);
+    EXPECT_EQ(pfwrite_atomic(nullptr, tree.get()), -1);
+    EXPECT_EQ(entries(), 1);
+    EXPECT_EQ(write(array), 0);
+    EXPECT_EQ(kit::read_file(path_), "k\tv\n");
+}
+
+// The tree of a generation: many entries with its number.
+Tree generation(long n) {
+    Tree tree = file({{"last", str(std::to_string(n).c_str())}});
+    for (int i = 0; i < 2000; ++i)
+        setarr(tree->value.arr, std::to_string(i).c_str(), str(std::to_string(n).c_str()));
+    return tree;
+}
+
+// The number of the generation that the file holds, whole; -1 when it is none.
+long generation_in(const std::string& path) {
+    Pf* pf = nullptr;
+    const Tree tree((pfcompile(kit::read_file(path).c_str(), &pf), pf), pffree);
+    const Pf* last = static_cast<Pf*>(getarr(pf->value.arr, "last"));
+    const long n = last != nullptr ? std::atol(last->value.string) : -1;
+    return pfcmp(pf, generation(n).get()) == 0 ? n : -1;
+}
+
+TEST_F(PfwriteAtomic, KilledAtAnyInstantLeavesTheOldFileOrTheNew) {
+    long n = 0, killed_inside = 0;
+    ASSERT_EQ(write(generation(0)), 0);
+    std::minstd_rand random(static_cast<unsigned>(::getpid()));
+    for (int kill = 0; kill < 200; ++kill) {
+        const pid_t child = ::fork();
+        if (child == 0)
+            for (long next = n + 1;; ++next)
+                if (write(generation(next)) != 0) ::_exit(1);
+        ::usleep(static_cast<useconds_t>(random() % 4000));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        const long found = generation_in(path_);
+        ASSERT_GE(found, n) << "after kill " << kill;
+        n = found;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+            if (entry.path() != path_) killed_inside += std::filesystem::remove(entry.path());
+    }
+    EXPECT_GT(n, 0);
+    RecordProperty("killed_inside", static_cast<int>(killed_inside));
+}
+
+TEST(PfwriteMemory, EveryAllocationEndsWithItsMessage) {
+    const Tree tree = sample();
+    setarr(tree->value.arr, "a #", str("{([<'\n\"EndOfLiteral0"));
+    for (int i = 0; i < 100; ++i)
+        setarr(tree->value.arr, std::to_string(i).c_str(), str("some text"));
+    kit::TempDir folder;
+    for (long nth = 1;; ++nth) {
+        ASSERT_LT(nth, 200);
+        const kit::Ended ended = kit::in_child([&] {
+            morva::fail_allocation(nth, false);
+            std::free(pf2string(tree.get()));
+            std::free(str2pf("x#"));
+            pfwrite_atomic(folder.file("x").c_str(), tree.get());
+            pfwrite(folder.file("y").c_str(), tree.get());
+            return morva::allocations_seen() < nth ? 0 : 42;
+        });
+        if (ended.status == 0) break;
+        if (ended.status == 42) continue;  // an allocation of the register
+        ASSERT_EQ(ended.status, 1) << nth << ended.errors;
+        EXPECT_THAT(ended.errors, HasSubstr("Out of memory in "));
+    }
 }
 
 }  // namespace

@@ -38,6 +38,10 @@ struct Indented : Joined {
     static const char* put_key(Output& out, std::string_view key);
 };
 
+// The text that pfwrite_atomic writes. False, with the place and the reason, when a part of the
+// tree has no text that reads back.
+bool put_sure(Output& out, const Pf* pf, String* refusal);
+
 // Trees may be as deep as memory allows, so that the walk keeps its place in a list of its own.
 template <class Style>
 class Writer {

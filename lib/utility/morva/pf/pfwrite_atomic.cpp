@@ -94,22 +94,26 @@ struct Careful : Indented {
 };
 
 }  // namespace
+
+bool put_sure(Output& out, const Pf* pf, String* refusal) {
+    *refusal = "the tree is not an array";
+    if (pf == nullptr || !is_array(pf) || pf->value.any == nullptr) return false;
+    Writer<Careful> writer(out);
+    const char* reason = writer.write(pf, true, [] { return true; });
+    if (reason == nullptr) return true;
+    refusal->assign(1, '\'').append(writer.path()).append("' ").append(reason);
+    return false;
+}
+
 }  // namespace morva::pf
 
 using namespace morva::pf;
 
 extern "C" int pfwrite_atomic(const char* filename, Pf* pf) {
-    const char* shown = filename != nullptr ? filename : "";
-    if (pf == nullptr || !is_array(pf) || pf->value.any == nullptr) {
-        elog_log(0, "Can't write '%s': the tree is not an array.\n", shown);
-        return -1;
-    }
     Output out(MORVA_HERE);
-    Writer<Careful> writer(out);
-    if (const char* refusal = writer.write(pf, true, [] { return true; })) {
-        elog_log(0, "Can't write '%s' so that it reads back: '%s' %s.\n", shown,
-                 writer.path().c_str(), refusal);
-        return -1;
-    }
-    return morva::replace_file(filename, out.text());
+    morva::String refusal;
+    if (put_sure(out, pf, &refusal)) return morva::replace_file(filename, out.text());
+    elog_log(0, "Can't write '%s' so that it reads back: %s\n", filename != nullptr ? filename : "",
+             refusal.c_str());
+    return -1;
 }
