@@ -37,7 +37,7 @@ inline bool any(Bytes mask) {
     return (halves[0] | halves[1]) != 0;
 }
 
-// Text that grows. Behind its end are always kSlack bytes that may be read and written over.
+// Text that grows. Behind its end are always kSlack bytes that may be written over.
 class Output {
   public:
     static constexpr std::size_t kSlack = 32;
@@ -81,21 +81,36 @@ class Output {
     Site site_;
 };
 
-// True when one of the first n bytes has a meaning to the reader in a value: "#", "}", backslash or
-// newline. Behind them must be kSlack bytes that can be read.
-inline bool has_special(const char* text, std::size_t n) {
+// Every byte of a text of less than sixteen, some of them twice, and zeros.
+inline Bytes short_bytes(std::string_view text) {
+    const std::size_t n = text.size();
+    std::uint64_t words[2] = {0, 0};
+    const auto both_ends = [&](std::size_t width) {
+        std::memcpy(&words[0], text.data(), width);
+        std::memcpy(&words[1], text.data() + n - width, width);
+    };
+    if (n >= 8)
+        both_ends(8);
+    else if (n >= 4)
+        both_ends(4);
+    else if (n >= 2)
+        both_ends(2);
+    else if (n == 1)
+        both_ends(1);
+    return std::bit_cast<Bytes>(words);
+}
+
+// True when one of the bytes has a meaning to the reader in a value: "#", "}", backslash, newline.
+inline bool has_special(std::string_view text) {
     constexpr std::size_t kStep = sizeof(Bytes);
     const auto special = [](Bytes b) -> Bytes {
         return static_cast<Bytes>((b == '#') | (b == '}') | (b == '\\') | (b == '\n'));
     };
-    if (n >= kStep) {
-        Bytes found = special(load_bytes(text + n - kStep));
-        for (std::size_t i = 0; i + kStep < n; i += kStep) found |= special(load_bytes(text + i));
-        return any(found);
-    }
-    constexpr Bytes kIndex = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    const Bytes inside = static_cast<Bytes>(kIndex < static_cast<std::uint8_t>(n));
-    return any(special(load_bytes(text)) & inside);
+    if (text.size() < kStep) return any(special(short_bytes(text)));
+    const std::size_t last = text.size() - kStep;
+    Bytes found = special(load_bytes(text.data() + last));
+    for (std::size_t i = 0; i < last; i += kStep) found |= special(load_bytes(text.data() + i));
+    return any(found);
 }
 
 // True for text that the reader would trim.
@@ -113,10 +128,8 @@ void put_protected(Output& out, std::string_view text);
 
 // A string value in its form.
 inline void put_value(Output& out, std::string_view text) {
-    char* to = out.room(text.size());
-    copy_text(to, text.data(), text.size());
-    if (has_outer_blank(text) || has_special(to, text.size())) return put_protected(out, text);
-    out.extend(text.size());
+    if (has_outer_blank(text) || has_special(text)) return put_protected(out, text);
+    out.put(text);
 }
 
 }  // namespace morva::pf
