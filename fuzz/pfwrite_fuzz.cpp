@@ -11,6 +11,7 @@
 #include "morva/elog.h"
 #include "morva/pflex.h"
 #include "morva/pfwrite.h"
+#include "pf/pfscan.hpp"
 #include "pf/pfwrite.hpp"
 
 namespace {
@@ -82,6 +83,9 @@ class Builder {
 };
 
 bool reads_back(std::string_view text, Pf* tree) {
+    morva::pf::SilentSink sink;  // the reader would take its time to show a stack trace
+    const morva::pf::Ending ending = morva::pf::scan(text, sink);
+    if (!ending.clean || ending.level != 0) return false;
     Pf* copy = nullptr;
     const int result = pfcompile_counted(text.data(), static_cast<long>(text.size()), &copy);
     const bool equal = result == 0 && pfcmp(tree, copy) == 0;

@@ -215,6 +215,11 @@ TEST_F(Pfwrite, ReplacesTheContents) {
     kit::write_file(path_, std::string(100, 'x'));
     EXPECT_EQ(pfwrite(path_.c_str(), file({{"k", str("v")}}).get()), 0);
     EXPECT_EQ(kit::read_file(path_), "k\tv\n");
+    for (const int error : {EINTR, 0}) {
+        kit::fail_call(1, error);
+        EXPECT_EQ(pfwrite(path_.c_str(), sample().get()), 0) << logged_.text();
+        EXPECT_EQ(kit::read_file(path_), out_text(sample().get()));
+    }
 }
 
 TEST_F(Pfwrite, WithoutAValueLeavesAnEmptyFile) {

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "base/diagnostics.hpp"
+#include "base/posix.hpp"
 #include "pf/pfwrite.hpp"
 
 namespace morva::pf {
@@ -20,19 +21,19 @@ void append_tree(Output& out, const Pf* pf, int level) {
     Writer<Joined>(out).write(pf, level == 0 && is_array(pf), [] { return true; });
 }
 
-// False with errno when the stream does not take all of it.
-bool write_stream(FILE* stream, const Pf* pf) {
+// Writes a tree as send(text) takes it, portion by portion; ends when that gives false.
+template <class Send>
+bool write_portions(const Pf* pf, Send send) {
     constexpr std::size_t kPortion = 1 << 16;
     Output out(MORVA_HERE);
     bool good = true;
-    const auto send = [&] {
-        good = std::fwrite(out.text().data(), 1, out.size(), stream) == out.size();
+    Writer<Indented>(out).write(pf, pf->type == PFFILE, [&] {
+        if (out.size() < kPortion) return true;
+        good = send(out.text());
         out.cut(0);
         return good;
-    };
-    Writer<Indented>(out).write(pf, pf->type == PFFILE,
-                                [&] { return out.size() < kPortion || send(); });
-    return good && (out.size() == 0 || send());
+    });
+    return good && send(out.text());
 }
 
 }  // namespace
@@ -63,16 +64,20 @@ using namespace morva::pf;
 extern "C" {
 
 int pfwrite(const char* filename, Pf* pf) {
+    constexpr int kUpdate = O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC;
     errno = EFAULT;
-    FILE* stream = filename != nullptr ? std::fopen(filename, "w+e") : nullptr;
-    if (stream == nullptr) {
+    morva::Descriptor fd(
+        filename == nullptr ? -1 : morva::retry([&] { return ::open(filename, kUpdate, 0666); }));
+    if (!fd) {
         elog_log(1, "Can't open %s for writing.\n", filename != nullptr ? filename : "");
         return -1;
     }
     const bool full = has_value(pf);
-    const bool written = !full || write_stream(stream, pf);
+    const bool written = !full || write_portions(pf, [&](std::string_view text) {
+        return morva::write_all(fd.get(), text.data(), text.size()) == 0;
+    });
     const int reason = errno;
-    const bool closed = std::fclose(stream) == 0;
+    const bool closed = ::close(fd.release()) == 0 || errno == EINTR;
     if (!written) errno = reason;
     if (!written || !closed) elog_log(1, "Can't close %s.\n", filename);
     return full && written && closed ? 0 : -1;
@@ -80,7 +85,10 @@ int pfwrite(const char* filename, Pf* pf) {
 
 int pfout(FILE* stream, Pf* pf) {
     if (stream == nullptr || !has_value(pf)) return -1;
-    if (write_stream(stream, pf)) return 0;
+    const auto send = [stream](std::string_view text) {
+        return std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+    };
+    if (write_portions(pf, send)) return 0;
     elog_log(1, "Can't write parameters to a stream.\n");
     return -1;
 }
