@@ -365,7 +365,7 @@ TEST_F(PfwriteAtomic, FailuresLeaveTheOldFile) {
 // The tree of a generation: many entries with its number.
 Tree generation(long n) {
     Tree tree = file({{"last", str(std::to_string(n).c_str())}});
-    for (int i = 0; i < 2000; ++i)
+    for (int i = 0; i < 500; ++i)
         setarr(tree->value.arr, std::to_string(i).c_str(), str(std::to_string(n).c_str()));
     return tree;
 }
@@ -388,7 +388,7 @@ TEST_F(PfwriteAtomic, KilledAtAnyInstantLeavesTheOldFileOrTheNew) {
         if (child == 0)
             for (long next = n + 1;; ++next)
                 if (write(generation(next)) != 0) ::_exit(1);
-        ::usleep(static_cast<useconds_t>(random() % 4000));
+        ::usleep(static_cast<useconds_t>(random() % 3000));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
         const long found = generation_in(path_);
