@@ -10,8 +10,11 @@
 // The functions return null, or why the tree is not to be written; then the walk ends.
 #pragma once
 
+#include <algorithm>
+
 #include "pf/pf.hpp"
 #include "pf/pfliteral.hpp"
+#include "pf/pfscout.hpp"
 
 namespace morva::pf {
 
@@ -62,8 +65,8 @@ class Writer {
         const Pf* node;
         std::size_t begin, next, end;
     };
-    static constexpr std::size_t kAhead = 6;  // entries between the steps of fetching
-    static constexpr long kFew = 8;           // entries that need no fetching
+    static constexpr std::size_t kWindow = 16;
+    static constexpr std::size_t kFew = 8;  // entries that need no fetching
 
     std::size_t level() const { return frames_.size() - bare_; }
     const char* put_next(Frame& frame);
@@ -72,12 +75,13 @@ class Writer {
     void open(const Pf* node);
     void close();
     void list_entries(const Pf* node);
-    void fetch(const Frame& frame) const;
+    void fetch(const Frame& frame);
     void put_indent();
 
     Output& out_;
     Vector<Frame> frames_;
     Vector<void*> entries_;  // of all frames: Node* from arrays, Pf* from lists
+    Scout scout_;
     bool bare_ = false;
 };
 
@@ -174,7 +178,7 @@ void Writer<Style>::list_entries(const Pf* node) {
         return append(items.data(), items.size());
     }
     Tree* tree = tree_of(node->value.arr);
-    if (tree->count <= kFew) {
+    if (tree->count <= static_cast<long>(kFew)) {
         for (Node* entry = first(tree); entry != nullptr; entry = next(tree, entry))
             entries_.push_back(entry);
         return;
@@ -184,20 +188,16 @@ void Writer<Style>::list_entries(const Pf* node) {
     freetbl(listing, nullptr);
 }
 
-// The entries of a large container are all over the memory: node, value and text of those to come
-// are asked for in three steps. A call would be left out by a compiler that sees no effect in it.
+// Fetches what stands a window ahead, at the beginning of each window.
 template <class Style>
-[[gnu::always_inline]] inline void Writer<Style>::fetch(const Frame& frame) const {
-    const bool array = frame.node->type != PFTBL;
-    const auto value_of = [array](void* entry) {
-        return static_cast<const Pf*>(array ? static_cast<const Node*>(entry)->value : entry);
-    };
-    const std::size_t text = frame.next + kAhead, value = text + kAhead, entry = value + kAhead;
-    if (entry < frame.end) __builtin_prefetch(entries_[entry]);
-    if (value < frame.end) __builtin_prefetch(value_of(entries_[value]));
-    if (text >= frame.end) return;
-    const Pf* node = value_of(entries_[text]);
-    if (node != nullptr) __builtin_prefetch(node->value.any);
+void Writer<Style>::fetch(const Frame& frame) {
+    const std::size_t done = frame.next - frame.begin;
+    if (done % kWindow != 0 || frame.end - frame.begin <= kFew) return;
+    const std::size_t from = done == 0 ? frame.next : frame.next + kWindow;
+    if (from >= frame.end) return;
+    const std::size_t most = done == 0 ? 2 * kWindow : kWindow;
+    scout_.fetch({entries_.data() + from, std::min(most, frame.end - from)},
+                 frame.node->type != PFTBL);
 }
 
 template <class Style>
