@@ -7,9 +7,8 @@
  *     pfput_int(pf, "count", 12);
  *     pffree(pf);
  *
- * A tree owns its nodes: freeing the root frees all of it. Every node, every string in it and every
- * function record is a block of its own from malloc, so that a caller may replace the string in a
- * node's value: free the old one, store a new one from malloc.
+ * A tree owns its nodes: freeing the root frees all of it. A node and its string need not be blocks
+ * of their own, since a reader makes many at once: pffree frees nodes, and pfset replaces strings.
  *
  * None of these functions needs stack in proportion to the depth of a tree.
  *
@@ -52,6 +51,7 @@ typedef struct Pffunct {
 /* A node. It owns its value and `expanded`. */
 struct Pf {
     int32_t type;
+    uint32_t place; /* the library's: where memory is shared with other nodes; 0 where it is not */
     union {
         void* any;
         char* string;   /* PFSTRING, PFUNDEFINED, PFINVALID, PFPLACEHOLDER; may be null */

@@ -6,6 +6,7 @@
 
 #include "base/diagnostics.hpp"
 #include "containers/arr.hpp"
+#include "pf/pfpool.hpp"
 
 namespace morva::pf {
 namespace {
@@ -59,7 +60,7 @@ void free_value(Pf* node, Doomed& doomed) {
         case PFSTRING:
         case PFINVALID:
         case PFEXEC_ERROR:
-            return std::free(node->value.string);
+            return free_string(node);
         case PFFUNCTION:
             return free_function(node->value.funct, doomed);
         default:
@@ -164,9 +165,10 @@ void empty(Pf* node, Doomed& doomed) {
 }
 
 void free_all(Doomed& doomed) {
+    NodeRelease memory;
     while (Pf* node = doomed.take()) {
         empty(node, doomed);
-        std::free(node);
+        memory.release(node);
     }
 }
 

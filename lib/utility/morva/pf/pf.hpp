@@ -27,10 +27,10 @@ inline long index_in(const char* key) {
 // A node of the type with every other field null. Containers and functions need a value, too.
 inline Pf* new_node(int type) {
     void* block = must_malloc(sizeof(Pf), "pf", Site{"pfnew", __LINE__, __FILE_NAME__});
-    return new (block) Pf{type, {nullptr}, nullptr, nullptr, nullptr};
+    return new (block) Pf{type, 0, {nullptr}, nullptr, nullptr, nullptr};
 }
 
-// A string of a node: a block of its own, since whoever owns the node may free and replace it.
+// A string of a node, in a block of its own.
 inline char* new_text(std::string_view text) {
     char* copy = static_cast<char*>(
         must_malloc(text.size() + 1, "pf->value.string", Site{"pfnew", __LINE__, __FILE_NAME__}));

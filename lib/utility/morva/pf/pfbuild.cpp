@@ -7,6 +7,7 @@
 #include "base/diagnostics.hpp"
 #include "containers/arr.hpp"
 #include "morva/pflex.h"
+#include "text/strings.hpp"
 
 namespace morva::pf {
 
@@ -43,33 +44,6 @@ void Messages::tell() const {
 
 namespace {
 
-// Room for the text of a value and its terminator.
-char* fix_String_buf(std::size_t length) {
-    return static_cast<char*>(must_malloc(length + 1, "String_buf", MORVA_HERE));
-}
-
-char* copied_text(std::string_view text) {
-    char* copy = fix_String_buf(text.size());
-    if (!text.empty()) std::memcpy(copy, text.data(), text.size());
-    copy[text.size()] = '\0';
-    return copy;
-}
-
-// The text of a value that has escapes.
-char* resolved_text(const Value& value) {
-    char* room = fix_String_buf(value.where.text().size());
-    const std::string_view text = value_text(value, room);
-    std::memmove(room, text.data(), text.size());
-    room[text.size()] = '\0';
-    return room;
-}
-
-Pf* string_node(char* text) {
-    Pf* node = new_node(PFSTRING);
-    node->value.string = text;
-    return node;
-}
-
 // True for the functions that are evaluated relative to the file they stand in.
 bool needs_source(std::string_view function) {
     return function.starts_with("&filename(") || function.starts_with("&file(");
@@ -87,9 +61,24 @@ void TreeBuilder::key(const Key& key) {
 }
 
 void TreeBuilder::value(const Value& value) {
-    char* text = value.escaped ? resolved_text(value) : copied_text(value.where.text());
-    if (value.ampersand) warn_of_openers(text);
-    add(string_node(text));
+    Pf* node = value.escaped ? resolved_node(value) : string_node(value.where.text());
+    if (value.ampersand) warn_of_openers(node->value.string);
+    add(node);
+}
+
+inline Pf* TreeBuilder::string_node(std::string_view text) {
+    Pf* node = nodes_.make(PFSTRING, text.size() + 1);
+    copy_text(node->value.string, text.data(), text.size());
+    node->value.string[text.size()] = '\0';
+    return node;
+}
+
+Pf* TreeBuilder::resolved_node(const Value& value) {
+    Pf* node = nodes_.make(PFSTRING, value.where.text().size() + 1);
+    const std::string_view text = value_text(value, node->value.string);
+    std::memmove(node->value.string, text.data(), text.size());
+    node->value.string[text.size()] = '\0';
+    return node;
 }
 
 void TreeBuilder::warn_of_openers(const char* text) {
@@ -100,11 +89,13 @@ void TreeBuilder::warn_of_openers(const char* text) {
 }
 
 void TreeBuilder::literal(const Literal& literal) {
-    add(string_node(copied_text(literal.text)));
+    add(string_node(literal.text));
 }
 
 void TreeBuilder::function(const Span& where) {
-    Pf* node = new_function_node(where.text());
+    Pf* node = nodes_.make(PFFUNCTION);
+    node->value.funct = new_function_record();
+    node->value.funct->text = new_text(where.text());
     if (needs_source(where.text())) {
         node->value.funct->result = new_array_node(PFFILE);
         node->value.funct->result->filename = source_;
@@ -117,8 +108,14 @@ void TreeBuilder::undef(const Span&) {
     pffree(static_cast<Pf*>(delarr(current_->value.arr, String(pending_).c_str())));
 }
 
-Pf* TreeBuilder::new_block(Block block) const {
-    return block == Block::kList ? new_list_node() : new_array_node();
+Pf* TreeBuilder::new_block(Block block) {
+    const bool list = block == Block::kList;
+    Pf* node = nodes_.make(list ? PFTBL : PFARR);
+    if (list)
+        node->value.tbl = newtbl(0);
+    else
+        node->value.arr = newarr(nullptr);
+    return node;
 }
 
 void TreeBuilder::open(const Span&, Block block) {

@@ -5,6 +5,7 @@
 
 #include "base/memory.hpp"
 #include "pf/pf.hpp"
+#include "pf/pfpool.hpp"
 #include "pf/pfscan.hpp"
 
 namespace morva::pf {
@@ -32,9 +33,9 @@ class Messages {
 
 class TreeBuilder {
   public:
-    // `root` is an array; `source` is a lasting name.
-    TreeBuilder(Pf* root, char* source, Messages& messages)
-        : current_(root), source_(source), messages_(messages) {}
+    // `root` is an array, `length` that of the text, `source` a lasting name.
+    TreeBuilder(Pf* root, std::size_t length, char* source, Messages& messages)
+        : nodes_(kNodeBytes * length), current_(root), source_(source), messages_(messages) {}
 
     void key(const Key& key);
     void value(const Value& value);
@@ -49,11 +50,17 @@ class TreeBuilder {
     void endless(const Span&) {}
 
   private:
-    Pf* new_block(Block block) const;
+    // What a byte of text becomes.
+    static constexpr std::size_t kNodeBytes = 3;
+
+    Pf* string_node(std::string_view text);
+    Pf* resolved_node(const Value& value);
+    Pf* new_block(Block block);
     void add(Pf* node);
     void replaced(Pf* old);
     void warn_of_openers(const char* text);
 
+    NodeMaker nodes_;
     Pf* current_;
     std::string_view pending_;  // key
     long key_line_ = 0;

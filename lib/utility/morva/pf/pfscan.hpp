@@ -14,6 +14,7 @@
 // then the key gets nothing. Comments, blank lines and what is ignored behind a token are not told.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -98,6 +99,8 @@ enum : std::uint8_t {
     kZero = 16,
     kDigit = 32,
     kNameStart = 64,  // letter, underscore
+    kAmpersand = 128,
+    kSpecial = kNewline | kHash | kBackslash | kZero | kAmpersand,
 };
 struct Classes {
     std::uint8_t of[256] = {};
@@ -107,6 +110,7 @@ struct Classes {
         of['#'] = kHash;
         of['\\'] = kBackslash;
         of['\0'] = kZero;
+        of['&'] = kAmpersand;
         of['_'] = kNameStart;
         for (int i = 0; i < 26; ++i) of['a' + i] = of['A' + i] = kNameStart;
         for (int i = '0'; i <= '9'; ++i) of[i] = kDigit;
@@ -116,6 +120,12 @@ inline constexpr Classes kClasses;
 
 inline bool is(char c, int classes) {
     return (kClasses.of[static_cast<unsigned char>(c)] & classes) != 0;
+}
+
+// The place in memory of the first byte of a word that is not zero.
+inline int first_byte(std::uint64_t word) {
+    const bool little = std::endian::native == std::endian::little;
+    return (little ? std::countr_zero(word) : std::countl_zero(word)) / 8;
 }
 
 // The first byte of [at, end) that can end or change a value (newline, "#", backslash, "&" or
@@ -129,9 +139,10 @@ inline const char* find_special(const char* at, const char* end) {
             (block == '\n') | (block == '#') | (block == '&') | (block == '\\') | (block == '\0');
         std::uint64_t halves[2];
         std::memcpy(halves, &hits, sizeof halves);
-        if ((halves[0] | halves[1]) != 0) break;
+        if (halves[0] != 0) return at + first_byte(halves[0]);
+        if (halves[1] != 0) return at + 8 + first_byte(halves[1]);
     }
-    while (at != end && !is(*at, kNewline | kHash | kBackslash | kZero) && *at != '&') ++at;
+    while (at != end && !is(*at, kSpecial)) ++at;
     return at;
 }
 
