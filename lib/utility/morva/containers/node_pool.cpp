@@ -14,9 +14,11 @@ void NodePool::use_chunk() {
     nodes_start_ -= reinterpret_cast<std::uintptr_t>(nodes_start_) % kCacheLine;
 }
 
-void NodePool::add_chunk() {
-    const std::size_t size =
-        chunks_ == nullptr ? kFirstChunk : std::min(2 * chunks_->size, kLargestChunk);
+std::size_t NodePool::next_chunk() const {
+    return chunks_ == nullptr ? kFirstChunk : std::min(2 * chunks_->size, kLargestChunk);
+}
+
+void NodePool::add_chunk(std::size_t size) {
     auto* chunk = static_cast<Chunk*>(must_malloc(size, "rbnode", MORVA_HERE));
     chunk->next = chunks_;
     chunk->size = size;
@@ -29,9 +31,15 @@ Node* NodePool::take_node() {
         free_nodes_ = block->next;
         return reinterpret_cast<Node*>(block);
     }
-    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(sizeof(Node))) add_chunk();
+    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(sizeof(Node)))
+        add_chunk(next_chunk());
     nodes_start_ -= sizeof(Node);
     return reinterpret_cast<Node*>(nodes_start_);
+}
+
+void NodePool::reserve(std::size_t bytes) {
+    if (nodes_start_ - keys_end_ >= static_cast<std::ptrdiff_t>(bytes)) return;
+    add_chunk(std::min(bytes + sizeof(Chunk) + kCacheLine, kLargestChunk));
 }
 
 void NodePool::give_node(Node* node) {
@@ -41,14 +49,14 @@ void NodePool::give_node(Node* node) {
 }
 
 char* NodePool::take_key(std::size_t bytes, std::uint16_t* room) {
-    const std::size_t rounded = (bytes + kKeyStep - 1) / kKeyStep * kKeyStep;
+    const std::size_t rounded = key_bytes(bytes);
     *room = static_cast<std::uint16_t>(rounded);
     FreeBlock*& free_list = free_keys_[rounded / kKeyStep - 1];
     if (FreeBlock* block = free_list; block != nullptr) {
         free_list = block->next;
         return reinterpret_cast<char*>(block);
     }
-    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(rounded)) add_chunk();
+    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(rounded)) add_chunk(next_chunk());
     char* key = keys_end_;
     keys_end_ += rounded;
     return key;

@@ -36,6 +36,14 @@ class NodePool {
     char* take_key(std::size_t bytes, std::uint16_t* room);
     void give_key(void* key, std::uint16_t room);
 
+    // Room for nodes and keys that take so many bytes, as one chunk when a chunk may be that large.
+    void reserve(std::size_t bytes);
+
+    // What a key takes, its terminator counted in `bytes`.
+    static std::size_t key_bytes(std::size_t bytes) {
+        return bytes > kLargestKey ? 0 : (bytes + kKeyStep - 1) / kKeyStep * kKeyStep;
+    }
+
     // Forgets every node and key. Keeps the first, smallest chunk for the next ones.
     void reset();
     void release();
@@ -53,7 +61,8 @@ class NodePool {
     static constexpr std::size_t kFirstChunk = 400;  // some four nodes with their keys
     static constexpr std::size_t kLargestChunk = 2 << 20;
 
-    void add_chunk();
+    std::size_t next_chunk() const;
+    void add_chunk(std::size_t size);
     void use_chunk();
 
     Chunk* chunks_;  // the newest first

@@ -55,9 +55,12 @@ void TreeBuilder::key(const Key& key) {
     pending_ = key.text;
     key_line_ = key.where.line;
     const bool in_text = key.text.data() >= key.where.begin && key.text.data() < key.where.end;
-    if (in_text) return;
-    std::memcpy(resolved_, key.text.data(), key.text.size());
-    pending_ = {resolved_, key.text.size()};
+    if (in_text) [[likely]]
+        return;
+    char* copy = static_cast<char*>(must_malloc(key.text.size() + 1, "key", MORVA_HERE));
+    std::memcpy(copy, key.text.data(), key.text.size());
+    resolved_keys_.emplace_back(copy);
+    pending_ = {copy, key.text.size()};
 }
 
 void TreeBuilder::value(const Value& value) {
@@ -103,9 +106,17 @@ void TreeBuilder::function(const Span& where) {
     add(node);
 }
 
+// Among gathered entries, one without a node takes away those of its key that came before it.
 void TreeBuilder::undef(const Span&) {
-    if (current_->type == PFTBL) return pffree(static_cast<Pf*>(poptbl(current_->value.tbl)));
-    pffree(static_cast<Pf*>(delarr(current_->value.arr, String(pending_).c_str())));
+    Pf* container = current_.node;
+    switch (current_.way) {
+        case Way::kList:
+            return pffree(static_cast<Pf*>(poptbl(container->value.tbl)));
+        case Way::kGathered:
+            return gather(nullptr);
+        case Way::kAtOnce:
+            pffree(static_cast<Pf*>(delarr(container->value.arr, String(pending_).c_str())));
+    }
 }
 
 Pf* TreeBuilder::new_block(Block block) {
@@ -121,7 +132,7 @@ Pf* TreeBuilder::new_block(Block block) {
 void TreeBuilder::open(const Span&, Block block) {
     Pf* node = new_block(block);
     add(node);
-    current_ = node;
+    enter(node);
 }
 
 void TreeBuilder::too_deep(const Span& where, Block block) {
@@ -135,21 +146,82 @@ void TreeBuilder::stray_close(const Span& where) {
                      source_);
 }
 
-void TreeBuilder::add(Pf* node) {
-    node->parent = current_;
+void TreeBuilder::enter(Pf* node) {
+    if (level_ >= 0) enclosing_[level_] = current_;
+    ++level_;
+    Way way = Way::kList;
+    if (node->type != PFTBL) {
+        const Tree* tree = tree_of(node->value.arr);
+        const bool fresh = tree->count == 0 && orders_text(tree) && Pf_show_replacements == 0;
+        way = fresh ? Way::kGathered : Way::kAtOnce;
+    }
+    current_ = {node, way, true, entries_.size()};
+}
+
+void TreeBuilder::leave() {
+    if (current_.way == Way::kGathered) fill();
+    if (level_-- > 0) current_ = enclosing_[level_];
+}
+
+void TreeBuilder::finish() {
+    while (level_ >= 0) leave();
+}
+
+inline void TreeBuilder::add(Pf* node) {
+    node->parent = current_.node;
     node->filename = source_;
-    if (current_->type == PFTBL) {
-        pushtbl(current_->value.tbl, node);
-    } else if (void* old = put_key(current_->value.arr, pending_, node); old != nullptr) {
-        replaced(static_cast<Pf*>(old));
+    switch (current_.way) {
+        case Way::kList:
+            pushtbl(current_.node->value.tbl, node);
+            return;
+        case Way::kGathered:
+            return gather(node);
+        case Way::kAtOnce:
+            return put(node);
     }
 }
 
-void TreeBuilder::replaced(Pf* old) {
+void TreeBuilder::gather(Pf* node) {
+    const ArrayEntry& entry = entries_.emplace_back(pending_, entries_.size(), node);
+    if (entries_.size() - current_.first > 1 && compare_keys((&entry)[-1], entry) >= 0)
+        current_.sorted = false;
+}
+
+void TreeBuilder::put(Pf* node) {
+    Pf* old = static_cast<Pf*>(put_key(current_.node->value.arr, pending_, node));
+    if (old == nullptr) return;
     if (Pf_show_replacements != 0)
         std::fprintf(stderr, "replacing key '%.*s' at line #%ld of %s\n",
                      static_cast<int>(pending_.size()), pending_.data(), key_line_, source_);
     pffree(old);
+}
+
+namespace {
+
+// Leaves of each run of entries with the same key the last one, if it has a node, and frees the
+// nodes of the others. Returns how many are left.
+std::size_t drop_replaced(std::span<ArrayEntry> entries) {
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const bool last = i + 1 == entries.size() || compare_keys(entries[i], entries[i + 1]) != 0;
+        if (!last)
+            pffree(static_cast<Pf*>(entries[i].value));
+        else if (entries[i].value != nullptr)
+            entries[kept++] = entries[i];
+    }
+    return kept;
+}
+
+}  // namespace
+
+void TreeBuilder::fill() {
+    std::span<ArrayEntry> entries = std::span(entries_).subspan(current_.first);
+    malloced<ArrayEntry> room;
+    if (!current_.sorted) entries = sort_entries(entries, room);
+    // An entry without a node may stand alone.
+    entries = entries.first(drop_replaced(entries));
+    fill_array(current_.node->value.arr, entries);
+    entries_.erase(entries_.begin() + static_cast<long>(current_.first), entries_.end());
 }
 
 }  // namespace morva::pf

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "base/memory.hpp"
+#include "containers/arr_fill.hpp"
 #include "pf/pf.hpp"
 #include "pf/pfpool.hpp"
 #include "pf/pfscan.hpp"
@@ -35,7 +36,9 @@ class TreeBuilder {
   public:
     // `root` is an array, `length` that of the text, `source` a lasting name.
     TreeBuilder(Pf* root, std::size_t length, char* source, Messages& messages)
-        : nodes_(kNodeBytes * length), current_(root), source_(source), messages_(messages) {}
+        : nodes_(kNodeBytes * length), source_(source), messages_(messages) {
+        enter(root);
+    }
 
     void key(const Key& key);
     void value(const Value& value);
@@ -43,30 +46,50 @@ class TreeBuilder {
     void function(const Span& where);
     void undef(const Span&);
     void open(const Span& where, Block block);
-    void close(const Span&) { current_ = current_->parent; }
+    void close(const Span&) { leave(); }
     void end_marker(const Span&) {}
     void too_deep(const Span& where, Block block);
     void stray_close(const Span& where);
     void endless(const Span&) {}
 
+    // Ends the blocks that are still open, and the root. The text must still be there.
+    void finish();
+
   private:
+    // How entries get into a container. Those of a new array are gathered and put in together when
+    // it ends; those of an array that has some already, or whose replacements are told, at once.
+    enum class Way { kList, kGathered, kAtOnce };
+    struct Container {
+        Pf* node;
+        Way way;
+        bool sorted;        // the keys gathered so far ascend
+        std::size_t first;  // of its entries among those gathered
+    };
+
     // What a byte of text becomes.
     static constexpr std::size_t kNodeBytes = 3;
 
     Pf* string_node(std::string_view text);
     Pf* resolved_node(const Value& value);
     Pf* new_block(Block block);
+    void enter(Pf* node);
+    void leave();
     void add(Pf* node);
-    void replaced(Pf* old);
+    void gather(Pf* node);
+    void put(Pf* node);
+    void fill();
     void warn_of_openers(const char* text);
 
     NodeMaker nodes_;
-    Pf* current_;
-    std::string_view pending_;  // key
+    Container current_;
+    Container enclosing_[kDeepest + 1];
+    int level_ = -1;
+    Vector<ArrayEntry> entries_;            // of all containers that gather, the innermost last
+    Vector<malloced<char>> resolved_keys_;  // keys of entries that do not stand in the text
+    std::string_view pending_;              // the key
     long key_line_ = 0;
     char* source_;
     Messages& messages_;
-    char resolved_[kLongestKey];  // holds the pending key when the text does not
 };
 
 }  // namespace morva::pf

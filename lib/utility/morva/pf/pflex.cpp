@@ -93,6 +93,7 @@ int build(std::string_view text, const Source& source, Pf** pf, Messages& messag
     root->type = PFARR;
     TreeBuilder builder(root, text.size(), name, messages);
     const Ending ending = scan(text, builder);
+    builder.finish();
     root->type = PFFILE;
     if (ending.level != 0) tell_of_open_blocks(source, ending, text, messages);
     return ending.clean && ending.level == 0 ? 0 : kFailed;

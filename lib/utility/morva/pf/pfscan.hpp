@@ -105,15 +105,20 @@ enum : std::uint8_t {
 struct Classes {
     std::uint8_t of[256] = {};
     constexpr Classes() {
-        of[' '] = of['\t'] = kBlank;
-        of['\n'] = kNewline;
-        of['#'] = kHash;
-        of['\\'] = kBackslash;
-        of['\0'] = kZero;
-        of['&'] = kAmpersand;
-        of['_'] = kNameStart;
-        for (int i = 0; i < 26; ++i) of['a' + i] = of['A' + i] = kNameStart;
-        for (int i = '0'; i <= '9'; ++i) of[i] = kDigit;
+        using namespace std::string_view_literals;
+        set(" \t"sv, kBlank);
+        set("\n"sv, kNewline);
+        set("#"sv, kHash);
+        set("\\"sv, kBackslash);
+        set("\0"sv, kZero);
+        set("&"sv, kAmpersand);
+        set("0123456789"sv, kDigit);
+        set("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_"sv, kNameStart);
+    }
+
+  private:
+    constexpr void set(std::string_view characters, std::uint8_t bit) {
+        for (const char c : characters) of[static_cast<unsigned char>(c)] = bit;
     }
 };
 inline constexpr Classes kClasses;
@@ -377,7 +382,8 @@ class Scanner {
         const std::string_view text{parts.text, static_cast<std::size_t>(text_end - parts.text)};
         sink_.literal(Literal{span(begin, parts.closed), text});
         line_ += count_newlines(begin, parts.closed);
-        skip_line(parts.closed);
+        at_ = parts.closed;
+        if (at_[-1] != '\n') skip_line(at_);  // a newline may be what closes
         return true;
     }
 

@@ -1,0 +1,120 @@
+#include "containers/arr_fill.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+#include "containers/redblack.hpp"
+
+namespace morva {
+namespace {
+
+bool comes_before(const ArrayEntry& a, const ArrayEntry& b) {
+    const int order = compare_keys(a, b);
+    return order != 0 ? order < 0 : a.number < b.number;
+}
+
+// Entries dealt out by the first bits in which their keys differ, so that what remains to be sorted
+// is in small runs that stay in the cache.
+class Buckets {
+  public:
+    explicit Buckets(std::span<const ArrayEntry> entries) {
+        std::uint64_t differing = 0;
+        for (const ArrayEntry& entry : entries) differing |= entry.head ^ entries[0].head;
+        shift_ = std::max(0, static_cast<int>(std::bit_width(differing)) - kBits);
+        for (const ArrayEntry& entry : entries) ++ends_[bucket_of(entry)];
+        std::uint32_t end = 0;
+        for (std::uint32_t& count : ends_) end += std::exchange(count, end);
+    }
+
+    void deal(std::span<const ArrayEntry> entries, ArrayEntry* to) {
+        for (const ArrayEntry& entry : entries) to[ends_[bucket_of(entry)]++] = entry;
+        std::uint32_t begin = 0;
+        for (const std::uint32_t end : ends_) {
+            std::sort(to + begin, to + end, comes_before);
+            begin = end;
+        }
+    }
+
+  private:
+    static constexpr int kBits = 12;
+
+    std::size_t bucket_of(const ArrayEntry& entry) const {
+        return entry.head >> shift_ & ((std::size_t{1} << kBits) - 1);
+    }
+
+    int shift_;
+    std::uint32_t ends_[std::size_t{1} << kBits] = {};  // before dealing, where buckets begin
+};
+
+// Makes a balanced tree of entries: every level but the last is full, and the nodes of the last are
+// red.
+class Filler {
+  public:
+    Filler(Tree* tree, std::span<const ArrayEntry> entries)
+        : tree_(tree),
+          entries_(entries),
+          red_level_(static_cast<int>(std::bit_width(entries.size() + 1)) - 1) {}
+
+    Node* subtree(std::size_t begin, std::size_t end, Node* parent, int level) const {
+        if (begin == end) return &tree_->nil;
+        const std::size_t middle = begin + (end - begin) / 2;
+        Node* node = tree_->pool.take_node();
+        node->child[kLeft] = subtree(begin, middle, node, level + 1);
+        set_entry(node, entries_[middle]);
+        node->parent = parent;
+        node->red = level == red_level_;
+        node->child[kRight] = subtree(middle + 1, end, node, level + 1);
+        return node;
+    }
+
+  private:
+    void set_entry(Node* node, const ArrayEntry& entry) const {
+        node->head = entry.head;
+        node->tail = entry.tail;
+        node->short_length =
+            static_cast<std::uint16_t>(entry.length <= kKeyPrefix ? entry.length : kKeyPrefix + 1);
+        node->value = entry.value;
+        node->key_room = 0;
+        char* key = nullptr;
+        if (entry.length < NodePool::kLargestKey) {
+            key = tree_->pool.take_key(entry.length + 1, &node->key_room);
+        } else {
+            key = static_cast<char*>(must_malloc(entry.length + 1, "key", MORVA_HERE));
+            ++tree_->unpooled;
+        }
+        std::memcpy(key, entry.text, entry.length);
+        key[entry.length] = '\0';
+        node->key = key;
+    }
+
+    Tree* tree_;
+    std::span<const ArrayEntry> entries_;
+    int red_level_;
+};
+
+}  // namespace
+
+std::span<ArrayEntry> sort_entries(std::span<ArrayEntry> entries, malloced<ArrayEntry>& room) {
+    constexpr std::size_t kFew = 1000;
+    if (entries.size() <= kFew) {
+        std::sort(entries.begin(), entries.end(), comes_before);
+        return entries;
+    }
+    room.reset(static_cast<ArrayEntry*>(must_malloc(entries.size_bytes(), "scratch", MORVA_HERE)));
+    Buckets(entries).deal(entries, room.get());
+    return {room.get(), entries.size()};
+}
+
+void fill_array(Arr* arr, std::span<const ArrayEntry> entries) {
+    if (entries.empty()) return;
+    Tree* tree = tree_of(arr);
+    std::size_t bytes = entries.size() * sizeof(Node);
+    for (const ArrayEntry& entry : entries) bytes += NodePool::key_bytes(entry.length + 1);
+    tree->pool.reserve(bytes);
+    tree->root = Filler(tree, entries).subtree(0, entries.size(), &tree->nil, 0);
+    tree->root->red = 0;
+    tree->count = static_cast<long>(entries.size());
+}
+
+}  // namespace morva
