@@ -21,7 +21,10 @@ class Buckets {
     explicit Buckets(std::span<const ArrayEntry> entries) {
         std::uint64_t differing = 0;
         for (const ArrayEntry& entry : entries) differing |= entry.head ^ entries[0].head;
-        shift_ = std::max(0, static_cast<int>(std::bit_width(differing)) - kBits);
+        const int bits = std::min<int>(kMostBits, static_cast<int>(std::bit_width(entries.size())));
+        shift_ = std::max(0, static_cast<int>(std::bit_width(differing)) - bits);
+        mask_ = (std::size_t{1} << bits) - 1;
+        ends_.resize(mask_ + 1);
         for (const ArrayEntry& entry : entries) ++ends_[bucket_of(entry)];
         std::uint32_t end = 0;
         for (std::uint32_t& count : ends_) end += std::exchange(count, end);
@@ -37,14 +40,13 @@ class Buckets {
     }
 
   private:
-    static constexpr int kBits = 12;
+    static constexpr int kMostBits = 14;
 
-    std::size_t bucket_of(const ArrayEntry& entry) const {
-        return entry.head >> shift_ & ((std::size_t{1} << kBits) - 1);
-    }
+    std::size_t bucket_of(const ArrayEntry& entry) const { return entry.head >> shift_ & mask_; }
 
     int shift_;
-    std::uint32_t ends_[std::size_t{1} << kBits] = {};  // before dealing, where buckets begin
+    std::size_t mask_;
+    Vector<std::uint32_t> ends_;  // before dealing, where buckets begin
 };
 
 // Makes a balanced tree of entries: every level but the last is full, and the nodes of the last are
@@ -96,7 +98,7 @@ class Filler {
 }  // namespace
 
 std::span<ArrayEntry> sort_entries(std::span<ArrayEntry> entries, malloced<ArrayEntry>& room) {
-    constexpr std::size_t kFew = 1000;
+    constexpr std::size_t kFew = 64;
     if (entries.size() <= kFew) {
         std::sort(entries.begin(), entries.end(), comes_before);
         return entries;

@@ -26,17 +26,6 @@ void NodePool::add_chunk(std::size_t size) {
     use_chunk();
 }
 
-Node* NodePool::take_node() {
-    if (FreeBlock* block = free_nodes_; block != nullptr) {
-        free_nodes_ = block->next;
-        return reinterpret_cast<Node*>(block);
-    }
-    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(sizeof(Node)))
-        add_chunk(next_chunk());
-    nodes_start_ -= sizeof(Node);
-    return reinterpret_cast<Node*>(nodes_start_);
-}
-
 void NodePool::reserve(std::size_t bytes) {
     if (nodes_start_ - keys_end_ >= static_cast<std::ptrdiff_t>(bytes)) return;
     add_chunk(std::min(bytes + sizeof(Chunk) + kCacheLine, kLargestChunk));
@@ -46,20 +35,6 @@ void NodePool::give_node(Node* node) {
     auto* block = reinterpret_cast<FreeBlock*>(node);
     block->next = free_nodes_;
     free_nodes_ = block;
-}
-
-char* NodePool::take_key(std::size_t bytes, std::uint16_t* room) {
-    const std::size_t rounded = key_bytes(bytes);
-    *room = static_cast<std::uint16_t>(rounded);
-    FreeBlock*& free_list = free_keys_[rounded / kKeyStep - 1];
-    if (FreeBlock* block = free_list; block != nullptr) {
-        free_list = block->next;
-        return reinterpret_cast<char*>(block);
-    }
-    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(rounded)) add_chunk(next_chunk());
-    char* key = keys_end_;
-    keys_end_ += rounded;
-    return key;
 }
 
 void NodePool::give_key(void* key, std::uint16_t room) {

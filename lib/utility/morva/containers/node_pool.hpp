@@ -72,4 +72,29 @@ class NodePool {
     FreeBlock* free_keys_[kLargestKey / kKeyStep];
 };
 
+inline Node* NodePool::take_node() {
+    if (FreeBlock* block = free_nodes_; block != nullptr) {
+        free_nodes_ = block->next;
+        return reinterpret_cast<Node*>(block);
+    }
+    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(sizeof(Node)))
+        add_chunk(next_chunk());
+    nodes_start_ -= sizeof(Node);
+    return reinterpret_cast<Node*>(nodes_start_);
+}
+
+inline char* NodePool::take_key(std::size_t bytes, std::uint16_t* room) {
+    const std::size_t rounded = key_bytes(bytes);
+    *room = static_cast<std::uint16_t>(rounded);
+    FreeBlock*& free_list = free_keys_[rounded / kKeyStep - 1];
+    if (FreeBlock* block = free_list; block != nullptr) {
+        free_list = block->next;
+        return reinterpret_cast<char*>(block);
+    }
+    if (nodes_start_ - keys_end_ < static_cast<std::ptrdiff_t>(rounded)) add_chunk(next_chunk());
+    char* key = keys_end_;
+    keys_end_ += rounded;
+    return key;
+}
+
 }  // namespace morva

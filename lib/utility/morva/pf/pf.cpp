@@ -11,12 +11,17 @@
 namespace morva::pf {
 namespace {
 
-// Nodes to be freed, linked through their parent fields, so that freeing takes no memory.
+// Nodes to be freed. Strings go at once; the others are linked through their parent fields until
+// their turn comes, so that freeing takes no memory.
 class Doomed {
   public:
     void add(void* item) {
         Pf* node = static_cast<Pf*>(item);
         if (node == nullptr) return;
+        if (node->type == PFSTRING) {
+            free_string(node);
+            return release(node);
+        }
         node->parent = first_;
         first_ = node;
     }
@@ -25,14 +30,28 @@ class Doomed {
         if (node != nullptr) first_ = node->parent;
         return node;
     }
+    // Frees a node whose value is freed.
+    void release(Pf* node) {
+        std::free(node->expanded);
+        memory_.release(node);
+    }
 
   private:
     Pf* first_ = nullptr;
+    NodeRelease memory_;
 };
 
+// Entries of a large array are all over the memory: each is asked for some time before its turn.
 void free_array(Arr* arr, Doomed& doomed) {
     if (arr == nullptr) return;
-    for_each_node_upwards(tree_of(arr), [&](const Node* entry) { doomed.add(entry->value); });
+    constexpr std::size_t kAhead = 16;
+    void* waiting[kAhead] = {};
+    std::size_t entries = 0;
+    for_each_node_upwards(tree_of(arr), [&](const Node* entry) {
+        __builtin_prefetch(entry->value);
+        doomed.add(std::exchange(waiting[entries++ % kAhead], entry->value));
+    });
+    for (void* value : waiting) doomed.add(value);
     freearr(arr, nullptr);
 }
 
@@ -158,17 +177,10 @@ int compare_nodes(Pf* a, Pf* b, Pairs<Pf*>& to_compare) {
     return -1;
 }
 
-// Frees the value and the expansion of a node.
-void empty(Pf* node, Doomed& doomed) {
-    free_value(node, doomed);
-    std::free(node->expanded);
-}
-
 void free_all(Doomed& doomed) {
-    NodeRelease memory;
     while (Pf* node = doomed.take()) {
-        empty(node, doomed);
-        memory.release(node);
+        free_value(node, doomed);
+        doomed.release(node);
     }
 }
 
@@ -176,7 +188,8 @@ void free_all(Doomed& doomed) {
 
 void clear_node(Pf* node) {
     Doomed doomed;
-    empty(node, doomed);
+    free_value(node, doomed);
+    std::free(node->expanded);
     node->value.any = nullptr;
     node->expanded = nullptr;
     free_all(doomed);

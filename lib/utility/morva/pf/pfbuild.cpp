@@ -7,7 +7,6 @@
 #include "base/diagnostics.hpp"
 #include "containers/arr.hpp"
 #include "morva/pflex.h"
-#include "text/strings.hpp"
 
 namespace morva::pf {
 
@@ -51,29 +50,12 @@ bool needs_source(std::string_view function) {
 
 }  // namespace
 
-void TreeBuilder::key(const Key& key) {
-    pending_ = key.text;
-    key_line_ = key.where.line;
-    const bool in_text = key.text.data() >= key.where.begin && key.text.data() < key.where.end;
-    if (in_text) [[likely]]
-        return;
-    char* copy = static_cast<char*>(must_malloc(key.text.size() + 1, "key", MORVA_HERE));
-    std::memcpy(copy, key.text.data(), key.text.size());
+// The key is gone after the call of the scanner, the entry may wait for its block to end.
+void TreeBuilder::keep_key() {
+    char* copy = static_cast<char*>(must_malloc(pending_.size() + 1, "key", MORVA_HERE));
+    std::memcpy(copy, pending_.data(), pending_.size());
     resolved_keys_.emplace_back(copy);
-    pending_ = {copy, key.text.size()};
-}
-
-void TreeBuilder::value(const Value& value) {
-    Pf* node = value.escaped ? resolved_node(value) : string_node(value.where.text());
-    if (value.ampersand) warn_of_openers(node->value.string);
-    add(node);
-}
-
-inline Pf* TreeBuilder::string_node(std::string_view text) {
-    Pf* node = nodes_.make(PFSTRING, text.size() + 1);
-    copy_text(node->value.string, text.data(), text.size());
-    node->value.string[text.size()] = '\0';
-    return node;
+    pending_ = {copy, pending_.size()};
 }
 
 Pf* TreeBuilder::resolved_node(const Value& value) {
@@ -113,6 +95,7 @@ void TreeBuilder::undef(const Span&) {
         case Way::kList:
             return pffree(static_cast<Pf*>(poptbl(container->value.tbl)));
         case Way::kGathered:
+            current_.sorted = false;  // it may be the only one of its key
             return gather(nullptr);
         case Way::kAtOnce:
             pffree(static_cast<Pf*>(delarr(container->value.arr, String(pending_).c_str())));
@@ -167,26 +150,6 @@ void TreeBuilder::finish() {
     while (level_ >= 0) leave();
 }
 
-inline void TreeBuilder::add(Pf* node) {
-    node->parent = current_.node;
-    node->filename = source_;
-    switch (current_.way) {
-        case Way::kList:
-            pushtbl(current_.node->value.tbl, node);
-            return;
-        case Way::kGathered:
-            return gather(node);
-        case Way::kAtOnce:
-            return put(node);
-    }
-}
-
-void TreeBuilder::gather(Pf* node) {
-    const ArrayEntry& entry = entries_.emplace_back(pending_, entries_.size(), node);
-    if (entries_.size() - current_.first > 1 && compare_keys((&entry)[-1], entry) >= 0)
-        current_.sorted = false;
-}
-
 void TreeBuilder::put(Pf* node) {
     Pf* old = static_cast<Pf*>(put_key(current_.node->value.arr, pending_, node));
     if (old == nullptr) return;
@@ -217,9 +180,10 @@ std::size_t drop_replaced(std::span<ArrayEntry> entries) {
 void TreeBuilder::fill() {
     std::span<ArrayEntry> entries = std::span(entries_).subspan(current_.first);
     malloced<ArrayEntry> room;
-    if (!current_.sorted) entries = sort_entries(entries, room);
-    // An entry without a node may stand alone.
-    entries = entries.first(drop_replaced(entries));
+    if (!current_.sorted) {
+        entries = sort_entries(entries, room);
+        entries = entries.first(drop_replaced(entries));
+    }
     fill_array(current_.node->value.arr, entries);
     entries_.erase(entries_.begin() + static_cast<long>(current_.first), entries_.end());
 }

@@ -8,6 +8,7 @@
 #include "pf/pf.hpp"
 #include "pf/pfpool.hpp"
 #include "pf/pfscan.hpp"
+#include "text/strings.hpp"
 
 namespace morva::pf {
 
@@ -62,7 +63,7 @@ class TreeBuilder {
     struct Container {
         Pf* node;
         Way way;
-        bool sorted;        // the keys gathered so far ascend
+        bool sorted;        // the keys gathered so far ascend, each with a node
         std::size_t first;  // of its entries among those gathered
     };
 
@@ -78,6 +79,7 @@ class TreeBuilder {
     void gather(Pf* node);
     void put(Pf* node);
     void fill();
+    void keep_key();
     void warn_of_openers(const char* text);
 
     NodeMaker nodes_;
@@ -91,5 +93,48 @@ class TreeBuilder {
     char* source_;
     Messages& messages_;
 };
+
+// What is done for every entry.
+
+inline void TreeBuilder::key(const Key& key) {
+    pending_ = key.text;
+    key_line_ = key.where.line;
+    const bool in_text = key.text.data() >= key.where.begin && key.text.data() < key.where.end;
+    if (!in_text) [[unlikely]]
+        keep_key();
+}
+
+inline Pf* TreeBuilder::string_node(std::string_view text) {
+    Pf* node = nodes_.make(PFSTRING, text.size() + 1);
+    copy_text(node->value.string, text.data(), text.size());
+    node->value.string[text.size()] = '\0';
+    return node;
+}
+
+inline void TreeBuilder::gather(Pf* node) {
+    const ArrayEntry& entry = entries_.emplace_back(pending_, entries_.size(), node);
+    if (entries_.size() - current_.first > 1 && compare_keys((&entry)[-1], entry) >= 0)
+        current_.sorted = false;
+}
+
+inline void TreeBuilder::add(Pf* node) {
+    node->parent = current_.node;
+    node->filename = source_;
+    switch (current_.way) {
+        case Way::kList:
+            pushtbl(current_.node->value.tbl, node);
+            return;
+        case Way::kGathered:
+            return gather(node);
+        case Way::kAtOnce:
+            return put(node);
+    }
+}
+
+inline void TreeBuilder::value(const Value& value) {
+    Pf* node = value.escaped ? resolved_node(value) : string_node(value.where.text());
+    if (value.ampersand) warn_of_openers(node->value.string);
+    add(node);
+}
 
 }  // namespace morva::pf

@@ -100,7 +100,6 @@ enum : std::uint8_t {
     kDigit = 32,
     kNameStart = 64,  // letter, underscore
     kAmpersand = 128,
-    kSpecial = kNewline | kHash | kBackslash | kZero | kAmpersand,
 };
 struct Classes {
     std::uint8_t of[256] = {};
@@ -133,22 +132,37 @@ inline int first_byte(std::uint64_t word) {
     return (little ? std::countr_zero(word) : std::countl_zero(word)) / 8;
 }
 
-// The first byte of [at, end) that can end or change a value (newline, "#", backslash, "&" or
-// zero); end when there is none.
-inline const char* find_special(const char* at, const char* end) {
-    using Bytes [[gnu::vector_size(16)]] = unsigned char;
+using Bytes [[gnu::vector_size(16)]] = unsigned char;
+
+// The first byte of [at, end) of the classes; `hits` tells it for sixteen bytes at once. end when
+// there is none.
+template <class Hits>
+const char* find_class(const char* at, const char* end, int classes, Hits hits) {
     for (; end - at >= 16; at += 16) {
         Bytes block;
         std::memcpy(&block, at, sizeof block);
-        const auto hits =
-            (block == '\n') | (block == '#') | (block == '&') | (block == '\\') | (block == '\0');
+        const auto found = hits(block);
         std::uint64_t halves[2];
-        std::memcpy(halves, &hits, sizeof halves);
+        std::memcpy(halves, &found, sizeof halves);
         if (halves[0] != 0) return at + first_byte(halves[0]);
         if (halves[1] != 0) return at + 8 + first_byte(halves[1]);
     }
-    while (at != end && !is(*at, kSpecial)) ++at;
+    while (at != end && !is(*at, classes)) ++at;
     return at;
+}
+
+// What can end or change a value.
+inline const char* find_special(const char* at, const char* end) {
+    return find_class(at, end, kNewline | kHash | kBackslash | kZero | kAmpersand, [](Bytes b) {
+        return (b == '\n') | (b == '#') | (b == '&') | (b == '\\') | (b == '\0');
+    });
+}
+
+// What can end or change a plain key.
+inline const char* find_key_end(const char* at, const char* end) {
+    return find_class(at, end, kBlank | kNewline | kHash | kBackslash | kZero, [](Bytes b) {
+        return (b == ' ') | (b == '\t') | (b == '\n') | (b == '#') | (b == '\\') | (b == '\0');
+    });
 }
 
 inline const char* find(const char* at, const char* end, char c) {
@@ -291,7 +305,7 @@ class Scanner {
 
     void plain_key() {
         const char* begin = at_;
-        while (at_ != end_ && !is(*at_, kBlank | kNewline | kHash | kBackslash | kZero)) ++at_;
+        at_ = find_key_end(at_, end_);
         const bool simple = at_ == end_ || is(*at_, kBlank | kNewline | kHash);
         if (simple && at_ - begin <= static_cast<long>(kLongestKey)) [[likely]]
             return sink_.key(Key{span(begin, at_), span(begin, at_).text(), false});
