@@ -26,7 +26,7 @@ set(kinds
     "Fortran_dup (.+)|procedure(integer(handle)), optional :: NAME"
     "[A-Za-z_]+ (.+)|procedure(integer(c_int)), optional :: NAME")
 set(results
-    "int |integer(c_int)" "long |integer(c_long)" "intptr_t |integer(handle)"
+    "int |integer(c_int)" "long |integer(c_long)" "double |real(c_double)" "intptr_t |integer(handle)"
     "void \\*|type(c_ptr)" "[A-Za-z]+ \\*|integer(handle)")
 
 # morva_translate(OUT TEXT ROW...): the right side of the first row whose pattern is TEXT.

@@ -13,8 +13,8 @@
  * here holds for all, and only what differs is said below.
  *   1. Every argument is passed by reference. int is integer(c_int), the default integer; long is
  *      integer(c_long), eight bytes. Indices count from 0, as in C.
- *   2. Handles (lists, arrays, sets, cabinets, C streams) are integer(handle), eight bytes. They
- *      are what the making function returned, and 0 is the null handle.
+ *   2. Handles (lists, arrays, sets, cabinets, parameter trees, C streams) are integer(handle),
+ * eight bytes. They are what the making function returned, and 0 is the null handle.
  *   3. Strings are character variables of any length. On the way in, trailing blanks are left out,
  *      and a char(0) ends the string early: ', '//char(0) keeps its blank. A string of blanks is
  *      the empty string; where C takes a null string, it stands for that. Lengths travel as
@@ -42,6 +42,7 @@
 #include "morva/arr.h"
 #include "morva/cabinets.h"
 #include "morva/export.h"
+#include "morva/pf.h"
 #include "morva/redblack.h"
 #include "morva/stbl.h"
 #include "morva/strmatches.h"
@@ -227,6 +228,68 @@ MORVA_API long datapath_(const char* envname, const char* subdir, const char* na
 MORVA_API long newdata_(const char* envname, const char* subdir, const char* name,
                         const char* suffix, char* path, size_t envname_length, size_t subdir_length,
                         size_t name_length, size_t suffix_length, size_t path_length);
+
+/* Parameter trees. A key or path is a string for lists too, the index in decimal digits: '0'. pfget
+ * gives a value that is a string as the address of its terminated text. pfput takes the handle of
+ * the Arr, Tbl or Pf, or the address of a terminated text: pfput_string is for character variables.
+ * Lists from pfget_tbl are read with strgettbl, those for pfput_tbl made with strsettbl. Most exist
+ * with one and with two underscores. */
+MORVA_API Pf* pfnew_(const int* type);
+MORVA_API void pffree_(Pf* const* pf);
+MORVA_API Pf* pfdup_(Pf* const* pf);
+MORVA_API int pfcmp_(Pf* const* a, Pf* const* b);
+MORVA_API int pfread_(const char* name, Pf** pf, size_t name_length);
+MORVA_API int pfupdate_(const char* name, Pf** pf, size_t name_length);
+MORVA_API int pfcompile_(const char* text, Pf** pf, size_t text_length);
+MORVA_API int pfwrite_(const char* filename, Pf* const* pf, size_t filename_length);
+MORVA_API int pfget_(Pf* const* pf, const char* key, Pf** value, size_t key_length);
+MORVA_API long pfget_string_(Pf* const* pf, const char* path, char* text, size_t path_length,
+                             size_t text_length);
+MORVA_API long pfget_int_(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API double pfget_double_(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API double pfget_size_(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API int pfget_boolean_(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API Tbl* pfget_tbl_(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API Arr* pfget_arr_(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API long pfmaxtbl_(Pf* const* pf);
+MORVA_API Tbl* pfkeys_(Pf* const* pf);
+MORVA_API int pfput_(Pf* const* pf, const char* key, const intptr_t* value, const int* type,
+                     size_t key_length);
+MORVA_API int pfput_string_(Pf* const* pf, const char* key, const char* text, size_t key_length,
+                            size_t text_length);
+MORVA_API int pfput_int_(Pf* const* pf, const char* key, const long* value, size_t key_length);
+MORVA_API int pfput_double_(Pf* const* pf, const char* key, const double* value, size_t key_length);
+MORVA_API int pfput_boolean_(Pf* const* pf, const char* key, const int* value, size_t key_length);
+MORVA_API int pfput_tbl_(Pf* const* pf, const char* key, Tbl* const* tbl, size_t key_length);
+MORVA_API int pfput_arr_(Pf* const* pf, const char* key, Arr* const* arr, size_t key_length);
+MORVA_API int pfset_(Pf* const* pf, const char* path, const char* text, size_t path_length,
+                     size_t text_length);
+MORVA_API Pf* pfdel_(Pf* const* pf, const char* key, size_t key_length);
+
+MORVA_API Pf* pfnew__(const int* type);
+MORVA_API void pffree__(Pf* const* pf);
+MORVA_API int pfread__(const char* name, Pf** pf, size_t name_length);
+MORVA_API int pfcompile__(const char* text, Pf** pf, size_t text_length);
+MORVA_API int pfwrite__(const char* filename, Pf* const* pf, size_t filename_length);
+MORVA_API int pfget__(Pf* const* pf, const char* key, Pf** value, size_t key_length);
+MORVA_API long pfget_string__(Pf* const* pf, const char* path, char* text, size_t path_length,
+                              size_t text_length);
+MORVA_API long pfget_int__(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API double pfget_double__(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API double pfget_size__(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API int pfget_boolean__(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API Tbl* pfget_tbl__(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API Arr* pfget_arr__(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API int pfput__(Pf* const* pf, const char* key, const intptr_t* value, const int* type,
+                      size_t key_length);
+MORVA_API int pfput_string__(Pf* const* pf, const char* key, const char* text, size_t key_length,
+                             size_t text_length);
+MORVA_API int pfput_int__(Pf* const* pf, const char* key, const long* value, size_t key_length);
+MORVA_API int pfput_double__(Pf* const* pf, const char* key, const double* value,
+                             size_t key_length);
+MORVA_API int pfput_boolean__(Pf* const* pf, const char* key, const int* value, size_t key_length);
+MORVA_API int pfput_tbl__(Pf* const* pf, const char* key, Tbl* const* tbl, size_t key_length);
+MORVA_API int pfput_arr__(Pf* const* pf, const char* key, Arr* const* arr, size_t key_length);
 
 /* CM6. cm6 fills the caller's text and sets nbytes to the length of the whole: 0, or -1,
  * registered, when the variable is too short. um6 decodes the first nbytes characters of the text

@@ -295,6 +295,55 @@ contains
         call check(path == folder//'/sub/new', 'newdata')
     end subroutine
 
+    subroutine parameters(file)
+        character(len=*), intent(in) :: file
+        integer(handle) :: tree, copy, node, list
+        integer(c_long) :: i
+        character(len=8) :: text
+        tree = 0
+        call check(pfcompile('rate 40.5'//char(10)//'on yes'//char(10)//'size 2k', tree) == 0, &
+            'pfcompile')
+        call check(pfget_double(tree, 'rate  ') == 40.5d0, 'pfget_double')
+        call check(pfget_boolean(tree, 'on') == -1, 'pfget_boolean')
+        call check(pfget_size(tree, 'size') == 2000, 'pfget_size')
+        call check(pfget_string(tree, 'missing', text) == -1, 'pfget_string')
+        call check(text == ' ', 'pfget_string')
+
+        list = newtbl(2_c_long)
+        i = strsettbl(list, -1_c_long, 'BHZ')
+        i = strsettbl(list, -1_c_long, '17')
+        call check(pfput_tbl(tree, 'list', list) == 0, 'pfput_tbl')
+        call strfreetbl(list)
+        list = pfget_tbl(tree, 'list')
+        call check(strgettbl(list, 0_c_long, text) == 3, 'pfget_tbl')
+        call freetbl(list)
+        call check(pfget(tree, 'list', node) == pftbl, 'pfget')
+        call check(pfmaxtbl(node) == 2, 'pfmaxtbl')
+        call check(pfget_int(node, '1') == 17, 'an index is written out')
+        call check(pfget_string(node, 'x', text) == -1, 'no index')
+
+        call check(pfput_int(tree, 'deep', 12345678901_c_long) == 0, 'pfput_int')
+        call check(pfget_int(tree, 'deep') == 12345678901_c_long, 'pfput_int')
+        call check(pfput_string(tree, 'deep', 'x  ') == 0, 'pfput_string')
+        call check(pfput_double(tree, 'rate', .25d0) == 0, 'pfput_double')
+        call check(pfput_boolean(tree, 'on', 0) == 0, 'pfput_boolean')
+        call check(pfset(tree, 'a{b}', 'c') == 0, 'pfset')
+        copy = pfdup(tree)
+        call check(pfput(tree, 'graft', copy, pfgraft) == 0, 'pfput')
+        call check(pfget_string(tree, 'graft{a}{b}', text) == 1, 'pfput')
+        call check(text == 'c', 'pfput')
+        node = pfdel(tree, 'graft')
+        call check(pfcmp(node, tree) == 0, 'pfdel')
+        call pffree(node)
+        list = pfkeys(tree)
+        call check(maxtbl(list) == 6, 'pfkeys')
+        call freetbl(list)
+        call check(pfwrite(file, tree) == 0, 'pfwrite')
+        call pffree(tree)
+        tree = pfnew(pfarr)
+        call pffree(tree)
+    end subroutine
+
     subroutine waveforms()
         integer(c_int32_t) :: samples(4) = [0, 1, 2, 3], decoded(4)
         integer(c_int) :: nbytes, nsamp
@@ -340,6 +389,7 @@ program twins
     call cabinets_and_sets()
     call register()
     call strings()
+    call parameters(trim(argument)//'/tree.pf')
     call waveforms()
     if (failures > 0) stop 1
 end program twins
