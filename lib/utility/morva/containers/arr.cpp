@@ -80,36 +80,37 @@ void* set_by_compare(Tree* tree, const char* key, void* value) {
     return nullptr;
 }
 
-// Copies the nodes of a tree as they stand, without comparing keys. Recurses as deep as a balanced
-// tree is.
+// Copies the nodes of a tree as they stand, without comparing keys; keys and values stay those of
+// the original. Recurses as deep as a balanced tree is.
 struct Copier {
     const Tree* from;
     Tree* to;
-    void* (*copy_value)(void* value, void* context);
-    void* context;
-
-    void set_key_of(Node* copy) const {
-        if (copy->key_room == 0) {
-            copy->key = must_strdup(text_of(copy), "key", MORVA_HERE);
-            return;
-        }
-        const char* text = text_of(copy);
-        copy->key = to->pool.take_key(copy->key_room, &copy->key_room);
-        std::memcpy(copy->key, text, copy->key_room);
-    }
+    Vector<Node*>* nodes;
 
     Node* subtree(const Node* node, Node* parent) const {
         if (node == &from->nil) return &to->nil;
+        prefetch(node->child[kLeft]);
+        prefetch(node->child[kRight]);
         Node* copy = to->pool.take_node();
         *copy = *node;
         copy->parent = parent;
         copy->child[kLeft] = subtree(node->child[kLeft], copy);
-        set_key_of(copy);
-        copy->value = copy_value(node->value, context);
+        nodes->push_back(copy);
         copy->child[kRight] = subtree(node->child[kRight], copy);
         return copy;
     }
 };
+
+// Gives a node that has another's key a copy of it.
+void copy_key_of(Tree* tree, Node* node) {
+    if (node->key_room == 0) {
+        node->key = must_strdup(text_of(node), "key", MORVA_HERE);
+        return;
+    }
+    const char* text = text_of(node);
+    node->key = tree->pool.take_key(node->key_room, &node->key_room);
+    std::memcpy(node->key, text, node->key_room);
+}
 
 // Keys by which `accepts` is true, in key order.
 template <class Accepts>
@@ -142,12 +143,19 @@ void* put_key(Arr* arr, std::string_view key, void* value) {
                              : set_by_compare(tree, String(key).c_str(), value);
 }
 
-Arr* copy_array(const Arr* arr, void* (*copy_value)(void* value, void* context), void* context) {
+Arr* copy_array(const Arr* arr, Vector<Node*>* nodes) {
+    constexpr std::size_t kAhead = 8;
     const Tree* from = tree_of(const_cast<Arr*>(arr));
     Tree* to = new_tree(from->compare, true);
-    to->root = Copier{from, to, copy_value, context}.subtree(from->root, &to->nil);
+    const std::size_t first = nodes->size(), end = first + static_cast<std::size_t>(from->count);
+    nodes->reserve(end);
+    to->root = Copier{from, to, nodes}.subtree(from->root, &to->nil);
     to->count = from->count;
     to->unpooled = from->unpooled;
+    for (std::size_t i = first; i < end; ++i) {
+        if (i + kAhead < end) prefetch((*nodes)[i + kAhead]->key);
+        copy_key_of(to, (*nodes)[i]);
+    }
     return reinterpret_cast<Arr*>(to);
 }
 
@@ -203,10 +211,10 @@ int applyarr(Arr* arr, int (*function)(char* key, void* value, void* private_dat
 }
 
 Arr* duparr(Arr* arr, void* (*dup_function)(void*)) {
-    const auto copy_value = [](void* value, void* context) {
-        return (*static_cast<void* (**)(void*)>(context))(value);
-    };
-    return copy_array(arr, copy_value, &dup_function);
+    Vector<Node*> nodes;
+    Arr* copy = copy_array(arr, &nodes);
+    for (Node* node : nodes) node->value = dup_function(node->value);
+    return copy;
 }
 
 int freearr(Arr* arr, void (*free_function)(void*)) {

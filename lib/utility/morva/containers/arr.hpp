@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+#include "base/memory.hpp"
+#include "containers/node_pool.hpp"
 #include "morva/arr.h"
 
 namespace morva {
@@ -14,7 +16,13 @@ void* find_key(const Arr* arr, std::string_view key);
 // As setarr.
 void* put_key(Arr* arr, std::string_view key, void* value);
 
-// As duparr, but for copies that need more than the value.
-Arr* copy_array(const Arr* arr, void* (*copy_value)(void* value, void* context), void* context);
+// A copy of the array with the same values, whose nodes it appends to `nodes` in key order, for the
+// caller to set their values.
+Arr* copy_array(const Arr* arr, Vector<Node*>* nodes);
+
+// Asks for the memory at an address that is to be read soon.
+inline void prefetch(const void* address) {
+    __builtin_prefetch(address);
+}
 
 }  // namespace morva

@@ -126,17 +126,32 @@ Pf* copy_node(const Pf* node, Pairs<const Pf*>& to_fill) {
     }
 }
 
+// The string of a node that is known to be in reach, null for other types.
+const char* string_of(const void* node) {
+    const auto* pf = static_cast<const Pf*>(node);
+    return pf != nullptr && pf->type == PFSTRING ? pf->value.string : nullptr;
+}
+
+Arr* copy_entries(const Arr* arr, Pairs<const Pf*>& to_fill) {
+    constexpr std::size_t kAhead = 8;  // entries whose memory is asked for before their turn
+    Vector<Node*> nodes;
+    Arr* copy = copy_array(arr, &nodes);
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (i + 2 * kAhead < nodes.size()) prefetch(nodes[i + 2 * kAhead]->value);
+        if (i + kAhead < nodes.size()) prefetch(string_of(nodes[i + kAhead]->value));
+        nodes[i]->value = copy_node(static_cast<const Pf*>(nodes[i]->value), to_fill);
+    }
+    return copy;
+}
+
 void fill(const Pf* node, Pf* copy, Pairs<const Pf*>& to_fill) {
-    if (node->type == PFTBL) {
-        copy->value.tbl = newtbl(tbl_count(node->value.tbl));
-        for (const Pf* item : tbl_pointers<Pf>(node->value.tbl))
-            pushtbl(copy->value.tbl, copy_node(item, to_fill));
+    if (node->type != PFTBL) {
+        copy->value.arr = copy_entries(node->value.arr, to_fill);
         return;
     }
-    const auto copy_value = [](void* value, void* context) -> void* {
-        return copy_node(static_cast<Pf*>(value), *static_cast<Pairs<const Pf*>*>(context));
-    };
-    copy->value.arr = copy_array(node->value.arr, copy_value, &to_fill);
+    copy->value.tbl = newtbl(tbl_count(node->value.tbl));
+    for (const Pf* item : tbl_pointers<Pf>(node->value.tbl))
+        pushtbl(copy->value.tbl, copy_node(item, to_fill));
 }
 
 int compare_texts(const char* a, const char* b) {

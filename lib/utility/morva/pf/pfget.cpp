@@ -80,8 +80,9 @@ const char* text_at(Pf* pf, const char* path, void* result) {
     _pfeval(pf, path, &node, PFSTRING);
     if (node == nullptr) pfdie(pf, const_cast<char*>(path), PFSTRING, PFINVALID, result);
     if (!is_string(node)) return nullptr;
-    const char* text = pfexpand(node);
-    return text != nullptr ? text : "";
+    const char* text = node->value.string;
+    if (text == nullptr) return "";
+    return std::strchr(text, '&') == nullptr ? text : pfexpand(node);
 }
 
 }  // namespace morva::pf
