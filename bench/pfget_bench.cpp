@@ -112,7 +112,7 @@ nlohmann::json station_json(const nlohmann::json& value) {
 }
 
 const nlohmann::json& value_at(const nlohmann::json& root, const Place& place) {
-    return root.at("stations").at(place.station).at(place.parameter);
+    return root["stations"][place.station.c_str()][place.parameter.c_str()];
 }
 
 void json_get_string(benchmark::State& state) {
