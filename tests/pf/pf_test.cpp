@@ -110,6 +110,17 @@ TEST(Pf, ComparisonFindsEveryKindOfDifference) {
     EXPECT_NE(log.text().find("unknown PF type=9"), std::string::npos);
 }
 
+TEST(Pf, ContainersWithoutAValueCountAsEmpty) {
+    for (const int type : std::initializer_list<int>{PFARR, PFTBL}) {
+        const Owned bare(new_node(type)), empty(pfnew(type));
+        EXPECT_EQ(pfcmp(bare.get(), empty.get()), 0);
+        EXPECT_EQ(pfcmp(Owned(pfdup(bare.get())).get(), empty.get()), 0);
+        void* value = nullptr;
+        EXPECT_EQ(pfget(bare.get(), nullptr, &value), PFINVALID);
+        EXPECT_EQ(pfmaxtbl(bare.get()), 0);
+    }
+}
+
 TEST(Pf, DepthCostsNoStack) {
     const Owned deep = nested(200'000);
     const Owned copy(pfdup(deep.get()));

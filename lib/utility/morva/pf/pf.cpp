@@ -126,6 +126,11 @@ Pf* copy_node(const Pf* node, Pairs<const Pf*>& to_fill) {
     }
 }
 
+// Lists and arrays that are missing count as empty.
+long count_of(const Tbl* tbl) {
+    return tbl == nullptr ? 0 : tbl_count(tbl);
+}
+
 // The string of a node that is known to be in reach, null for other types.
 const char* string_of(const void* node) {
     const auto* pf = static_cast<const Pf*>(node);
@@ -134,6 +139,7 @@ const char* string_of(const void* node) {
 
 Arr* copy_entries(const Arr* arr, Pairs<const Pf*>& to_fill) {
     constexpr std::size_t kAhead = 8;  // entries whose memory is asked for before their turn
+    if (arr == nullptr) return newarr(nullptr);
     Vector<Node*> nodes;
     Arr* copy = copy_array(arr, &nodes);
     for (std::size_t i = 0; i < nodes.size(); ++i) {
@@ -149,7 +155,8 @@ void fill(const Pf* node, Pf* copy, Pairs<const Pf*>& to_fill) {
         copy->value.arr = copy_entries(node->value.arr, to_fill);
         return;
     }
-    copy->value.tbl = newtbl(tbl_count(node->value.tbl));
+    copy->value.tbl = newtbl(count_of(node->value.tbl));
+    if (node->value.tbl == nullptr) return;
     for (const Pf* item : tbl_pointers<Pf>(node->value.tbl))
         pushtbl(copy->value.tbl, copy_node(item, to_fill));
 }
@@ -161,14 +168,16 @@ int compare_texts(const char* a, const char* b) {
 
 // Pairs of entries go to the list last first, so that they are taken from it in their order.
 int compare_lists(Tbl* a, Tbl* b, Pairs<Pf*>& to_compare) {
-    if (tbl_count(a) != tbl_count(b)) return 1;
-    for (long i = tbl_count(a) - 1; i >= 0; --i)
+    if (count_of(a) != count_of(b)) return 1;
+    for (long i = count_of(a) - 1; i >= 0; --i)
         to_compare.emplace_back(tbl_pointers<Pf>(a)[i], tbl_pointers<Pf>(b)[i]);
     return 0;
 }
 
-int compare_arrays(Tree* a, Tree* b, Pairs<Pf*>& to_compare) {
-    if (a->count != b->count) return 1;
+int compare_arrays(Arr* arr_a, Arr* arr_b, Pairs<Pf*>& to_compare) {
+    if (cntarr(arr_a) != cntarr(arr_b)) return 1;
+    if (cntarr(arr_a) == 0) return 0;
+    Tree *a = tree_of(arr_a), *b = tree_of(arr_b);
     Node* of_b = outermost(b, kRight);
     for (Node* of_a = outermost(a, kRight); of_a != nullptr; of_a = step(a, of_a, kLeft)) {
         if (std::strcmp(text_of(of_a), text_of(of_b)) != 0) return 1;
@@ -181,8 +190,7 @@ int compare_arrays(Tree* a, Tree* b, Pairs<Pf*>& to_compare) {
 // 0, 1 or -1 as pfcmp; equal containers have added their entries to the list.
 int compare_nodes(Pf* a, Pf* b, Pairs<Pf*>& to_compare) {
     if (a == nullptr || b == nullptr) return a != b;
-    if (is_array(a) && is_array(b))
-        return compare_arrays(tree_of(a->value.arr), tree_of(b->value.arr), to_compare);
+    if (is_array(a) && is_array(b)) return compare_arrays(a->value.arr, b->value.arr, to_compare);
     if (a->type != b->type) return 1;
     if (a->type == PFTBL) return compare_lists(a->value.tbl, b->value.tbl, to_compare);
     if (a->type == PFFUNCTION) return compare_texts(a->value.funct->text, b->value.funct->text);

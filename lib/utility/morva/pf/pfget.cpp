@@ -26,6 +26,7 @@ bool is_string(const Pf* node) {
 
 // The entry itself, functions not yet evaluated.
 Pf* entry_of(Pf* pf, char* key) {
+    if (pf->value.any == nullptr && pf->type == PFTBL) return nullptr;
     switch (pf->type) {
         case PFFILE:
         case PFARR:
@@ -102,7 +103,7 @@ int pfget(Pf* pf, char* key, void** value) {
 }
 
 long pfmaxtbl(Pf* pf) {
-    return pf != nullptr && pf->type == PFTBL ? maxtbl(pf->value.tbl) : 0;
+    return pf != nullptr && pf->type == PFTBL && pf->value.tbl ? maxtbl(pf->value.tbl) : 0;
 }
 
 Tbl* pfkeys(Pf* pf) {
@@ -150,7 +151,7 @@ int pfget_boolean(Pf* pf, const char* path) {
 Tbl* pfget_tbl(Pf* pf, const char* path) {
     Pf* list = node_at(pf, path, PFTBL);
     if (list == nullptr) return nullptr;
-    const long count = maxtbl(list->value.tbl);
+    const long count = pfmaxtbl(list);
     Tbl* values = newtbl(count);
     for (long i = 0; i < count; ++i) {
         void* value = nullptr;
