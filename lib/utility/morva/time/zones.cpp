@@ -142,6 +142,10 @@ const Zone* current(Entry& entry) {
     return entry.zone.load(std::memory_order_acquire)->zone.get();
 }
 
+bool is_file(const Entry& entry) {
+    return !(entry.zone.load(std::memory_order_acquire)->file == FileId{});
+}
+
 // Adds a zone to the table. Of two threads that add the same, the later one's stays unused.
 ZoneRef add(std::atomic<Entry*>& bucket, String key, Loaded loaded) {
     const bool is_text = loaded->file == FileId{};
@@ -201,6 +205,12 @@ ZoneRef find_zone(std::string_view name) {
     name = without_colon(name);
     if (name.empty() || name.size() > kLongestKey || name.front() == '/') return ZoneRef();
     return zone_of(name);
+}
+
+ZoneRef find_named_zone(std::string_view name) {
+    Entry* entry = find(bucket_of(name), name);
+    if (entry != nullptr && is_file(*entry) && name.front() != '/') return ZoneRef(current(*entry));
+    return is_timezone(String(name).c_str()) != 0 ? find_zone(name) : ZoneRef();
 }
 
 ZoneRef local_zone() {

@@ -39,6 +39,9 @@ class ZoneRef {
 // takes: nothing that leads out of the database's folder is opened. Registers nothing.
 ZoneRef find_zone(std::string_view name);
 
+// As find_zone, for names of the database alone, and "UTC" and "GMT".
+ZoneRef find_named_zone(std::string_view name);
+
 // The zone of the process, as the C library would find it: by TZ as it is at the moment, or the
 // system's. Takes the lock of switchTZ for a moment. Never null. Registers nothing.
 ZoneRef local_zone();
