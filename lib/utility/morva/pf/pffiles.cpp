@@ -13,7 +13,13 @@
 namespace morva::pf {
 namespace {
 
+constexpr char kVariable[] = "PFPATH";
 constexpr char kEnding[] = ".pf";
+
+// What follows the root in the path that is used when none is set.
+std::string_view below_root() {
+    return std_is_secure() ? "/data/pf" : "/data/pf:.";
+}
 
 // Appends ".pf" to a text that does not end in it. The buffer has room.
 void complete(char* text) {
@@ -50,11 +56,14 @@ Name::Name(const char* name) {
 }
 
 String search_path() {
-    if (const char* path = std_getenv("PFPATH")) return path;
-    String path = getkorvalin();
-    path += "/data/pf";
-    if (!std_is_secure()) path += ":.";
-    return path;
+    if (const char* path = std_getenv(kVariable)) return path;
+    return String(getkorvalin()).append(below_root());
+}
+
+bool is_search_path(std::string_view path) {
+    if (const char* now = std_getenv(kVariable)) return path == now;
+    const std::string_view root = getkorvalin();
+    return path.starts_with(root) && path.substr(root.size()) == below_root();
 }
 
 }  // namespace morva::pf

@@ -29,4 +29,7 @@ class Name {
 // The search path as it stands now. It may refer to the environment.
 String search_path();
 
+// Whether it is still this one.
+bool is_search_path(std::string_view path);
+
 }  // namespace morva::pf

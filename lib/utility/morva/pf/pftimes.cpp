@@ -5,6 +5,7 @@
 
 #include <skerrows.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -71,10 +72,9 @@ uint64_t digest(const char* path) {
 
 // Calls `visit` with each place where a file of the name may be; see paths::visit_readable.
 template <class Visit>
-void visit_places(const char* name, Visit visit) {
+void visit_places(const char* name, const String& path, Visit visit) {
     const Name parts(name);
     if (*parts.base() == '\0') return;
-    const String path = search_path();
     const paths::SearchPath search(path.c_str(), true);
     paths::visit_readable(search.view(), {}, parts.base(),
                           [&](const paths::Path& place) { return visit(place.c_str()); });
@@ -110,28 +110,33 @@ bool are_settled(const Tbl* times, double when) {
 Watch Watch::look(const char* name) {
     Watch watch;
     watch.when_ = std_now();
-    visit_places(name, [&](const char* path) {
+    watch.path_ = search_path();
+    watch.fixed_ = !watch.path_.empty() && watch.path_.find_first_of("$~") == String::npos;
+    visit_places(name, watch.path_, [&](const char* path) {
         Place place{path, 0, {}};
         place.error = examine(path, &place.status);
+        if (place.error != 0 && place.error != ENOENT) watch.fixed_ = false;
         watch.places_.push_back(place);
         return place.error;
     });
     return watch;
 }
 
+bool Watch::shows_the_same(const Place& place) {
+    Pftime status{};
+    const int error = examine(place.path.c_str(), &status);
+    return error == place.error && (error != 0 || same_status(status, place.status));
+}
+
 bool Watch::holds(const char* name) const {
+    if (!is_search_path(path_)) return false;
+    if (fixed_) return std::all_of(places_.begin(), places_.end(), shows_the_same);
     std::size_t matched = 0;
     bool same = true;
-    visit_places(name, [&](const char* path) {
-        Pftime status{};
-        if (same && matched < places_.size()) {
-            const Place& place = places_[matched++];
-            const int error = place.path == path ? examine(path, &status) : paths::kStop;
-            same = error == place.error && (error != 0 || same_status(status, place.status));
-            return same ? error : paths::kStop;
-        }
-        same = false;
-        return paths::kStop;
+    visit_places(name, path_, [&](const char* path) {
+        same = same && matched < places_.size() && places_[matched].path == path &&
+               shows_the_same(places_[matched]);
+        return same ? places_[matched++].error : paths::kStop;
     });
     return same && matched == places_.size();
 }

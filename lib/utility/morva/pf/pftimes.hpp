@@ -37,7 +37,11 @@ class Watch {
         int error;  // of stat; without one, the status is set
         Pftime status;
     };
+    static bool shows_the_same(const Place& place);
+
+    String path_;  // the search path
     Vector<Place> places_;
+    bool fixed_ = false;  // whether the places can only change when one of them does
     double when_ = 0;
 };
 
