@@ -3,6 +3,9 @@
 //
 //     wfreport FILE...        "-" is standard input
 //
+// Which files without an argument, which sections, which columns and some limits are settings in
+// the parameter file `wfreport`; see data/pf/wfreport.pf.
+//
 // Sections in other formats are named and skipped. A file that can't be read, holds no section, or
 // has a section that is damaged gets one line on standard error, and the others are still
 // processed. The exit status is 0 when all is good.
@@ -18,11 +21,14 @@
 
 #include "morva.h"
 #include "wf_sections.hpp"
+#include "wf_settings.hpp"
+#include "wf_table.hpp"
 
 namespace {
 
 constexpr char kUsage[] =
-    "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard input\n";
+    "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard input\n"
+    "\twithout FILE: of those that the parameter file wfreport names\n";
 
 // The samples of one section, in a buffer that serves section after section.
 struct Decoder {
@@ -34,6 +40,7 @@ struct Decoder {
 };
 
 struct Totals {
+    Settings settings;
     long files = 0, bad_files = 0;
     long sections = 0, bad_sections = 0, skipped = 0;
     Arr* formats = nullptr;  // names of the formats that were skipped
@@ -114,45 +121,29 @@ const char* verdict_word(int status) {
     }
 }
 
-void print_heading(int width) {
-    std::printf("%-*s %-5s %-3s %-23s %8s %10s %11s %11s %13s %-9s %8s %9s\n", width, "file", "sta",
-                "chn", "start", "samples", "rate", "minimum", "maximum", "mean", "checksum",
-                "B/sample", "Msample/s");
+void print_heading(const Settings& settings, int width) {
+    print_line(settings.columns, width,
+               [](const Column& column) { return std::string(column.heading); });
 }
 
-void print_origin(const File& file, const Section* section, long samples) {
-    std::printf("%-*s %-5s %-3s %-23s %8ld %10.4f ", file.width, file.name.c_str(),
-                section->station, section->channel, section->start, samples, section->rate);
-}
-
-void print_decoded(const Decoder& decoder, long nbytes) {
-    const int32_t* const begin = decoder.samples;
-    const int32_t* const end = begin + decoder.nsamp;
-    if (decoder.nsamp > 0) {
-        const auto [least, most] = std::minmax_element(begin, end);
-        double sum = 0;
-        for (const int32_t* x = begin; x < end; ++x) sum += *x;
-        std::printf("%11d %11d %13.3f ", *least, *most, sum / decoder.nsamp);
-    } else {
-        std::printf("%11s %11s %13s ", "-", "-", "-");
-    }
-    const double samples = decoder.nsamp;
-    std::printf("%-9s %8.2f %9.1f\n", verdict_word(decoder.verdict.status),
-                samples > 0 ? static_cast<double>(nbytes) / samples : 0.0,
-                decoder.seconds > 0 ? samples / decoder.seconds / 1e6 : 0.0);
+void print_row(const File& file, const Settings& settings, const Row& row) {
+    print_line(settings.columns, file.width,
+               [&](const Column& column) { return column.cell(row); });
 }
 
 void skip_section(const File& file, const Section* section, Totals& totals) {
-    print_origin(file, section, section->samples);
-    std::printf("%11s %11s %13s skipped: %s\n", "-", "-", "-", section->format);
+    const std::string verdict = std::string("skipped: ") + section->format;
+    print_row(file, totals.settings, {file.name, section, section->samples, nullptr, verdict, 0});
     setarr(totals.formats, section->format, "");
     ++totals.skipped;
 }
 
-void report_section(File& file, const Section* section, long number, Decoder& decoder) {
+void report_section(File& file, const Section* section, long number, Decoder& decoder,
+                    const Settings& settings) {
     decode(section, decoder);
-    print_origin(file, section, decoder.nsamp);
-    print_decoded(decoder, section->length);
+    print_row(file, settings,
+              {file.name, section, decoder.nsamp, decoder.samples,
+               verdict_word(decoder.verdict.status), decoder.seconds});
     if (decoder.verdict.status != UM6_GOOD) {
         note_verdict(file, section, number, decoder.verdict);
     } else if (decoder.nsamp != section->samples) {
@@ -162,8 +153,14 @@ void report_section(File& file, const Section* section, long number, Decoder& de
     }
 }
 
+bool is_selected(const Section* section, const Settings& settings) {
+    return settings.select.empty() ||
+           match_stachans(settings.select.c_str(), section->station, section->channel) > 0;
+}
+
 void process_section(File& file, const Section* section, long number, Decoder& decoder,
                      Totals& totals) {
+    if (section->announced && !is_selected(section, totals.settings)) return;
     const int before = file.problems;
     if (!section->announced)
         note_problem(file, section, number, "data without a WID2 line of their own");
@@ -176,24 +173,29 @@ void process_section(File& file, const Section* section, long number, Decoder& d
     else if (section->length > INT_MAX)
         note_problem(file, section, number, "too long");
     else
-        report_section(file, section, number, decoder);
+        report_section(file, section, number, decoder, totals.settings);
     ++totals.sections;
     if (file.problems > before) ++totals.bad_sections;
 }
 
 // Reads a whole stream. False with errno set when that fails.
-bool read_stream(FILE* stream, std::string& text) {
+bool read_stream(FILE* stream, double limit, std::string& text) {
     char block[65536];
     std::size_t n;
-    while ((n = std::fread(block, 1, sizeof block, stream)) > 0) text.append(block, n);
+    while ((n = std::fread(block, 1, sizeof block, stream)) > 0) {
+        text.append(block, n);
+        if (static_cast<double>(text.size()) <= limit) continue;
+        errno = EFBIG;
+        return false;
+    }
     return std::ferror(stream) == 0;
 }
 
-bool read_file(const char* path, std::string& text) {
-    if (std::strcmp(path, "-") == 0) return read_stream(stdin, text);
+bool read_file(const char* path, double limit, std::string& text) {
+    if (std::strcmp(path, "-") == 0) return read_stream(stdin, limit, text);
     FILE* stream = std::fopen(path, "rb");
     if (stream == nullptr) return false;
-    const bool good = read_stream(stream, text);
+    const bool good = read_stream(stream, limit, text);
     const int error = errno;
     std::fclose(stream);
     errno = error;
@@ -214,7 +216,7 @@ void process_message(File& file, Decoder& decoder, Totals& totals) {
 void process_file(const char* path, int width, Decoder& decoder, Totals& totals) {
     const char* slash = std::strrchr(path, '/');
     File file{slash != nullptr ? slash + 1 : path, width, {}, {}, 0};
-    if (read_file(path, file.text)) {
+    if (read_file(path, totals.settings.max_file_size, file.text)) {
         process_message(file, decoder, totals);
     } else {
         file.problem = std::string("can't read it: ") + std::strerror(errno);
@@ -252,33 +254,44 @@ void print_totals(const Totals& totals) {
         elog_die(1, "can't write the report\n");
 }
 
-int column_width(int argc, char** argv) {
+int column_width(const std::vector<std::string>& files) {
     std::size_t width = 4;
-    for (int i = 1; i < argc; ++i) {
-        const char* slash = std::strrchr(argv[i], '/');
-        width = std::max(width, std::strlen(slash != nullptr ? slash + 1 : argv[i]));
-    }
+    for (const std::string& file : files)
+        width = std::max(width, file.size() - (file.rfind('/') + 1));
     return static_cast<int>(std::min<std::size_t>(width, 40));
+}
+
+void process_files(const std::vector<std::string>& files, Totals& totals) {
+    Decoder decoder;
+    const long limit = totals.settings.max_bad_files;
+    const int width = column_width(files);
+    print_heading(totals.settings, width);
+    for (const std::string& file : files) {
+        process_file(file.c_str(), width, decoder, totals);
+        if (limit > 0 && totals.bad_files >= limit) break;
+    }
+    std::free(decoder.samples);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     elog_init(argc, argv);
-    if (argc < 2) elog_die(0, kUsage, Program_Name);
-    if (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0) {
+    if (argc > 1 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
         std::printf(kUsage, Program_Name);
         return 0;
     }
 
-    Decoder decoder;
     Totals totals;
+    totals.settings = read_settings("wfreport");
+    const Settings& settings = totals.settings;
+    const std::vector<std::string> files =
+        argc > 1 ? std::vector<std::string>(argv + 1, argv + argc) : settings.files;
+    if (files.empty()) elog_die(0, kUsage, Program_Name);
+    if (!settings.sources.empty()) std::printf("settings from %s\n", settings.sources.c_str());
     totals.formats = newarr(nullptr);
-    const int width = column_width(argc, argv);
-    print_heading(width);
-    for (int i = 1; i < argc; ++i) process_file(argv[i], width, decoder, totals);
+    process_files(files, totals);
     print_totals(totals);
     freearr(totals.formats, nullptr);
-    std::free(decoder.samples);
     return totals.bad_files > 0 ? 1 : 0;
 }

@@ -1,0 +1,79 @@
+// The settings of wfreport, from the parameter file `wfreport`.
+#pragma once
+
+#include <glob.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "morva.h"
+#include "wf_table.hpp"
+
+struct Settings {
+    std::string sources;             // the files that the settings come from
+    std::vector<std::string> files;  // to report on when none is named
+    std::string select;              // stations and channels; empty: all
+    std::vector<Column> columns = all_columns();
+    double max_file_size = 1e9;  // bytes
+    long max_bad_files = 0;      // 0: any number
+};
+
+// The texts of a list; none when the key is missing.
+inline std::vector<std::string> texts(Pf* pf, const char* key) {
+    std::vector<std::string> result;
+    Tbl* list = pfget_tbl(pf, key);
+    for (long i = 0; i < maxtbl(list); ++i) result.push_back(static_cast<char*>(gettbl(list, i)));
+    freetbl(list, nullptr);
+    return result;
+}
+
+// Adds the files that match a pattern, in which "$NAME" stands for a variable of the environment.
+// One that matches nothing is taken as a name: it will be told that there is no such file.
+inline void add_matches(std::vector<std::string>& files, const std::string& pattern) {
+    char* expanded = expand_env(pattern.c_str());
+    glob_t found;
+    if (glob(expanded, 0, nullptr, &found) == 0)
+        files.insert(files.end(), found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    else
+        files.push_back(expanded);
+    globfree(&found);
+    std::free(expanded);
+}
+
+inline Column column_named(const std::string& heading) {
+    for (const Column& column : all_columns())
+        if (heading == column.heading) return column;
+    elog_die(0, "parameter file wfreport: there is no column '%s'\n", heading.c_str());
+}
+
+inline void take_settings(Pf* pf, Settings& settings) {
+    getkorvalin();  // which puts KORVALIN into the environment
+    for (const std::string& pattern : texts(pf, "files")) add_matches(settings.files, pattern);
+    for (const std::string& spec : texts(pf, "select"))
+        settings.select += (settings.select.empty() ? "" : ",") + spec;
+    const auto headings = texts(pf, "columns");
+    if (!headings.empty()) settings.columns.clear();
+    for (const std::string& heading : headings) settings.columns.push_back(column_named(heading));
+    if (pfget_string(pf, "max_file_size")) settings.max_file_size = pfget_size(pf, "max_file_size");
+    if (pfget_string(pf, "max_bad_files")) settings.max_bad_files = pfget_int(pf, "max_bad_files");
+}
+
+// Reads all files of the name along the search path. Errors in them end the program: a report with
+// half of its settings would be worse than none.
+inline Settings read_settings(const char* name) {
+    Settings settings;
+    Tbl* files = pffiles(name, 0);
+    if (maxtbl(files) > 0) {
+        char* list = jointbl(files, ", ");
+        settings.sources = list;
+        std::free(list);
+    }
+    freetbl(files, std::free);
+    Pf* pf = nullptr;
+    if (pfread(name, &pf) < -1)
+        elog_die(0, "errors in the settings; they come from %s\n", settings.sources.c_str());
+    take_settings(pf, settings);
+    pffree(pf);
+    return settings;
+}
