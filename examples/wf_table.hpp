@@ -18,9 +18,9 @@ struct Row {
     double seconds;  // that decoding took
 };
 
-inline std::string formatted(const char* format, double value) {
+inline std::string with_decimals(int decimals, double value) {
     char text[64];
-    std::snprintf(text, sizeof text, format, value);
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
     return text;
 }
 
@@ -41,7 +41,7 @@ inline const std::vector<Column>& all_columns() {
         {"chn", -3, [](const Row& row) { return std::string(row.section->channel); }},
         {"start", -23, [](const Row& row) { return std::string(row.section->start); }},
         {"samples", 8, [](const Row& row) { return std::to_string(row.samples); }},
-        {"rate", 10, [](const Row& row) { return formatted("%.4f", row.section->rate); }},
+        {"rate", 10, [](const Row& row) { return with_decimals(4, row.section->rate); }},
         {"minimum", 11,
          [](const Row& row) {
              if (!has_samples(row)) return std::string("-");
@@ -57,21 +57,21 @@ inline const std::vector<Column>& all_columns() {
              if (!has_samples(row)) return std::string("-");
              double sum = 0;
              for (long i = 0; i < row.samples; ++i) sum += row.decoded[i];
-             return formatted("%.3f", sum / static_cast<double>(row.samples));
+             return with_decimals(3, sum / static_cast<double>(row.samples));
          }},
         {"checksum", -9, [](const Row& row) { return row.verdict; }},
         {"B/sample", 8,
          [](const Row& row) {
              if (row.decoded == nullptr) return std::string();
              const double bytes = static_cast<double>(row.section->length);
-             return formatted("%.2f",
-                              row.samples > 0 ? bytes / static_cast<double>(row.samples) : 0.0);
+             return with_decimals(2,
+                                  row.samples > 0 ? bytes / static_cast<double>(row.samples) : 0.0);
          }},
         {"Msample/s", 9,
          [](const Row& row) {
              if (row.decoded == nullptr) return std::string();
              const double samples = static_cast<double>(row.samples);
-             return formatted("%.1f", row.seconds > 0 ? samples / row.seconds / 1e6 : 0.0);
+             return with_decimals(1, row.seconds > 0 ? samples / row.seconds / 1e6 : 0.0);
          }},
     };
     return columns;

@@ -55,6 +55,11 @@ MORVA_API int pfread(const char* name, Pf** pf);
  * opened ("can't open 'FILE'", unless it has just gone). */
 MORVA_API int pfload(const char* envname, const char* dir, const char* name, Pf** pf);
 
+/* Prints the string that the key has in the files of `name`, and a newline, on standard output.
+ * Returns 0, or -1 after a complaint: "Can't read parameter file NAME" (also when there are errors
+ * in it) or "no entry 'KEY' in parameter file NAME". */
+MORVA_API int pfprint(const char* filename, const char* key);
+
 /* ---- Changes ---- */
 
 /* A file and the state it was in. The fields behind the first two are more of what stat told, in

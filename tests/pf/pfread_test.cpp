@@ -157,4 +157,21 @@ TEST_F(PfRead, LoadReadsTheOneFileThatTheDataSearchFinds) {
     EXPECT_EQ(logged.text(), "Unknown_Program: Can't find parameter file sub/none\n");
 }
 
+TEST_F(PfRead, PrintWritesAString) {
+    write("b/x.pf", "k  a b # c\n");
+    std::string told;
+    const auto print = [&](const char* name, const char* key, int expected) {
+        std::string out;
+        told = kit::captured(
+            2, [&] { out = kit::captured(1, [&] { EXPECT_EQ(pfprint(name, key), expected); }); });
+        return out;
+    };
+    EXPECT_EQ(print("x", "k", 0), "a b\n");
+    EXPECT_EQ(told, "");
+    EXPECT_EQ(print("x", "none", -1), "");
+    EXPECT_EQ(told, "Unknown_Program: no entry 'none' in parameter file x\n");
+    EXPECT_EQ(print("none", "k", -1), "");
+    EXPECT_EQ(told, "Unknown_Program: Can't read parameter file none\n");
+}
+
 }  // namespace

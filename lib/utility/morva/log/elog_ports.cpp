@@ -1,12 +1,8 @@
-// How the register stands alone: no parameter file, no gravesite. The
-// families that know better take over a port by defining it in their own source instead.
+// How the register stands alone: no gravesite. The families that know better take over a port by
+// defining it in their own source instead.
 #include "base/ports.hpp"
 
 namespace morva::port {
-
-bool read_register_settings(TakeSetting, void*) {
-    return false;
-}
 
 int bury() {
     return 0;
