@@ -193,4 +193,27 @@ TEST_F(Wfreport, ReadsStandardInputAndExplainsItself) {
     EXPECT_EQ(report("good.gse2 >/dev/full").status, 1);
 }
 
+TEST_F(Wfreport, TakesItsSettingsFromAParameterFile) {
+    const std::string root = MORVA_SOURCE_DIR;
+    write("wfreport.pf", "select &Tbl{\nBREK:HHN\n}\ncolumns &Tbl{\nsta\nchecksum\nfile\n}\n");
+    const std::string path = "PFPATH=" + root + "/data/pf:. ";
+    const Outcome seen = run("KORVALIN=" + root + " " + path + kPrograms + "wfreport");
+    EXPECT_EQ(seen.err, "");
+    EXPECT_EQ(seen.out, "settings from " + root +
+                            "/data/pf/wfreport.pf, ./wfreport.pf\n"
+                            "sta   checksum  file\n"
+                            "BREK  good      synthetic.gse2\n"
+                            "1 section in 2 files: all good\n");
+
+    write("wfreport.pf", "max_file_size 1k\nmax_bad_files 1\n");
+    const Outcome limited = report(kShipped + "synthetic.gse2 " + kShipped + "synthetic_crlf.gse2");
+    EXPECT_THAT(limited.err, testing::HasSubstr("synthetic.gse2: can't read it: File too large"));
+    EXPECT_THAT(limited.out,
+                testing::EndsWith("0 sections in 1 file: 0 bad sections, 1 bad file\n"));
+
+    write("wfreport.pf", "columns &Tbl{\n");
+    EXPECT_THAT(report(kShipped + "synthetic.gse2").err,
+                testing::EndsWith("errors in the settings; they come from ./wfreport.pf\n"));
+}
+
 }  // namespace
