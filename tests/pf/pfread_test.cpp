@@ -1,4 +1,6 @@
 // Which files a name stands for, and the tree that they give.
+#include <sys/stat.h>
+
 #include <cerrno>
 
 #include "pf/pf_files.hpp"
@@ -155,6 +157,12 @@ TEST_F(PfRead, LoadReadsTheOneFileThatTheDataSearchFinds) {
     EXPECT_EQ(pfload("MORVA_DATA", "sub", "none", &pf_), -1);
     EXPECT_TRUE(holds(pf_, ""));
     EXPECT_EQ(logged.text(), "Unknown_Program: Can't find parameter file sub/none\n");
+    pffree(pf_);
+    elog_clear();
+    ASSERT_EQ(::mknod(file("a/socket.pf").c_str(), S_IFSOCK | 0600, 0), 0);  // not to be opened
+    EXPECT_EQ(pfload("MORVA_DATA", nullptr, "socket", &pf_), -1);
+    EXPECT_THAT(logged.text(),
+                testing::StartsWith(here("Unknown_Program: can't open '@/a/socket.pf'\n")));
 }
 
 TEST_F(PfRead, PrintWritesAString) {

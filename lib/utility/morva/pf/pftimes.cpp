@@ -101,12 +101,6 @@ bool same_files(const Tbl* before, Tbl* now, double taken) {
     return true;
 }
 
-bool are_settled(const Tbl* times, double when) {
-    for (long i = 0; i < tbl_count(times); ++i)
-        if (!is_settled(time_item(times, i), when)) return false;
-    return true;
-}
-
 Watch Watch::look(const char* name) {
     Watch watch;
     watch.when_ = std_now();
@@ -120,6 +114,12 @@ Watch Watch::look(const char* name) {
         return place.error;
     });
     return watch;
+}
+
+bool Watch::is_settled() const {
+    return std::all_of(places_.begin(), places_.end(), [&](const Place& place) {
+        return place.error != 0 || morva::pf::is_settled(place.status, when_);
+    });
 }
 
 bool Watch::shows_the_same(const Place& place) {

@@ -19,9 +19,6 @@ void digest_contents(Tbl* times);
 // in any case.
 bool same_files(const Tbl* before, Tbl* now, double taken);
 
-// Whether a change of the files after the time `when` is bound to show in what stat tells of them.
-bool are_settled(const Tbl* times, double when);
-
 // One look along the search path: every place where a file of the name may be, and what stat tells
 // of it. It decides which files the name stands for and which states they are in.
 class Watch {
@@ -29,6 +26,8 @@ class Watch {
     static Watch look(const char* name);
     // Whether another look shows the same.
     bool holds(const char* name) const;
+    // Whether whatever has changed since the look is bound to show in another.
+    bool is_settled() const;
     double when() const { return when_; }
 
   private:

@@ -67,7 +67,7 @@ struct Present {
     void move_to(UpdateState* state) {
         std::swap(state->watch, watch);
         std::swap(state->times, times);
-        state->trusted = are_settled(state->times, state->watch.when());
+        state->trusted = state->watch.is_settled();
     }
     Watch watch;
     Tbl* times;
