@@ -1,5 +1,6 @@
 // Trees that follow their files.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -181,6 +182,22 @@ TEST_F(PfUpdate, DoesNotFreeATreeOfTheCaller) {
     EXPECT_EQ(update(), 1);
     EXPECT_NE(pf_, mine);
     pffree(mine);
+}
+
+TEST_F(PfUpdate, KeepsTheTreeWhileDescriptorsAreOut) {
+    write("a/x.pf", "k 1\n");
+    EXPECT_EQ(update(), 1);
+    write("a/x.pf", "k 22\n");
+    rlimit limit, none{0, 0};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    none.rlim_max = limit.rlim_max;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const int starved = update();
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(starved, -1);
+    EXPECT_TRUE(holds(pf_, "k 1\n"));
+    EXPECT_EQ(update(), 1);
+    EXPECT_TRUE(holds(pf_, "k 22\n"));
 }
 
 // Another process replaces, removes and restores the files; each holds one number many times.

@@ -13,6 +13,7 @@ namespace {
 constinit std::atomic<long> g_countdown{-1};
 constinit std::atomic<bool> g_from_then_on{false};
 constinit std::atomic<long> g_seen{0};
+constinit std::atomic<bool> g_ran_out{false};
 
 // True when this allocation is to fail. The common case is one load of a value that nobody writes.
 inline bool must_fail() {
@@ -53,8 +54,13 @@ void* try_realloc(void* block, std::size_t bytes) {
 }
 
 void out_of_memory(std::size_t bytes, const char* what, Site site) {
+    g_ran_out = true;
     elog_die(1, "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
              site.function, site.line, site.file, static_cast<unsigned long>(bytes), what);
+}
+
+bool memory_has_run_out() {
+    return g_ran_out;
 }
 
 void* must_malloc(std::size_t bytes, const char* what, Site site) {

@@ -30,6 +30,9 @@ void* try_realloc(void* block, std::size_t bytes);
 // WHAT\n".
 [[noreturn]] void out_of_memory(std::size_t bytes, const char* what, Site site);
 
+// Whether that has happened: what is not needed for the message had better not be tried.
+bool memory_has_run_out();
+
 // The same as above, but never null. A size of 0 gives a block that can be freed.
 void* must_malloc(std::size_t bytes, const char* what, Site site);
 void* must_calloc(std::size_t count, std::size_t size, const char* what, Site site);

@@ -173,7 +173,7 @@ void take_setting(void*, const char* key, const char* entry, const char* value) 
 Complaints load_configuration(bool first_time) {
     fill_empty(kDeliver);
     fill_empty(kTag);
-    if (first_time) port::read_register_settings(take_setting, nullptr);
+    if (first_time && !memory_has_run_out()) port::read_register_settings(take_setting, nullptr);
     return read_environment();
 }
 

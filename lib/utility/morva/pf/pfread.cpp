@@ -20,6 +20,11 @@ Descriptor open_file(const char* path) {
     return Descriptor(retry([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
 }
 
+// Errors that are the process's own, and will pass.
+bool is_passing(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
 // The root of a tree that goes by the name, whatever its files are called.
 Pf* new_root(const char* name) {
     Pf* root = pfnew(PFFILE);
@@ -36,10 +41,11 @@ int cannot_open(const char* path) {
 
 Reading read_merged(const char* name, Pf** pf) {
     *pf = new_root(name);
-    Reading reading{0, 0};
+    Reading reading;
     Tbl* files = pffiles(name, 0);
     for (const char* path : tbl_pointers<char>(files)) {
         const Descriptor fd = open_file(path);
+        if (!fd && is_passing(errno)) reading.complete = false;
         if (!fd) continue;
         ++reading.opened;
         reading.result += read_descriptor(fd.get(), path, pf);

@@ -5,10 +5,11 @@
 
 namespace morva::pf {
 
-// What became of a reading: as pfread returns it, and how many files could be opened.
+// What became of a reading.
 struct Reading {
-    int result;
-    long opened;
+    int result = 0;        // as pfread returns it
+    long opened = 0;       // files
+    bool complete = true;  // false: for want of descriptors or memory files were left out
 };
 
 Reading read_merged(const char* name, Pf** pf);

@@ -20,8 +20,9 @@ constinit std::mutex g_update_mutex;
 struct UpdateState {
     Tbl* times;  // of the last reading
     Watch watch;
-    bool trusted;  // whether the watch alone can tell that nothing has changed
-    Pf* tree;      // what the variable was given last
+    bool complete;  // whether that reading left no file out
+    bool trusted;   // whether the watch alone can tell that nothing has changed
+    Pf* tree;       // what the variable was given last
 };
 
 namespace {
@@ -51,7 +52,7 @@ UpdateState* find_state(const Key& key) {
 UpdateState* add_state(const Key& key) {
     void* block =
         must_malloc(sizeof(UpdateState), "state", Site{"pfupdate", __LINE__, __FILE_NAME__});
-    auto* state = new (block) UpdateState{nullptr, {}, false, nullptr};
+    auto* state = new (block) UpdateState{};
     if (g_states == nullptr) g_states = newarr(nullptr);
     setarr(g_states, key.text(), state);
     return state;
@@ -67,7 +68,7 @@ struct Present {
     void move_to(UpdateState* state) {
         std::swap(state->watch, watch);
         std::swap(state->times, times);
-        state->trusted = state->watch.is_settled();
+        state->trusted = state->complete && state->watch.is_settled();
     }
     Watch watch;
     Tbl* times;
@@ -81,7 +82,8 @@ Update update(const char* name, const void* variable) {
     if (state != nullptr && state->trusted && state->watch.holds(name)) return {0, nullptr, state};
     Present now(name);
     if (maxtbl(now.times) == 0) return {-1, nullptr, state};
-    if (state != nullptr && same_files(state->times, now.times, state->watch.when())) {
+    if (state != nullptr && state->complete &&
+        same_files(state->times, now.times, state->watch.when())) {
         now.move_to(state);
         return {0, nullptr, state};
     }
@@ -93,6 +95,7 @@ Update update(const char* name, const void* variable) {
         return {-1, nullptr, state};
     }
     if (state == nullptr) state = add_state(key);
+    state->complete = reading.complete;
     now.move_to(state);
     return {reading.result == 0 ? 1 : reading.result, fresh, state};
 }
