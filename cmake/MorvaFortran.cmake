@@ -17,6 +17,7 @@ set(kinds
     "const long \\*(.+)|integer(c_long), intent(in) :: NAME"
     "long \\*(.+)|integer(c_long), intent(inout) :: NAME"
     "const double \\*(.+)|real(c_double), intent(in) :: NAME"
+    "double \\*(.+)|real(c_double), intent(inout) :: NAME"
     "const intptr_t \\*(.+)|integer(handle), intent(in) :: NAME"
     "const void \\*(.+)|type(*), intent(in), optional :: NAME"
     "void \\*(.+)|type(*), optional :: NAME"

@@ -302,5 +302,40 @@ MORVA_API int um6_(const char* text, const int* nbytes, int32_t* samples, int* n
 MORVA_API void initdecode_(void);
 MORVA_API int gse_checksum_(const int32_t* samples, const int* nsamp, int32_t* checksum);
 
+/* Times. Texts are as of rule 4; fmttime has its text where C has it, and blanks for a zone are
+ * UTC. The six bytes of a BCD clock are any variable of that size. Records of fields have no twins:
+ * e2h, h2e, doy2mday and mday2doy do their work. */
+MORVA_API int isleap_(const int* year);
+MORVA_API double dtoepoch_(const int* yearday);
+MORVA_API double year2days_(const double* year);
+MORVA_API double epoch_(const int* yearday);
+MORVA_API int yearday_(const double* epoch);
+MORVA_API double h2e_(const int* year, const int* doy, const int* hour, const int* minute,
+                      const double* second);
+MORVA_API void e2h_(const double* epoch, int* year, int* doy, int* hour, int* minute,
+                    double* second);
+MORVA_API void doy2mday_(const int* doy, const int* year, int* month, int* day);
+MORVA_API int mday2doy_(const int* year, const int* month, const int* day);
+MORVA_API int todaysdate_(void);
+MORVA_API double timecon_(const char* text, size_t text_length);
+MORVA_API long epoch2str_(const char* format, const double* epoch, char* text, size_t format_length,
+                          size_t text_length);
+MORVA_API long zepoch2str_(const char* format, const char* zone, const double* epoch, char* text,
+                           size_t format_length, size_t zone_length, size_t text_length);
+MORVA_API long strtime_(const double* epoch, char* text, size_t text_length);
+MORVA_API long strydtime_(const double* epoch, char* text, size_t text_length);
+MORVA_API long strdate_(const double* epoch, char* text, size_t text_length);
+MORVA_API long strlocaltime_(const double* epoch, char* text, size_t text_length);
+MORVA_API long strlocalydtime_(const double* epoch, char* text, size_t text_length);
+MORVA_API long strlocaldate_(const double* epoch, char* text, size_t text_length);
+MORVA_API int fmttime_(char* text, const int* kind, const char* zone, const double* epoch,
+                       size_t text_length, size_t zone_length);
+MORVA_API int is_month_first_(void);
+MORVA_API long strtdelta_(const double* seconds, char* text, size_t text_length);
+MORVA_API long ordinal_(const int* n, char* text, size_t text_length);
+MORVA_API int get_nice_times_(const int* count, double* first, double* step, const double* t0,
+                              const double* t1);
+MORVA_API void epoch2bcd_(void* bcd, const double* epoch);
+
 MORVA_END
 #endif

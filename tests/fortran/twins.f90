@@ -344,6 +344,30 @@ contains
         call pffree(tree)
     end subroutine
 
+    subroutine times()
+        real(8) :: t, second, first, step
+        integer :: year, doy, hour, minute, month, day
+        character(len=32) :: text
+        t = h2e(2014, 175, 12, 30, 15.5d0)
+        call check(t == 1403613015.5d0, 'h2e')
+        call check(yearday(t) == 2014175 .and. epoch(2014175) == dtoepoch(2014175), 'yearday')
+        call e2h(t, year, doy, hour, minute, second)
+        call check(year == 2014 .and. doy == 175 .and. hour == 12 .and. minute == 30, 'e2h')
+        call check(second == 15.5d0, 'e2h')
+        call doy2mday(175, 2014, month, day)
+        call check(month == 6 .and. day == 24 .and. mday2doy(2014, 6, 24) == 175, 'doy2mday')
+        call check(epoch2str('%Y-%j %T  ', t, text) == 21, 'epoch2str')
+        call check(text == '2014-175 12:30:15.500', 'epoch2str')
+        call check(zepoch2str('%H:%M %z', 'XXX-2', t, text) == 9, 'zepoch2str')
+        call check(text == '14:30 XXX', 'zepoch2str')
+        call check(fmttime(text, 3, ' ', t) == 0 .and. text == '2014-06-24', 'fmttime')
+        call check(strtdelta(90061d0, text) == 21 .and. text == ' 1 days 1.0 hours', 'strtdelta')
+        call check(ordinal(22, text) == 2 .and. text == 'nd', 'ordinal')
+        call check(timecon('1:2:3.5') == 3723.5d0, 'timecon')
+        call check(get_nice_times(10, first, step, t, t + 100) == 0, 'get_nice_times')
+        call check(first == t + 4.5d0 .and. step == 10, 'get_nice_times')
+    end subroutine
+
     subroutine waveforms()
         integer(c_int32_t) :: samples(4) = [0, 1, 2, 3], decoded(4)
         integer(c_int) :: nbytes, nsamp
@@ -390,6 +414,7 @@ program twins
     call register()
     call strings()
     call parameters(trim(argument)//'/tree.pf')
+    call times()
     call waveforms()
     if (failures > 0) stop 1
 end program twins

@@ -6,9 +6,12 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 #include "base/diagnostics.hpp"
+#include "morva/pf.h"
+#include "morva/pfread.h"
 #include "skerrows.h"
 #include "time/fields.hpp"
 
@@ -59,8 +62,50 @@ HouseFormats built_in(bool european) {
             String(date) + "  (%j) %H:%M:%S.%u", date, !european};
 }
 
+constexpr char kFile[] = "time_formats.pf";
+
+// The values of the file that belong to a location, or to none.
+class Settings {
+  public:
+    Settings(Pf* pf, const char* location) : pf_(pf), location_(location) {}
+
+    // The string of a key; without it the process ends. A missing uydtime is told as ydtime where
+    // no location is in use: programs' documentation has it so.
+    String required(const char* key) const {
+        const String path = path_of(key);
+        if (const char* text = ::pfget_string(pf_, path.c_str())) return text;
+        const bool told_as_ydtime = location_.empty() && path == "uydtime";
+        elog_die(0, "Could not read '%s' from %s", told_as_ydtime ? "ydtime" : path.c_str(), kFile);
+    }
+    bool flag(const char* key) const { return ::pfget_boolean(pf_, path_of(key).c_str()) != 0; }
+
+  private:
+    String path_of(const char* key) const {
+        return location_.empty() ? String(key) : location_ + '{' + key + '}';
+    }
+    Pf* pf_;
+    String location_;
+};
+
+struct FreePf {
+    void operator()(Pf* pf) const { ::pffree(pf); }
+};
+
 HouseFormats load() {
-    return built_in(std_getenv("EUROPEAN_DATE") != nullptr);
+    const bool european = std_getenv("EUROPEAN_DATE") != nullptr;
+    Pf* pf = nullptr;
+    const bool read = ::pfread(kFile, &pf) >= 0;
+    const std::unique_ptr<Pf, FreePf> owner(pf);
+    if (!read) return built_in(european);
+    const char* location = european ? "european" : ::pfget_string(pf, "location");
+    const Settings settings(pf, location != nullptr ? location : "");
+    HouseFormats formats;
+    formats.time = settings.required("time");
+    formats.ydtime = settings.required("ydtime");
+    formats.uydtime = settings.required("uydtime");
+    formats.date = settings.required("date");
+    formats.month_first = settings.flag("month_first");
+    return formats;
 }
 
 // Copies of formats, for good.
