@@ -10,7 +10,11 @@ constexpr double kDay = 86400;
 constexpr int kDaySeconds = 86400;
 
 constexpr bool is_leap(std::int64_t year) {
-    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+    return (year & (year % 25 == 0 ? 15 : 3)) == 0;  // of centuries, every fourth
+}
+
+constexpr bool is_leap(int year) {
+    return (year & (year % 25 == 0 ? 15 : 3)) == 0;
 }
 
 constexpr std::int64_t floor_div(std::int64_t a, std::int64_t b) {
@@ -23,6 +27,16 @@ constexpr std::int64_t days_to_year(std::int64_t year) {
            floor_div(year - 1601, 400);
 }
 
+// The same of the first four million years.
+constexpr std::uint32_t kEarlyYears = 1 << 22;
+constexpr bool is_early(int year) {
+    return static_cast<std::uint32_t>(year) - 1 < kEarlyYears;
+}
+constexpr int days_to_early_year(int year) {
+    const std::uint32_t whole = static_cast<std::uint32_t>(year) - 1;
+    return static_cast<int>(365 * whole + whole / 4 - whole / 100 + whole / 400) - 719162;
+}
+
 // Days from 1970-01-01 to a day of the year, counted from 1; it need not lie within the year.
 constexpr std::int64_t day_number(std::int64_t year, std::int64_t doy) {
     return days_to_year(year) + doy - 1;
@@ -33,17 +47,29 @@ struct YearDay {
     int doy;
 };
 
-// The inverse of day_number (day within 10^17). Eras of 400 years start with a year after a leap
-// year, so that every leap day is the last day of its four years: J. R. Meyer's and H. Hinnant's
-// well-known reduction, "chrono-compatible low-level date algorithms", with years from January.
+// The days of some years in a row, the first of which follows a year whose number is a multiple of
+// 400: leap days are then the last days of their four years. Year and day of the year count from 0.
+// C. Neri and L. Schneider, "Euclidean affine functions and their application to calendar
+// algorithms", Software: Practice and Experience 53 (2023). Days below 2^30.
+constexpr YearDay split_days(std::uint32_t days) {
+    const std::uint32_t quarters = 4 * days + 3;
+    const std::uint32_t century = quarters / 146097;
+    const std::uint32_t of_century = quarters % 146097 | 3;
+    const std::uint32_t year = of_century / 1461;
+    return {100 * century + year, static_cast<int>(of_century % 1461 / 4)};
+}
+
+// The inverse of day_number (day within 10^17).
 constexpr YearDay year_and_day(std::int64_t day) {
-    constexpr std::int64_t kEra = 146097;
+    constexpr std::int64_t kEra = 146097;  // days of 400 years
     const std::int64_t since_year_1 = day - days_to_year(1);
+    if (since_year_1 >= 0 && since_year_1 < 1 << 30) {
+        const auto [year, doy] = split_days(static_cast<std::uint32_t>(since_year_1));
+        return {year + 1, doy + 1};
+    }
     const std::int64_t era = floor_div(since_year_1, kEra);
-    const auto of_era = static_cast<std::uint32_t>(since_year_1 - era * kEra);
-    const std::uint32_t year = (of_era - of_era / 1460 + of_era / 36524 - of_era / 146096) / 365;
-    const std::uint32_t start = 365 * year + year / 4 - year / 100;
-    return {400 * era + year + 1, static_cast<int>(of_era - start) + 1};
+    const auto [year, doy] = split_days(static_cast<std::uint32_t>(since_year_1 - era * kEra));
+    return {400 * era + year + 1, doy + 1};
 }
 
 constexpr int kMonthLengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -77,7 +103,8 @@ constexpr int weekday(std::int64_t day) {
     return static_cast<int>(day + 3 - 7 * floor_div(day + 3, 7));
 }
 
-static_assert(days_to_year(1970) == 0 && day_number(2014, 1) * kDaySeconds == 1388534400);
+static_assert(days_to_early_year(1) == days_to_year(1) && days_to_year(1970) == 0 &&
+              day_number(2014, 1) * kDaySeconds == 1388534400);
 static_assert(year_and_day(-1).year == 1969 && year_and_day(-1).doy == 365);
 static_assert(kMonthOf[1][60] == 2 && kMonthOf[0][60] == 3 && weekday(0) == 3);
 

@@ -79,11 +79,6 @@ struct Clock {
 };
 
 Clock clock_of(double seconds) {
-    if (!(seconds >= 0 && seconds <= kDay)) {  // NaN, or the day's number is not exact
-        const double hour = std::floor(seconds / 3600);
-        const double minute = std::floor((seconds - 3600 * hour) / 60);
-        return {to_integer(hour), to_integer(minute), seconds - 3600 * hour - 60 * minute};
-    }
     const int whole = static_cast<int>(seconds);
     const int minutes = whole / 60;
     return {minutes / 60, minutes % 60, seconds - 60 * minutes};
@@ -102,21 +97,34 @@ MonthDay month_and_day(int doy, bool leap) {
     return {month, doy - kDaysBefore[leap][month - 1]};
 }
 
-// Day and clock time of any time, by the documented steps.
-std::pair<Date, Clock> break_down(double epoch) {
-    if (epoch >= kFirstExact && epoch < kEndExact) {
-        const std::int64_t day = floor_of(epoch / kDay);
-        const auto [year, doy] = year_and_day(day);
-        return {{year * 1000 + doy, static_cast<int>(year), doy},
-                clock_of(epoch - static_cast<double>(day * kDaySeconds))};
-    }
+struct Moment {
+    Date date;
+    Clock clock;
+};
+
+// Day and clock time by the documented steps.
+[[gnu::noinline]] Moment break_down_by_steps(double epoch) {
     const double day = std::floor(epoch / kDay);
     double seconds = epoch - day * kDay;
     if (seconds > kDay) seconds = 0;
-    return {date_by_steps(day), clock_of(seconds)};
+    const Date date = date_by_steps(day);
+    if (seconds >= 0) return {date, clock_of(seconds)};
+    const double hour = std::floor(seconds / 3600);  // the day is too large to be exact, or NaN
+    const double minute = std::floor((seconds - 3600 * hour) / 60);
+    return {date, {to_integer(hour), to_integer(minute), seconds - 3600 * hour - 60 * minute}};
 }
 
-double epoch_of_day(std::int64_t yearday) {
+inline Moment break_down(double epoch) {
+    if (!(epoch >= kFirstExact && epoch < kEndExact)) return break_down_by_steps(epoch);
+    // The quotient of the documented steps never rounds up to a whole number: integers do as well.
+    const std::int64_t day = floor_div(floor_of(epoch), kDaySeconds);
+    const double seconds = epoch - static_cast<double>(day * kDaySeconds);
+    if (seconds >= kDay) return break_down_by_steps(epoch);  // a trifle before midnight
+    const auto [year, doy] = year_and_day(day);
+    return {{year * 1000 + doy, static_cast<int>(year), doy}, clock_of(seconds)};
+}
+
+[[gnu::noinline]] double epoch_of_day(std::int64_t yearday) {
     return kDay * static_cast<double>(day_number(yearday / 1000, yearday % 1000));
 }
 
@@ -150,7 +158,8 @@ Fields utc_fields(double epoch) {
             .day = day,
             .doy = date.doy,
             .hour = clock.hour,
-            .minute = clock.minute};
+            .minute = clock.minute,
+            .whole_second = to_integer(clock.second)};
 }
 
 }  // namespace morva::time
@@ -177,11 +186,18 @@ double epoch(int yearday) {
 }
 
 int yearday(double epoch) {
-    const long date = break_down(epoch).first.date;
+    const long date = break_down(epoch).date.date;
     return to_integer(static_cast<double>(date));
 }
 
 double h2e(int year, int doy, int hour, int minute, double second) {
+    if (is_early(year) && static_cast<unsigned>(doy) < 1000)
+        [[likely]] {  // all but the second stays whole
+        const std::int64_t day = days_to_early_year(year) + doy - 1;
+        return static_cast<double>(kDaySeconds * day + 3600 * std::int64_t{hour} +
+                                   60 * std::int64_t{minute}) +
+               second;
+    }
     return epoch_of_day(1000 * static_cast<std::int64_t>(year) + doy) + 3600.0 * hour +
            60.0 * minute + second;
 }

@@ -1,6 +1,7 @@
 // Texts of times: a table of format letters and the loop around it.
 #include <bit>
 #include <charconv>
+#include <cstddef>
 #include <cstring>
 
 #include "time/fields.hpp"
@@ -107,8 +108,8 @@ char* put_seconds(char* at, double value, int zeros) {
     return put_thousandths(at, static_cast<int>(all % 1000));
 }
 
-int parts_of_second(double second, double parts) {
-    return to_integer((second - to_integer(second)) * parts + 0.5);
+int parts_of_second(const Fields& f, double parts) {
+    return to_integer((f.second - f.whole_second) * parts + 0.5);
 }
 
 int hour_of_half_day(int hour) {
@@ -128,6 +129,8 @@ char* put_ordinal(char* at, int n) {
 struct Code {
     char letter;
     Put put;
+    std::size_t two_digits =
+        0;  // instead, for what is put most often: where the int lies in Fields
 };
 
 constexpr Code kCodes[] = {
@@ -147,7 +150,7 @@ constexpr Code kCodes[] = {
          *at++ = '/';
          return put_two(at, f.year % 100);
      }},
-    {'d', [](char* at, const Fields& f) { return put_two(at, f.day); }},
+    {'d', nullptr, offsetof(Fields, day)},
     {'e', [](char* at, const Fields& f) { return put_blanks(at, 2, f.day); }},
     {'E', [](char* at, const Fields& f) { return pad_left(at, put_seconds(at, f.epoch, 1), 15); }},
     {'G',
@@ -164,22 +167,21 @@ constexpr Code kCodes[] = {
          *at++ = '-';
          return put_thousandths(at, f.doy);
      }},
-    {'H', [](char* at, const Fields& f) { return put_two(at, f.hour); }},
+    {'H', nullptr, offsetof(Fields, hour)},
     {'I', [](char* at, const Fields& f) { return put_two(at, hour_of_half_day(f.hour)); }},
     {'j', [](char* at, const Fields& f) { return put_thousandths(at, f.doy); }},
     {'k', [](char* at, const Fields& f) { return put_blanks(at, 2, f.hour); }},
     {'L', [](char* at, const Fields& f) { return put_blanks(at, 2, f.month); }},
     {'l', [](char* at, const Fields& f) { return put_blanks(at, 2, hour_of_half_day(f.hour)); }},
-    {'M', [](char* at, const Fields& f) { return put_two(at, f.minute); }},
-    {'m', [](char* at, const Fields& f) { return put_two(at, f.month); }},
+    {'M', nullptr, offsetof(Fields, minute)},
+    {'m', nullptr, offsetof(Fields, month)},
     {'n', [](char* at, const Fields&) { return put_text(at, "\n"); }},
     {'O', [](char* at, const Fields& f) { return put_ordinal(at, f.doy); }},
     {'o', [](char* at, const Fields& f) { return put_ordinal(at, f.day); }},
     {'p', [](char* at, const Fields& f) { return put_text(at, f.hour < 12 ? "AM" : "PM"); }},
-    {'S', [](char* at, const Fields& f) { return put_two(at, to_integer(f.second)); }},
+    {'S', nullptr, offsetof(Fields, whole_second)},
     // Not clamped: callers that do not round first see 1000.
-    {'s', [](char* at,
-             const Fields& f) { return put_thousandths(at, parts_of_second(f.second, 1000)); }},
+    {'s', [](char* at, const Fields& f) { return put_thousandths(at, parts_of_second(f, 1000)); }},
     {'T',
      [](char* at, const Fields& f) {
          at = put_two(at, f.hour);
@@ -191,7 +193,7 @@ constexpr Code kCodes[] = {
     {'t', [](char* at, const Fields&) { return put_text(at, "\t"); }},
     {'u',
      [](char* at, const Fields& f) {
-         return put_zeros(at, 5, std::min(parts_of_second(f.second, 100000), 99999));
+         return put_zeros(at, 5, std::min(parts_of_second(f, 100000), 99999));
      }},
     {'Y', [](char* at, const Fields& f) { return put_year(at, f.year); }},
     {'y', [](char* at, const Fields& f) { return put_two(at, f.year % 100); }},
@@ -199,15 +201,16 @@ constexpr Code kCodes[] = {
     {'z', [](char* at, const Fields& f) { return put_text(at, f.zone); }},
 };
 
-constexpr auto kPut = [] {
-    std::array<Put, 128> table{};
-    for (const Code& code : kCodes) table[static_cast<unsigned char>(code.letter)] = code.put;
+constexpr auto kCodeOf = [] {
+    std::array<Code, 256> table{};
+    for (const Code& code : kCodes) table[static_cast<unsigned char>(code.letter)] = code;
     return table;
 }();
 
-Put put_of(char letter) {
-    const auto index = static_cast<unsigned char>(letter);
-    return index < kPut.size() ? kPut[index] : nullptr;
+int int_at(const Fields& fields, std::size_t offset) {
+    int value;
+    std::memcpy(&value, reinterpret_cast<const char*>(&fields) + offset, sizeof value);
+    return value;
 }
 
 char* put_padded(char* at, std::to_chars_result result, int width) {
@@ -247,15 +250,22 @@ char* Text::grow(char* at) {
 
 void put_time(Text& text, const char* format, const Fields& fields) {
     char* at = text.start();
+    const char* limit = text.limit();
     for (; *format != '\0'; ++format) {
-        at = text.room(at);
+        if (at > limit) {
+            at = text.grow(at);
+            limit = text.limit();
+        }
         if (*format != '%') {
             *at++ = *format;
             continue;
         }
         if (*++format == '\0') break;
-        if (const Put put = put_of(*format))
-            at = put(at, fields);
+        const Code& code = kCodeOf[static_cast<unsigned char>(*format)];
+        if (code.two_digits != 0)
+            at = put_two(at, int_at(fields, code.two_digits));
+        else if (code.put != nullptr)
+            at = code.put(at, fields);
         else
             *at++ = *format;
     }

@@ -33,6 +33,7 @@ struct Fields {
     int doy;
     int hour;
     int minute;
+    int whole_second;              // of second
     bool may_load_formats = true;  // to learn which of month and day comes first
 };
 
@@ -48,8 +49,10 @@ class Text {
     Text(const Text&) = delete;
     Text& operator=(const Text&) = delete;
 
-    // Makes room for n bytes behind `at`, the end of the text; n is at most kRoom.
-    char* room(char* at) { return static_cast<std::size_t>(end_ - at) >= kRoom ? at : grow(at); }
+    // As long as the text ends before this, there is room for kRoom bytes. Otherwise grow, which
+    // returns the end of the text anew.
+    const char* limit() const { return end_ - kRoom; }
+    char* grow(char* at);
     char* start() { return start_; }
     void finish(char* at) { size_ = static_cast<std::size_t>(at - start_); }
     std::string_view view() const { return {start_, size_}; }
@@ -60,8 +63,6 @@ class Text {
     static constexpr std::size_t kRoom = 400;
 
   private:
-    char* grow(char* at);
-
     char first_[1024 + kRoom];
     char* start_ = first_;
     char* end_ = first_ + sizeof first_;

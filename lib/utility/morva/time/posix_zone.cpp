@@ -108,17 +108,22 @@ bool take_day(Cursor& text, ClockChange& change) {
            change.day >= (without_leap ? 1 : 0);
 }
 
-// A day and, behind a slash, the time of day, 2:00 otherwise.
-bool take_change(Cursor& text, ClockChange& change) {
+// A day and, behind a slash, the time of day, 2:00 otherwise. Gives nothing when it is not sound.
+bool take_change(Cursor& text, ClockChange& result) {
+    ClockChange change;
     text.take(',');
     if (!take_day(text, change)) return false;
     change.seconds = 2 * 3600;
-    if (!text.take('/')) return text.at_end() || text.next() == ',';
+    if (!text.take('/')) {
+        result = change;
+        return text.at_end() || text.next() == ',';
+    }
     const bool negative = text.take('-');
     std::array<int, 3> clock{};
     if (!text.take_clock(clock)) return false;
     const int seconds = 3600 * clock[0] + 60 * clock[1] + clock[2];
     change.seconds = negative ? -seconds : seconds;
+    result = change;
     return true;
 }
 

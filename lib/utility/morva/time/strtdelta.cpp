@@ -82,7 +82,7 @@ const char* ordinal(int n) {
 
 char* strtdelta(double seconds) {
     Text text;
-    char* const start = text.room(text.start());
+    char* const start = text.start();
     *start = seconds < 0 ? '-' : ' ';
     char* at = put_length(start + 1, seconds < 0 ? -seconds : seconds);
     while (at - start < kLeastLength) *at++ = ' ';

@@ -121,15 +121,17 @@ std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& wanted
 Fields fields_in(const Zone& zone, double epoch) {
     const double whole = std::trunc(epoch);
     const LocalTime local = local_time(zone, to_integer<std::int64_t>(whole));
+    const double second = local.second + (epoch - whole);
     return {.epoch = epoch,
-            .second = local.second + (epoch - whole),
+            .second = second,
             .zone = local.abbreviation,
             .year = local.year,
             .month = local.month,
             .day = local.day,
             .doy = local.doy,
             .hour = local.hour,
-            .minute = local.minute};
+            .minute = local.minute,
+            .whole_second = to_integer(second)};
 }
 
 }  // namespace morva::time
