@@ -58,7 +58,7 @@ bool has_no_errors(std::string_view text) {
     Pf* root = pfnew(PFARR);
     morva::pf::Messages messages;
     char source[] = "source";
-    morva::pf::TreeBuilder builder(root, text.size(), source, messages);
+    morva::pf::TreeBuilder builder(root, text, source, messages);
     const morva::pf::Ending ending = morva::pf::scan(text, builder);
     builder.finish();
     pffree(root);

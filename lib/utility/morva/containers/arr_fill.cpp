@@ -77,17 +77,27 @@ class Filler {
         node->short_length =
             static_cast<std::uint16_t>(entry.length <= kKeyPrefix ? entry.length : kKeyPrefix + 1);
         node->value = entry.value;
-        node->key_room = 0;
+        node->key = copy_key(entry, &node->key_room);
+    }
+
+    // The words of a short key hold all of it and its terminator.
+    char* copy_key(const ArrayEntry& entry, std::uint16_t* room) const {
         char* key = nullptr;
+        *room = 0;
         if (entry.length < NodePool::kLargestKey) {
-            key = tree_->pool.take_key(entry.length + 1, &node->key_room);
+            key = tree_->pool.take_key(entry.length + 1, room);
         } else {
             key = static_cast<char*>(must_malloc(entry.length + 1, "key", MORVA_HERE));
             ++tree_->unpooled;
         }
+        if (entry.length < kKeyPrefix) {
+            store_big_endian(key, entry.head);
+            if (entry.length >= kWordBytes) store_big_endian(key + kWordBytes, entry.tail);
+            return key;
+        }
         std::memcpy(key, entry.text, entry.length);
         key[entry.length] = '\0';
-        node->key = key;
+        return key;
     }
 
     Tree* tree_;
@@ -108,15 +118,32 @@ std::span<ArrayEntry> sort_entries(std::span<ArrayEntry> entries, malloced<Array
     return {room.get(), entries.size()};
 }
 
-void fill_array(Arr* arr, std::span<const ArrayEntry> entries) {
-    if (entries.empty()) return;
-    Tree* tree = tree_of(arr);
+namespace {
+
+std::size_t pool_bytes(std::span<const ArrayEntry> entries) {
     std::size_t bytes = entries.size() * sizeof(Node);
     for (const ArrayEntry& entry : entries) bytes += NodePool::key_bytes(entry.length + 1);
-    tree->pool.reserve(bytes);
+    return bytes;
+}
+
+void fill_tree(Tree* tree, std::span<const ArrayEntry> entries) {
+    if (entries.empty()) return;
     tree->root = Filler(tree, entries).subtree(0, entries.size(), &tree->nil, 0);
     tree->root->red = 0;
     tree->count = static_cast<long>(entries.size());
+}
+
+}  // namespace
+
+void fill_array(Arr* arr, std::span<const ArrayEntry> entries) {
+    tree_of(arr)->pool.reserve(pool_bytes(entries));
+    fill_tree(tree_of(arr), entries);
+}
+
+Arr* new_filled_array(std::span<const ArrayEntry> entries) {
+    Tree* tree = new_tree(nullptr, true, pool_bytes(entries));
+    fill_tree(tree, entries);
+    return reinterpret_cast<Arr*>(tree);
 }
 
 }  // namespace morva

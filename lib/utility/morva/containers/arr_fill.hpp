@@ -23,11 +23,6 @@ struct ArrayEntry {
     std::uint32_t number;
     void* value;
 
-    ArrayEntry(std::string_view key, std::size_t number, void* value)
-        : ArrayEntry(TextKey(key), number, value) {}
-    std::string_view key() const { return {text, length}; }
-
-  private:
     ArrayEntry(const TextKey& key, std::size_t number, void* value)
         : head(key.head),
           tail(key.tail),
@@ -35,6 +30,7 @@ struct ArrayEntry {
           length(static_cast<std::uint32_t>(key.length)),
           number(static_cast<std::uint32_t>(number)),
           value(value) {}
+    std::string_view key() const { return {text, length}; }
 };
 
 // The order of two keys: negative, zero or positive, as strcmp has it.
@@ -51,5 +47,8 @@ std::span<ArrayEntry> sort_entries(std::span<ArrayEntry> entries, malloced<Array
 // Makes the entries those of an array that is empty and has the order of strcmp. Their keys ascend,
 // none is there twice.
 void fill_array(Arr* arr, std::span<const ArrayEntry> entries);
+
+// A new array of such entries, in one block as long as they are not too many.
+Arr* new_filled_array(std::span<const ArrayEntry> entries);
 
 }  // namespace morva

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <new>
 
 #include "base/memory.hpp"
 
@@ -23,6 +24,16 @@ void NodePool::add_chunk(std::size_t size) {
     chunk->next = chunks_;
     chunk->size = size;
     chunks_ = chunk;
+    use_chunk();
+}
+
+std::size_t NodePool::first_room(std::size_t bytes) {
+    const std::size_t room = bytes + sizeof(Chunk) + kCacheLine;
+    return bytes == 0 || room > kLargestChunk ? 0 : room;
+}
+
+void NodePool::begin_with(void* room, std::size_t size) {
+    chunks_ = not_owned_ = new (room) Chunk{nullptr, size};
     use_chunk();
 }
 
@@ -59,7 +70,7 @@ void NodePool::release() {
     while (chunks_ != nullptr) {
         Chunk* chunk = chunks_;
         chunks_ = chunk->next;
-        std::free(chunk);
+        if (chunk != not_owned_) std::free(chunk);
     }
 }
 

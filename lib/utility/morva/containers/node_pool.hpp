@@ -39,6 +39,11 @@ class NodePool {
     // Room for nodes and keys that take so many bytes, as one chunk when a chunk may be that large.
     void reserve(std::size_t bytes);
 
+    // Room that is not the pool's own, for as long as the pool lives, in place of a first chunk:
+    // what it takes for so many bytes of nodes and keys (0 when they are too many for a chunk).
+    static std::size_t first_room(std::size_t bytes);
+    void begin_with(void* room, std::size_t size);
+
     // What a key takes, its terminator counted in `bytes`.
     static std::size_t key_bytes(std::size_t bytes) {
         return bytes > kLargestKey ? 0 : (bytes + kKeyStep - 1) / kKeyStep * kKeyStep;
@@ -65,7 +70,8 @@ class NodePool {
     void add_chunk(std::size_t size);
     void use_chunk();
 
-    Chunk* chunks_;  // the newest first
+    Chunk* chunks_;     // the newest first
+    Chunk* not_owned_;  // the one of begin_with
     char* keys_end_;
     char* nodes_start_;
     FreeBlock* free_nodes_;

@@ -16,13 +16,15 @@ static_assert(offsetof(Tree, replace) == offsetof(Rbtree, replace));
 static_assert(offsetof(Tree, scratch) == offsetof(Rbtree, scratch));
 static_assert(offsetof(Tree, root) == offsetof(Rbtree, root));
 
-Tree* new_tree(Rb_compare compare, bool or_die) {
-    void* block = try_malloc(sizeof(Tree));
+Tree* new_tree(Rb_compare compare, bool or_die, std::size_t pool_bytes) {
+    const std::size_t room = NodePool::first_room(pool_bytes);
+    void* block = try_malloc(sizeof(Tree) + room);
     if (block == nullptr) {
-        if (or_die) out_of_memory(sizeof(Tree), "tree", MORVA_HERE);
+        if (or_die) out_of_memory(sizeof(Tree) + room, "tree", MORVA_HERE);
         return nullptr;
     }
     auto* tree = new (block) Tree{};
+    if (room > 0) tree->pool.begin_with(tree + 1, room);
     tree->compare = compare != nullptr ? compare : reinterpret_cast<Rb_compare>(&std::strcmp);
     tree->replace = 1;
     tree->nil.child[kLeft] = tree->nil.child[kRight] = tree->nil.parent = &tree->nil;

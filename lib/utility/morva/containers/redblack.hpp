@@ -71,8 +71,9 @@ inline void set_words(Node* node, const TextKey& key) {
 // node may move to a new node.
 void detach(Tree* tree, Node* node);
 
-// Null dies with the library's words unless `or_die` is false.
-Tree* new_tree(Rb_compare compare, bool or_die);
+// Null dies with the library's words unless `or_die` is false. The block of the tree has room for
+// nodes and keys of `pool_bytes`, unless they are many.
+Tree* new_tree(Rb_compare compare, bool or_die, std::size_t pool_bytes = 0);
 void free_tree(Tree* tree);
 
 // In-order steps; null at the ends.

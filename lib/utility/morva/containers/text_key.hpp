@@ -3,6 +3,7 @@
 // second cache line.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +24,11 @@ Word load_big_endian(const char* bytes) {
     if constexpr (sizeof word == 2) return __builtin_bswap16(word);
     if constexpr (sizeof word == 4) return __builtin_bswap32(word);
     return static_cast<Word>(__builtin_bswap64(word));
+}
+
+inline void store_big_endian(char* bytes, std::uint64_t word) {
+    if constexpr (std::endian::native != std::endian::big) word = __builtin_bswap64(word);
+    std::memcpy(bytes, &word, sizeof word);
 }
 
 // `length` (1 to 7) bytes as the upper bytes of a word; reads none beyond them. Bytes in the middle
@@ -57,10 +63,28 @@ struct TextKey {
                                           << 8 * (kKeyPrefix - 1 - length) << 8;
     }
 
+    // A key of at least one byte, where sixteen bytes can be read: without a branch.
+    static TextKey from_readable(std::string_view string) {
+        const auto kept = [](std::uint64_t word, std::size_t bytes) {
+            const std::size_t cut = 8 * (kWordBytes - std::min(bytes, kWordBytes));
+            return word >> cut << cut;
+        };
+        TextKey key;
+        key.text = string.data();
+        key.length = string.size();
+        key.head = kept(load_big_endian<std::uint64_t>(key.text), key.length);
+        const std::uint64_t tail = load_big_endian<std::uint64_t>(key.text + kWordBytes);
+        key.tail = key.length > kWordBytes ? kept(tail, key.length - kWordBytes) : 0;
+        return key;
+    }
+
     // The length as a node keeps it: exact while the words hold the whole string.
     std::uint16_t short_length() const {
         return static_cast<std::uint16_t>(length <= kKeyPrefix ? length : kKeyPrefix + 1);
     }
+
+  private:
+    TextKey() = default;
 };
 
 }  // namespace morva

@@ -11,47 +11,77 @@
 namespace morva::pf {
 namespace {
 
-// Nodes to be freed. Strings go at once; the others are linked through their parent fields until
-// their turn comes, so that freeing takes no memory.
+// Frees nodes with all that is under them, and takes no memory for it: a few levels deep by
+// recursion, which is the order in which readers make nodes; what is deeper is linked through the
+// parent fields until its turn comes.
 class Doomed {
   public:
-    void add(void* item) {
-        Pf* node = static_cast<Pf*>(item);
-        if (node == nullptr) return;
-        if (node->type == PFSTRING) {
-            free_string(node);
-            return release(node);
-        }
-        node->parent = first_;
-        first_ = node;
-    }
-    Pf* take() {
-        Pf* node = first_;
-        if (node != nullptr) first_ = node->parent;
-        return node;
-    }
-    // Frees a node whose value is freed.
-    void release(Pf* node) {
-        std::free(node->expanded);
-        memory_.release(node);
+    void add(void* item);
+
+    // Frees what waits for its turn.
+    void finish() {
+        while (Pf* node = std::exchange(first_, first_ == nullptr ? nullptr : first_->parent))
+            end(node);
     }
 
   private:
+    static constexpr int kDeepest = 16;
+
+    void end(Pf* node);
+
+    int depth_ = 0;
     Pf* first_ = nullptr;
     NodeRelease memory_;
 };
 
-// Entries of a large array are all over the memory: each is asked for some time before its turn.
+// Asks for the memory that freeing a node will touch: its value, and for a container what is made
+// with it, which mostly stands behind it.
+void fetch_contents(const Pf* node) {
+    constexpr std::size_t kLine = 64, kLines = 8;
+    __builtin_prefetch(node->value.any);
+    if (node->type == PFSTRING) return;
+    for (std::size_t i = 1; i < kLines; ++i) {
+        __builtin_prefetch(reinterpret_cast<const char*>(node) + i * kLine);
+        __builtin_prefetch(static_cast<const char*>(node->value.any) + i * kLine);
+    }
+}
+
+// The entries of a large array are all over the memory: an entry waits until its node, and then
+// until what the node holds, has been fetched.
+class Queue {
+  public:
+    explicit Queue(Doomed& doomed) : doomed_(doomed) {}
+
+    void add(void* item) {
+        __builtin_prefetch(item);
+        Pf*& place = waiting_[count_ % kPlaces];
+        doomed_.add(std::exchange(place, static_cast<Pf*>(item)));
+        const Pf* fetched = waiting_[(count_ + kPlaces / 2) % kPlaces];
+        if (fetched != nullptr) fetch_contents(fetched);
+        ++count_;
+    }
+    ~Queue() {
+        for (std::size_t i = 0; i < kPlaces; ++i) doomed_.add(waiting_[(count_ + i) % kPlaces]);
+    }
+
+  private:
+    static constexpr std::size_t kPlaces = 16;
+
+    Doomed& doomed_;
+    Pf* waiting_[kPlaces] = {};
+    std::size_t count_ = 0;
+};
+
 void free_array(Arr* arr, Doomed& doomed) {
     if (arr == nullptr) return;
-    constexpr std::size_t kAhead = 16;
-    void* waiting[kAhead] = {};
-    std::size_t entries = 0;
-    for_each_node_upwards(tree_of(arr), [&](const Node* entry) {
-        __builtin_prefetch(entry->value);
-        doomed.add(std::exchange(waiting[entries++ % kAhead], entry->value));
-    });
-    for (void* value : waiting) doomed.add(value);
+    constexpr long kFew = 100;
+    Tree* tree = tree_of(arr);
+    if (tree->count <= kFew) {
+        for_each_node_upwards(tree, [&](const Node* entry) { doomed.add(entry->value); });
+    } else {
+        Queue queue(doomed);
+        for_each_node_upwards(tree, [&](const Node* entry) { queue.add(entry->value); });
+    }
     freearr(arr, nullptr);
 }
 
@@ -85,6 +115,22 @@ void free_value(Pf* node, Doomed& doomed) {
         default:
             elog_complain(0, "pffree: didn't free type %d", node->type);
     }
+}
+
+void Doomed::add(void* item) {
+    Pf* node = static_cast<Pf*>(item);
+    if (node == nullptr) return;
+    if (depth_ < kDeepest) return end(node);
+    node->parent = first_;
+    first_ = node;
+}
+
+void Doomed::end(Pf* node) {
+    ++depth_;
+    free_value(node, *this);
+    --depth_;
+    std::free(node->expanded);
+    memory_.release(node);
 }
 
 // Containers whose entries are still to be copied or compared: pairs of nodes.
@@ -200,22 +246,15 @@ int compare_nodes(Pf* a, Pf* b, Pairs<Pf*>& to_compare) {
     return -1;
 }
 
-void free_all(Doomed& doomed) {
-    while (Pf* node = doomed.take()) {
-        free_value(node, doomed);
-        doomed.release(node);
-    }
-}
-
 }  // namespace
 
 void clear_node(Pf* node) {
     Doomed doomed;
     free_value(node, doomed);
+    doomed.finish();
     std::free(node->expanded);
     node->value.any = nullptr;
     node->expanded = nullptr;
-    free_all(doomed);
 }
 
 }  // namespace morva::pf
@@ -244,7 +283,7 @@ Pf* pfnew(int type) {
 void pffree(Pf* pf) {
     Doomed doomed;
     doomed.add(pf);
-    free_all(doomed);
+    doomed.finish();
 }
 
 Pf* pfdup(Pf* pf) {

@@ -102,24 +102,28 @@ void TreeBuilder::undef(const Span&) {
     }
 }
 
-Pf* TreeBuilder::new_block(Block block) {
-    const bool list = block == Block::kList;
-    Pf* node = nodes_.make(list ? PFTBL : PFARR);
-    if (list)
-        node->value.tbl = newtbl(0);
-    else
-        node->value.arr = newarr(nullptr);
+TreeBuilder::Way TreeBuilder::way_of(Block block) {
+    if (block == Block::kList) return Way::kList;
+    return Pf_show_replacements == 0 ? Way::kGathered : Way::kAtOnce;
+}
+
+// An array that is gathered is made when it ends.
+Pf* TreeBuilder::new_block(Way way) {
+    Pf* node = nodes_.make(way == Way::kList ? PFTBL : PFARR);
+    if (way == Way::kList) node->value.tbl = newtbl(0);
+    if (way == Way::kAtOnce) node->value.arr = newarr(nullptr);
     return node;
 }
 
 void TreeBuilder::open(const Span&, Block block) {
-    Pf* node = new_block(block);
+    const Way way = way_of(block);
+    Pf* node = new_block(way);
     add(node);
-    enter(node);
+    enter(node, way);
 }
 
 void TreeBuilder::too_deep(const Span& where, Block block) {
-    add(new_block(block));
+    add(new_block(block == Block::kList ? Way::kList : Way::kAtOnce));
     messages_.reason(false, "*stack* too many Lex_levels of nesting at line #%ld in pf file %s",
                      where.line, source_);
 }
@@ -129,15 +133,9 @@ void TreeBuilder::stray_close(const Span& where) {
                      source_);
 }
 
-void TreeBuilder::enter(Pf* node) {
+void TreeBuilder::enter(Pf* node, Way way) {
     if (level_ >= 0) enclosing_[level_] = current_;
     ++level_;
-    Way way = Way::kList;
-    if (node->type != PFTBL) {
-        const Tree* tree = tree_of(node->value.arr);
-        const bool fresh = tree->count == 0 && orders_text(tree) && Pf_show_replacements == 0;
-        way = fresh ? Way::kGathered : Way::kAtOnce;
-    }
     current_ = {node, way, true, entries_.size()};
 }
 
@@ -184,7 +182,11 @@ void TreeBuilder::fill() {
         entries = sort_entries(entries, room);
         entries = entries.first(drop_replaced(entries));
     }
-    fill_array(current_.node->value.arr, entries);
+    Arr*& arr = current_.node->value.arr;
+    if (arr == nullptr)
+        arr = new_filled_array(entries);
+    else
+        fill_array(arr, entries);
     entries_.erase(entries_.begin() + static_cast<long>(current_.first), entries_.end());
 }
 

@@ -8,7 +8,6 @@
 #include "pf/pf.hpp"
 #include "pf/pfpool.hpp"
 #include "pf/pfscan.hpp"
-#include "text/strings.hpp"
 
 namespace morva::pf {
 
@@ -35,10 +34,13 @@ class Messages {
 
 class TreeBuilder {
   public:
-    // `root` is an array, `length` that of the text, `source` a lasting name.
-    TreeBuilder(Pf* root, std::size_t length, char* source, Messages& messages)
-        : nodes_(kNodeBytes * length), source_(source), messages_(messages) {
-        enter(root);
+    // `root` is an array, `source` a lasting name.
+    TreeBuilder(Pf* root, std::string_view text, char* source, Messages& messages)
+        : text_end_(text.data() + text.size()),
+          nodes_(kNodeBytes * text.size()),
+          source_(source),
+          messages_(messages) {
+        enter(root, can_be_filled(root->value.arr) ? way_of(Block::kArray) : Way::kAtOnce);
     }
 
     void key(const Key& key);
@@ -72,8 +74,12 @@ class TreeBuilder {
 
     Pf* string_node(std::string_view text);
     Pf* resolved_node(const Value& value);
-    Pf* new_block(Block block);
-    void enter(Pf* node);
+    static bool can_be_filled(Arr* arr) {
+        return tree_of(arr)->count == 0 && orders_text(tree_of(arr));
+    }
+    static Way way_of(Block block);
+    Pf* new_block(Way way);
+    void enter(Pf* node, Way way);
     void leave();
     void add(Pf* node);
     void gather(Pf* node);
@@ -82,6 +88,12 @@ class TreeBuilder {
     void keep_key();
     void warn_of_openers(const char* text);
 
+    // Whether so many bytes can be read from there, which is part of the text.
+    bool readable(const char* from, std::ptrdiff_t bytes) const {
+        return text_end_ - from >= bytes;
+    }
+
+    const char* text_end_;
     NodeMaker nodes_;
     Container current_;
     Container enclosing_[kDeepest + 1];
@@ -89,6 +101,7 @@ class TreeBuilder {
     Vector<ArrayEntry> entries_;            // of all containers that gather, the innermost last
     Vector<malloced<char>> resolved_keys_;  // keys of entries that do not stand in the text
     std::string_view pending_;              // the key
+    bool kept_ = false;                     // it is one of resolved_keys_
     long key_line_ = 0;
     char* source_;
     Messages& messages_;
@@ -99,20 +112,30 @@ class TreeBuilder {
 inline void TreeBuilder::key(const Key& key) {
     pending_ = key.text;
     key_line_ = key.where.line;
-    const bool in_text = key.text.data() >= key.where.begin && key.text.data() < key.where.end;
-    if (!in_text) [[unlikely]]
+    kept_ = key.text.data() < key.where.begin || key.text.data() >= key.where.end;
+    if (kept_) [[unlikely]]
         keep_key();
 }
 
+// Most texts are copied as two blocks of fixed size, of which what is too much is overwritten by
+// the next node.
 inline Pf* TreeBuilder::string_node(std::string_view text) {
+    constexpr std::size_t kBlocks = 32;
     Pf* node = nodes_.make(PFSTRING, text.size() + 1);
-    copy_text(node->value.string, text.data(), text.size());
-    node->value.string[text.size()] = '\0';
+    char* string = node->value.string;
+    if (text.size() <= kBlocks && readable(text.data(), kBlocks) &&
+        nodes_.writable(string, kBlocks))
+        std::memcpy(string, text.data(), kBlocks);
+    else
+        std::memcpy(string, text.data(), text.size());
+    string[text.size()] = '\0';
     return node;
 }
 
 inline void TreeBuilder::gather(Pf* node) {
-    const ArrayEntry& entry = entries_.emplace_back(pending_, entries_.size(), node);
+    const bool wide = !kept_ && readable(pending_.data(), kKeyPrefix);
+    const TextKey key = wide ? TextKey::from_readable(pending_) : TextKey(pending_);
+    const ArrayEntry& entry = entries_.emplace_back(key, entries_.size(), node);
     if (entries_.size() - current_.first > 1 && compare_keys((&entry)[-1], entry) >= 0)
         current_.sorted = false;
 }

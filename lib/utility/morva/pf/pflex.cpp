@@ -91,7 +91,7 @@ int build(std::string_view text, const Source& source, Pf** pf, Messages& messag
     if (root->value.arr == nullptr) root->value.arr = newarr(nullptr);
     if (root->filename == nullptr) root->filename = name;
     root->type = PFARR;
-    TreeBuilder builder(root, text.size(), name, messages);
+    TreeBuilder builder(root, text, name, messages);
     const Ending ending = scan(text, builder);
     builder.finish();
     root->type = PFFILE;

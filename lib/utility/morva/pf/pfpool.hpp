@@ -95,6 +95,13 @@ class NodeMaker {
         return node;
     }
 
+    // Whether so many bytes from a place in the newest node on are the maker's.
+    bool writable(const char* from, std::size_t bytes) const {
+        const auto behind =
+            reinterpret_cast<std::uintptr_t>(end_) - reinterpret_cast<std::uintptr_t>(from);
+        return behind <= kLargest && behind >= bytes;
+    }
+
   private:
     static constexpr std::size_t kSmallest = 256, kLargest = 32768;  // bytes of a block
     static constexpr std::size_t kLongestText = 2048;  // longer ones have a block of their own
