@@ -9,10 +9,10 @@
 namespace morva {
 namespace {
 
-bool comes_before(const ArrayEntry& a, const ArrayEntry& b) {
+constexpr auto comes_before = [](const ArrayEntry& a, const ArrayEntry& b) {
     const int order = compare_keys(a, b);
     return order != 0 ? order < 0 : a.number < b.number;
-}
+};
 
 // Entries dealt out by the first bits in which their keys differ, so that what remains to be sorted
 // is in small runs that stay in the cache.
@@ -140,8 +140,13 @@ void fill_array(Arr* arr, std::span<const ArrayEntry> entries) {
     fill_tree(tree_of(arr), entries);
 }
 
-Arr* new_filled_array(std::span<const ArrayEntry> entries) {
-    Tree* tree = new_tree(nullptr, true, pool_bytes(entries));
+std::size_t filled_array_bytes(std::span<const ArrayEntry> entries) {
+    return tree_bytes(pool_bytes(entries));
+}
+
+Arr* place_filled_array(std::span<const ArrayEntry> entries, void* memory, std::size_t bytes,
+                        void (*give_back)(Tree*)) {
+    Tree* tree = place_tree(memory, bytes, give_back);
     fill_tree(tree, entries);
     return reinterpret_cast<Arr*>(tree);
 }

@@ -14,6 +14,8 @@
 
 namespace morva {
 
+struct Tree;
+
 // An entry to be. Its key may stand inside a longer text and holds no zero byte; `number` counts
 // the entries in the order in which they were gathered.
 struct ArrayEntry {
@@ -48,7 +50,9 @@ std::span<ArrayEntry> sort_entries(std::span<ArrayEntry> entries, malloced<Array
 // none is there twice.
 void fill_array(Arr* arr, std::span<const ArrayEntry> entries);
 
-// A new array of such entries, in one block as long as they are not too many.
-Arr* new_filled_array(std::span<const ArrayEntry> entries);
+// A new array of such entries in memory of somebody else, and what it takes.
+std::size_t filled_array_bytes(std::span<const ArrayEntry> entries);
+Arr* place_filled_array(std::span<const ArrayEntry> entries, void* memory, std::size_t bytes,
+                        void (*give_back)(Tree*));
 
 }  // namespace morva

@@ -27,11 +27,6 @@ void NodePool::add_chunk(std::size_t size) {
     use_chunk();
 }
 
-std::size_t NodePool::first_room(std::size_t bytes) {
-    const std::size_t room = bytes + sizeof(Chunk) + kCacheLine;
-    return bytes == 0 || room > kLargestChunk ? 0 : room;
-}
-
 void NodePool::begin_with(void* room, std::size_t size) {
     chunks_ = not_owned_ = new (room) Chunk{nullptr, size};
     use_chunk();
@@ -39,7 +34,7 @@ void NodePool::begin_with(void* room, std::size_t size) {
 
 void NodePool::reserve(std::size_t bytes) {
     if (nodes_start_ - keys_end_ >= static_cast<std::ptrdiff_t>(bytes)) return;
-    add_chunk(std::min(bytes + sizeof(Chunk) + kCacheLine, kLargestChunk));
+    add_chunk(std::min(room_for(bytes), kLargestChunk));
 }
 
 void NodePool::give_node(Node* node) {

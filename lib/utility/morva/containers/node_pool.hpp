@@ -39,9 +39,9 @@ class NodePool {
     // Room for nodes and keys that take so many bytes, as one chunk when a chunk may be that large.
     void reserve(std::size_t bytes);
 
-    // Room that is not the pool's own, for as long as the pool lives, in place of a first chunk:
-    // what it takes for so many bytes of nodes and keys (0 when they are too many for a chunk).
-    static std::size_t first_room(std::size_t bytes);
+    // Room that is not the pool's own, for as long as the pool lives, in place of a first chunk,
+    // and what it takes for so many bytes of nodes and keys.
+    static std::size_t room_for(std::size_t bytes) { return bytes + sizeof(Chunk) + kCacheLine; }
     void begin_with(void* room, std::size_t size);
 
     // What a key takes, its terminator counted in `bytes`.

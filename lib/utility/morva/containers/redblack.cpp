@@ -16,15 +16,10 @@ static_assert(offsetof(Tree, replace) == offsetof(Rbtree, replace));
 static_assert(offsetof(Tree, scratch) == offsetof(Rbtree, scratch));
 static_assert(offsetof(Tree, root) == offsetof(Rbtree, root));
 
-Tree* new_tree(Rb_compare compare, bool or_die, std::size_t pool_bytes) {
-    const std::size_t room = NodePool::first_room(pool_bytes);
-    void* block = try_malloc(sizeof(Tree) + room);
-    if (block == nullptr) {
-        if (or_die) out_of_memory(sizeof(Tree) + room, "tree", MORVA_HERE);
-        return nullptr;
-    }
-    auto* tree = new (block) Tree{};
-    if (room > 0) tree->pool.begin_with(tree + 1, room);
+namespace {
+
+Tree* start_tree(void* memory, Rb_compare compare) {
+    auto* tree = new (memory) Tree{};
     tree->compare = compare != nullptr ? compare : reinterpret_cast<Rb_compare>(&std::strcmp);
     tree->replace = 1;
     tree->nil.child[kLeft] = tree->nil.child[kRight] = tree->nil.parent = &tree->nil;
@@ -32,9 +27,31 @@ Tree* new_tree(Rb_compare compare, bool or_die, std::size_t pool_bytes) {
     return tree;
 }
 
+}  // namespace
+
+Tree* new_tree(Rb_compare compare, bool or_die) {
+    void* block = try_malloc(sizeof(Tree));
+    if (block == nullptr && or_die) out_of_memory(sizeof(Tree), "tree", MORVA_HERE);
+    return block == nullptr ? nullptr : start_tree(block, compare);
+}
+
+std::size_t tree_bytes(std::size_t pool_bytes) {
+    return sizeof(Tree) + NodePool::room_for(pool_bytes);
+}
+
+Tree* place_tree(void* memory, std::size_t bytes, void (*give_back)(Tree*)) {
+    Tree* tree = start_tree(memory, nullptr);
+    tree->pool.begin_with(tree + 1, bytes - sizeof(Tree));
+    tree->give_back = give_back;
+    return tree;
+}
+
 void free_tree(Tree* tree) {
     tree->pool.release();
-    std::free(tree);
+    if (tree->give_back != nullptr)
+        tree->give_back(tree);
+    else
+        std::free(tree);
 }
 
 namespace {

@@ -32,6 +32,7 @@ struct Tree {
     long deletions;  // deletions so far
     long unpooled;   // nodes whose key is not from the pool
     NodePool pool;
+    void (*give_back)(Tree*);  // what frees the tree's memory; null for std::free
 };
 
 inline Tree* tree_of(Rbtree* tree) {
@@ -71,9 +72,13 @@ inline void set_words(Node* node, const TextKey& key) {
 // node may move to a new node.
 void detach(Tree* tree, Node* node);
 
-// Null dies with the library's words unless `or_die` is false. The block of the tree has room for
-// nodes and keys of `pool_bytes`, unless they are many.
-Tree* new_tree(Rb_compare compare, bool or_die, std::size_t pool_bytes = 0);
+// Null dies with the library's words unless `or_die` is false.
+Tree* new_tree(Rb_compare compare, bool or_die);
+
+// What a tree in the order of strcmp takes together with nodes and keys of `pool_bytes`, and such a
+// tree in memory of somebody else, who gets it back when the tree is freed.
+std::size_t tree_bytes(std::size_t pool_bytes);
+Tree* place_tree(void* memory, std::size_t bytes, void (*give_back)(Tree*));
 void free_tree(Tree* tree);
 
 // In-order steps; null at the ends.

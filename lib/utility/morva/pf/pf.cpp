@@ -28,6 +28,7 @@ class Doomed {
     static constexpr int kDeepest = 16;
 
     void end(Pf* node);
+    void release(Pf* node);
 
     int depth_ = 0;
     Pf* first_ = nullptr;
@@ -120,6 +121,10 @@ void free_value(Pf* node, Doomed& doomed) {
 void Doomed::add(void* item) {
     Pf* node = static_cast<Pf*>(item);
     if (node == nullptr) return;
+    if (node->type == PFSTRING) {
+        free_string(node);
+        return release(node);
+    }
     if (depth_ < kDeepest) return end(node);
     node->parent = first_;
     first_ = node;
@@ -129,7 +134,11 @@ void Doomed::end(Pf* node) {
     ++depth_;
     free_value(node, *this);
     --depth_;
-    std::free(node->expanded);
+    release(node);
+}
+
+void Doomed::release(Pf* node) {
+    if (node->expanded != nullptr) std::free(node->expanded);
     memory_.release(node);
 }
 

@@ -184,7 +184,7 @@ void TreeBuilder::fill() {
     }
     Arr*& arr = current_.node->value.arr;
     if (arr == nullptr)
-        arr = new_filled_array(entries);
+        arr = nodes_.make_array(entries);
     else
         fill_array(arr, entries);
     entries_.erase(entries_.begin() + static_cast<long>(current_.first), entries_.end());

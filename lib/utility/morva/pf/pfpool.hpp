@@ -1,6 +1,7 @@
-// Blocks that hold many nodes, and the strings of those that are strings, for a reader that makes
-// all nodes of a tree in a row. Such a node says where in its block it stands; a block goes when
-// the last of its nodes has gone. Nodes are freed one by one and from any thread, as others are.
+// Blocks that hold many nodes, the strings of those that are strings, and small arrays, for a
+// reader that makes all of a tree in a row. Each node and array says where in its block it stands;
+// a block goes when the last of them has gone. They are freed one by one and from any thread, as
+// others are.
 #pragma once
 
 #include <algorithm>
@@ -8,14 +9,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <span>
 
 #include "base/memory.hpp"
+#include "containers/arr_fill.hpp"
 #include "morva/pf.h"
 
 namespace morva::pf {
 
 struct NodeBlock {
-    std::atomic<std::int64_t> live;  // nodes, and kFilling while nodes are added
+    std::atomic<std::int64_t> live;  // nodes and arrays, and kFilling while some are added
     std::size_t size;                // bytes, this record included
 
     static constexpr std::int64_t kFilling = std::int64_t{1} << 40;
@@ -24,9 +27,9 @@ struct NodeBlock {
     bool holds(const void* p) const {
         return reinterpret_cast<std::uintptr_t>(p) - reinterpret_cast<std::uintptr_t>(this) < size;
     }
-    // Takes nodes off the count; the last one frees the block.
-    void drop(std::int64_t nodes) {
-        if (live.fetch_sub(nodes, std::memory_order_acq_rel) == nodes) std::free(this);
+    // Takes so many off the count; the last one frees the block.
+    void drop(std::int64_t gone) {
+        if (live.fetch_sub(gone, std::memory_order_acq_rel) == gone) std::free(this);
     }
 };
 
@@ -85,15 +88,16 @@ class NodeMaker {
             sizeof(Pf) + (text_room + NodeBlock::kUnit - 1) / NodeBlock::kUnit * NodeBlock::kUnit;
         if (static_cast<std::size_t>(end_ - at_) < bytes) [[unlikely]]
             add_block(bytes);
-        const auto place =
-            static_cast<std::uint32_t>((at_ - reinterpret_cast<char*>(block_)) /
-                                       static_cast<std::ptrdiff_t>(NodeBlock::kUnit));
+        const std::uint32_t place = static_cast<std::uint32_t>(offset() / NodeBlock::kUnit);
         Pf* node = new (at_) Pf{type, place, {nullptr}, nullptr, nullptr, nullptr};
         if (text_room > 0) node->value.string = at_ + sizeof(Pf);
         at_ += bytes;
         ++made_;
         return node;
     }
+
+    // A new array of entries, as fill_array takes them.
+    Arr* make_array(std::span<const ArrayEntry> entries);
 
     // Whether so many bytes from a place in the newest node on are the maker's.
     bool writable(const char* from, std::size_t bytes) const {
@@ -104,8 +108,12 @@ class NodeMaker {
 
   private:
     static constexpr std::size_t kSmallest = 256, kLargest = 32768;  // bytes of a block
-    static constexpr std::size_t kLongestText = 2048;  // longer ones have a block of their own
+    static constexpr std::size_t kLongestText = 2048;   // longer ones have a block of their own
+    static constexpr std::size_t kLargestArray = 4096;  // larger ones, too
 
+    std::size_t offset() const {
+        return static_cast<std::size_t>(at_ - reinterpret_cast<char*>(block_));
+    }
     Pf* make_apart(int type, std::size_t text_room);
     void add_block(std::size_t bytes);
     void finish_block();
@@ -113,7 +121,7 @@ class NodeMaker {
     NodeBlock* block_ = nullptr;
     char* at_ = nullptr;
     char* end_ = nullptr;
-    std::int64_t made_ = 0;   // in this block
+    std::int64_t made_ = 0;   // nodes and arrays in this block
     const std::size_t size_;  // of a block
 };
 
