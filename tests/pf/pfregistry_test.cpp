@@ -2,6 +2,7 @@
 #include <skerrows.h>
 
 #include <atomic>
+#include <set>
 #include <thread>
 
 #include "pf/pf_files.hpp"
@@ -99,10 +100,9 @@ TEST_F(PfRegistry, RacingReadersAllGetATree) {
     for (auto& thread : threads) thread.join();
     Pf* const registered = existsPf("x");
     EXPECT_THAT(trees, testing::Contains(registered));
-    std::sort(trees, trees + kThreads);
-    for (Pf** tree = trees; tree < std::unique(trees, trees + kThreads); ++tree) {
-        EXPECT_TRUE(holds(*tree, "k 1\n"));
-        if (*tree != registered) pffree(*tree);
+    for (Pf* tree : std::set<Pf*>(trees, trees + kThreads)) {
+        EXPECT_TRUE(holds(tree, "k 1\n"));
+        if (tree != registered) pffree(tree);
     }
 }
 
