@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,16 @@ inline std::string with_decimals(int decimals, double value) {
     return text;
 }
 
+// The time that a section's header gives; the header's own text where that is no time.
+inline std::string start_time(const Section* section) {
+    double epoch;
+    if (!is_epoch_string(section->start, &epoch)) return section->start;
+    char* text = epoch2str("%Y-%m-%d %H:%M:%S.%s", epoch);
+    const std::string start = text;
+    std::free(text);
+    return start;
+}
+
 struct Column {
     const char* heading;
     int width;  // negative: flush left
@@ -39,7 +50,7 @@ inline const std::vector<Column>& all_columns() {
         {"file", -4, [](const Row& row) { return std::string(row.file); }},
         {"sta", -5, [](const Row& row) { return std::string(row.section->station); }},
         {"chn", -3, [](const Row& row) { return std::string(row.section->channel); }},
-        {"start", -23, [](const Row& row) { return std::string(row.section->start); }},
+        {"start", -23, [](const Row& row) { return start_time(row.section); }},
         {"samples", 8, [](const Row& row) { return std::to_string(row.samples); }},
         {"rate", 10, [](const Row& row) { return with_decimals(4, row.section->rate); }},
         {"minimum", 11,

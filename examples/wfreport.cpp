@@ -288,7 +288,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> files =
         argc > 1 ? std::vector<std::string>(argv + 1, argv + argc) : settings.files;
     if (files.empty()) elog_die(0, kUsage, Program_Name);
-    if (!settings.sources.empty()) std::printf("settings from %s\n", settings.sources.c_str());
+    if (!settings.sources.empty()) elog_notify(0, "settings from %s\n", settings.sources.c_str());
     totals.formats = newarr(nullptr);
     process_files(files, totals);
     print_totals(totals);

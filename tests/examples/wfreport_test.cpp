@@ -198,12 +198,12 @@ TEST_F(Wfreport, TakesItsSettingsFromAParameterFile) {
     write("wfreport.pf", "select &Tbl{\nBREK:HHN\n}\ncolumns &Tbl{\nsta\nchecksum\nfile\n}\n");
     const std::string path = "PFPATH=" + root + "/data/pf:. ";
     const Outcome seen = run("KORVALIN=" + root + " " + path + kPrograms + "wfreport");
-    EXPECT_EQ(seen.err, "");
-    EXPECT_EQ(seen.out, "settings from " + root +
-                            "/data/pf/wfreport.pf, ./wfreport.pf\n"
-                            "sta   checksum  file\n"
-                            "BREK  good      synthetic.gse2\n"
-                            "1 section in 2 files: all good\n");
+    EXPECT_EQ(seen.err,
+              "wfreport: settings from " + root + "/data/pf/wfreport.pf, ./wfreport.pf\n");
+    EXPECT_EQ(seen.out,
+              "sta   checksum  start\n"
+              "BREK  good      2026-03-14 04:21:07.350\n"
+              "1 section in 2 files: all good\n");
 
     write("wfreport.pf", "max_file_size 1k\nmax_bad_files 1\n");
     const Outcome limited = report(kShipped + "synthetic.gse2 " + kShipped + "synthetic_crlf.gse2");
