@@ -31,6 +31,7 @@
 #include "morva/fortran.h"
 #include "morva/paths.h"
 #include "morva/pf.h"
+#include "morva/pfcheck.h"
 #include "morva/pfexpand.h"
 #include "morva/pflex.h"
 #include "morva/pfread.h"

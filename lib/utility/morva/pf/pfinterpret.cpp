@@ -112,6 +112,10 @@ void take_filename(Pf* node) {
 
 }  // namespace
 
+bool is_function(std::string_view name) {
+    return function_called(name) != nullptr;
+}
+
 std::string_view bare_argument(std::string_view argument) {
     argument = trimmed(argument);
     const bool quoted = argument.size() > 1 && (argument[0] == '"' || argument[0] == '\'') &&

@@ -12,6 +12,9 @@ namespace morva::pf {
 // reason registered (false). `node` may be `*result`.
 bool interpret(Pf* node, Pf** result);
 
+// True for the names of the functions that there are.
+bool is_function(std::string_view name);
+
 // A call taken apart. The argument is trimmed, and expanded unless it belongs to the shell.
 struct Call {
     const Pf* node;
