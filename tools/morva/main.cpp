@@ -37,7 +37,7 @@ void restrict(CLI::Option* option, const tool::Parameter& parameter) {
     if (parameter.takes == Takes::count) option->check(CLI::Range(1, 1000000000));
     if (parameter.takes == Takes::choice)
         option->check(CLI::IsMember(CLI::detail::split(parameter.value, '|')));
-    if (parameter.given == Given::many) option->expected(1, 1000000)->allow_extra_args(false);
+    if (parameter.given == Given::many) option->expected(1, 1000000)->allow_extra_args();
     if (parameter.is_option()) return;
     option->required(parameter.given != Given::optional)->type_name("");
 }

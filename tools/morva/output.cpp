@@ -67,6 +67,22 @@ std::string coloured(Colour colour, std::string_view text) {
            "\033[0m";
 }
 
+std::string one_line(std::string_view text) {
+    std::string line;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        char escape[8] = {c, '\0'};
+        if (c == '\n')
+            std::snprintf(escape, sizeof escape, "\\n");
+        else if (c == '\t')
+            std::snprintf(escape, sizeof escape, "\\t");
+        else if (byte < 0x20 || byte == 0x7f)
+            std::snprintf(escape, sizeof escape, "\\%03o", static_cast<unsigned>(byte));
+        line += escape;
+    }
+    return line;
+}
+
 void print(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }

@@ -13,6 +13,9 @@ enum class Colour { plain, bold, red, green, yellow, cyan };
 // The text in a colour, or as it is when standard output does not show colours.
 std::string coloured(Colour colour, std::string_view text);
 
+// The text on one line, as a terminal may show it: control characters as in C ("\n", "\033").
+std::string one_line(std::string_view text);
+
 // Writes to standard output. What cannot be written (a full disk, a closed pipe) shows when
 // the program finishes; see finish.
 void print(std::string_view text);
