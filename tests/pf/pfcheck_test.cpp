@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "1:3 error: this array 'a' is never closed\n"
                   "2:5 error: this list 'l' is never closed\n"},
         CheckCase{"OpenItem", "l &Tbl{\n&Arr{\n}\n", "1:3 error: this list 'l' is never closed\n"},
-        CheckCase{"StrayBrace", "a 1\n }\nb &Arr{",
+        CheckCase{"StrayBrace", "a 1\n }\nb &Arr{\r\n",
                   "2:2 error: a closing brace too many: no block is open; the rest is not read\n"},
         CheckCase{"TooDeep", nested(12),
                   "12:3 error: blocks are nested more than 11 deep; the rest is not read\n"},
@@ -227,6 +227,7 @@ TEST(PfFormat, KeepsCommentsOrderAndValues) {
               laid_out);
     EXPECT_EQ(kit::taken(pfformat(laid_out.c_str(), static_cast<long>(laid_out.size()), nullptr)),
               laid_out);
+    EXPECT_EQ(kit::taken(pfformat("a\\", 2, nullptr)), "a\\");
     EXPECT_EQ(pfformat("a &Tbl{", 7, nullptr), nullptr);
 }
 

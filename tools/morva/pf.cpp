@@ -54,7 +54,8 @@ constexpr Parameter kWatch[] = {
 
 constexpr Command kCommands[] = {
     {"get", "print a value",
-     "A string is printed as it is, a list an item a line, an array as entries.\n\n"
+     "A string is printed as it is, a list an item a line, an array as entries. Functions are\n"
+     "evaluated as in programs, &exec included; check, explain and set evaluate nothing.\n\n"
      "    morva pf get rt 'stations{AAK}{channels}[0]'",
      kGet, pf_get},
     {"set", "change a value and keep comments, order and layout",

@@ -63,6 +63,7 @@ struct OutlineSink : SilentSink {
     Source& source() { return out.sources_.back(); }
     void trouble(Trouble::Kind kind, const Span& where) {
         source().troubles.push_back({kind, where});
+        if (kind != Trouble::kDanglingKey) source().stop = where.begin;
     }
     Outline& out;
 };

@@ -52,11 +52,13 @@ void Checker::check_source(std::size_t index) {
         for (const std::size_t block : source.open)
             findings_.error(index, outline_[block].value.begin, "this %s is never closed",
                             name_of(outline_[block]).c_str());
-    if (const std::size_t zero = source.text.find('\0'); zero != source.text.npos)
-        findings_.warning(index, source.text.data() + zero,
+    const std::string_view read =
+        source.text.substr(0, static_cast<std::size_t>(source.stop - source.text.data()));
+    if (const std::size_t zero = read.find('\0'); zero != read.npos)
+        findings_.warning(index, read.data() + zero,
                           "a zero byte: the text that it stands in ends here");
-    if (const std::size_t cr = source.text.find("\r\n"); cr != source.text.npos)
-        findings_.warning(index, source.text.data() + cr,
+    if (const std::size_t cr = read.find("\r\n"); cr != read.npos)
+        findings_.warning(index, read.data() + cr,
                           "carriage returns at the ends of lines belong to keys and values");
 }
 

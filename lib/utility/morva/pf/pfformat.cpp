@@ -104,6 +104,8 @@ void Layout::put_between(const char* end) {
         const bool after_indent = !result_.empty() && result_.back() == ' ';
         if (!rest.empty() && !after_indent) put(" ");
         put(rest);
+        // A backslash that ends the text would escape a newline.
+        if (newline == gap.npos && !result_.empty() && result_.back() == '\\') return;
         put("\n");
         if (newline == gap.npos) return;
         gap.remove_prefix(newline + 1);
