@@ -2,6 +2,8 @@
 // they cannot disagree with the help.
 #include "generate.hpp"
 
+#include <set>
+
 #include "output.hpp"
 
 namespace tool {
@@ -33,6 +35,21 @@ const Group generate_group = {"generate", "completions for shells, and the manua
 std::string words_of(const char* choice, const char* separator) {
     std::string result;
     for (const char* c = choice; *c != '\0'; ++c) *c == '|' ? result += separator : result += *c;
+    return result;
+}
+
+std::string valued_options() {
+    std::set<std::string> spellings;
+    each_command([&](const Group&, const Command& command) {
+        for (const Parameter& parameter : command.parameters) {
+            if (!parameter.is_option() || parameter.takes == Takes::nothing) continue;
+            spellings.insert(parameter.name());
+            const std::string all = parameter.spelling;
+            if (all != parameter.name()) spellings.insert(all.substr(0, all.find(',')));
+        }
+    });
+    std::string result;
+    for (const std::string& spelling : spellings) result += (result.empty() ? "" : " ") + spelling;
     return result;
 }
 

@@ -15,6 +15,9 @@ int generate_man(const Arguments&);
 // The words of "a|b" with `separator` between them.
 std::string words_of(const char* choice, const char* separator);
 
+// Every spelling of the options that take a value, with blanks between them.
+std::string valued_options();
+
 // The text in single quotes, as shells take it; fish escapes them in another way.
 std::string quoted(const std::string& text);
 std::string fish_quoted(const std::string& text);

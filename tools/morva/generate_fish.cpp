@@ -13,7 +13,7 @@ function __morva_at # GROUP [COMMAND [PLACE]]: what is being typed belongs there
     test (count $words) -ge (count $argv[1..2]) || return 1
     test "$words[2..3]" = "$argv[1..2]" || return 1
     set -q argv[3] || return 0
-    set -l given (string match -v -- '-*' $words[4..])
+    set -l given (__morva_given)
     test (count $given) -eq $argv[3] || test "$argv[4]" = many
 end
 
@@ -22,9 +22,21 @@ function __morva_group # GROUP: its command is being typed
     test (count $words) -eq 2 && test "$words[2]" = $argv[1]
 end
 
+function __morva_given # the arguments that are no options, nor values of such
+    set -l skip no
+    for word in (commandline -opc)[4..]
+        if test $skip = yes
+            set skip no
+        else if contains -- $word $__morva_valued
+            set skip yes
+        else if not string match -q -- '-*' $word
+            echo $word
+        end
+    end
+end
+
 function __morva_paths
-    set -l words (commandline -opc)
-    set -l given (string match -v -- '-*' $words[4..])
+    set -l given (__morva_given)
     morva pf keys --all $given[1] 2>/dev/null
 end
 
@@ -79,7 +91,7 @@ std::string rows(const Group& group, const Command& command) {
 }  // namespace
 
 int generate_fish(const Arguments&) {
-    std::string text = kHead;
+    std::string text = std::string(kHead) + "set -g __morva_valued " + valued_options() + "\n";
     for (const Group* group : groups())
         text += line("__fish_use_subcommand", std::string("-a ") + group->name, group->summary);
     each_command([&](const Group& group, const Command& command) { text += rows(group, command); });

@@ -9,6 +9,8 @@ namespace {
 constexpr const char* kHead = R"zsh(#compdef morva
 # zsh completion for morva, made by "morva generate zsh".
 
+local -a _morva_valued=(VALUED)
+
 _morva_names() {
     local -a names
     names=(${(f)"$(_call_program names morva pf files 2>/dev/null)"})
@@ -17,7 +19,17 @@ _morva_names() {
 
 _morva_paths() {
     local -a paths
-    local name=${${(@)words[2,-1]:#-*}[1]}
+    local name word skip
+    for word in $words[2,-1]; do
+        if [[ -n $skip ]]; then
+            skip=
+        elif ((${_morva_valued[(Ie)$word]})); then
+            skip=yes
+        elif [[ $word != -* ]]; then
+            name=$word
+            break
+        fi
+    done
     paths=(${(f)"$(_call_program paths morva pf keys --all ${(q)${(Q)name}} 2>/dev/null)"})
     compadd -a paths
 }
@@ -83,7 +95,9 @@ std::string row(const Group& group, const Command& command) {
 }  // namespace
 
 int generate_zsh(const Arguments&) {
-    std::string text = std::string(kHead) + "        entries=(";
+    std::string text = kHead;
+    text.replace(text.find("VALUED"), 6, valued_options());
+    text += "        entries=(";
     std::string second = "        case $words[2] in\n", rest;
     for (const Group* group : groups()) {
         text += entry(group->name, group->summary);
