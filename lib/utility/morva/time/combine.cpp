@@ -29,7 +29,7 @@ void one_number(Reading& r) {
 }
 
 void default_fields(Parts& parts) {
-    if (parts.year < 100) parts.year += parts.year >= 69 ? 1900 : 2000;
+    if (parts.year >= 0 && parts.year < 100) parts.year += parts.year >= 69 ? 1900 : 2000;
     parts.month = std::max(parts.month, 1);
     parts.day = std::max(parts.day, 1);
     if (parts.am == 1 && parts.hour == 12) parts.hour = 0;

@@ -218,7 +218,8 @@ void doy2mday(int doy, int year, int* month, int* day) {
 }
 
 int mday2doy(int year, int month, int day) {
-    return kDaysBefore[is_leap(year)][std::clamp(month - 1, 0, 12)] + day;
+    const int before = kDaysBefore[is_leap(year)][std::clamp(month, 1, 13) - 1];
+    return to_integer(static_cast<double>(before) + day);
 }
 
 void etoh(DateTime* time) {
