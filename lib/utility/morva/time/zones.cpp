@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <ctime>
@@ -187,7 +188,7 @@ class LocalName {
         const char* value = std::getenv("TZ");
         set_ = value != nullptr;
         const std::size_t length = set_ ? ::strnlen(value, kLongestKey) : 0;
-        std::memcpy(text_, value, length);
+        std::copy_n(value, length, text_);
         name_ = without_colon({text_, length});
     }
     bool set() const { return set_; }
