@@ -26,17 +26,24 @@ class Shapes {
     };
     // The longest match at the start of a text; of shapes that match as much, the first.
     Match longest(const char* text) const {
-        Match found{-1, text};
         unsigned state = kStart;
-        while ((state = next_[state * kClasses + class_of_[static_cast<unsigned char>(*text)]]) !=
-               kDead) {
-            ++text;
-            if (matches_[state] >= 0) found = {matches_[state], text};
-        }
-        return found;
+        const char* at = text;
+        for (unsigned next; (next = after(state, *at)) != kDead; ++at) state = next;
+        return matches_[state] >= 0 ? Match{matches_[state], at} : last_match(text);
     }
 
   private:
+    // For texts that go on as a longer shape would and then do not end as it must.
+    Match last_match(const char* text) const {
+        Match found{-1, text};
+        for (unsigned state = kStart; (state = after(state, *text)) != kDead;)
+            if (++text; matches_[state] >= 0) found = {matches_[state], text};
+        return found;
+    }
+    unsigned after(unsigned state, char c) const {
+        return next_[state * kClasses + class_of_[static_cast<unsigned char>(c)]];
+    }
+
     static constexpr unsigned kDead = 0;
     static constexpr unsigned kStart = 1;
     static constexpr unsigned kClasses = 64;

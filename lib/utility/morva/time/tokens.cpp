@@ -22,36 +22,9 @@ namespace {
 
 constexpr double kHour = 3600;
 constexpr double kMinute = 60;
-constexpr int kLongestInt = 9;  // digits that fit whatever they are
-
-bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-// Up to 15 digits with a point among them: the quotient of two exact numbers. NaN for others.
-double short_real(std::string_view text) {
-    constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                  1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-    if (text.size() >= std::size(kPowers)) return NAN;
-    std::int64_t digits = 0;
-    std::size_t after_point = 0;
-    bool point = false;
-    for (const char c : text) {
-        if (is_digit(c)) {
-            digits = 10 * digits + (c - '0');
-            after_point += point;
-        } else if (c == '.' && !point) {
-            point = true;
-        } else {
-            return NAN;
-        }
-    }
-    return static_cast<double>(digits) / kPowers[after_point];
-}
 
 // A number with its sign, point and exponent, as strtod reads it in the "C" locale.
 double real(std::string_view text) {
-    if (const double value = short_real(text); !std::isnan(value)) return value;
     if (text.front() == '+') text.remove_prefix(1);
     double value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -60,33 +33,59 @@ double real(std::string_view text) {
     return fix_strtod(copy.c_str(), nullptr);
 }
 
-// The numbers in a token, one after the other.
+// The numbers in a token, one after the other; 0 when there are no more.
 class Numbers {
   public:
     explicit Numbers(std::string_view text) : at_(text.data()), end_(at_ + text.size()) {}
 
     // An int is cut to INT_MAX.
     int integer() {
-        const std::string_view digits = take(false);
-        if (digits.size() > kLongestInt) return long_integer(digits);
-        int value = 0;
-        for (const char c : digits) value = 10 * value + (c - '0');
-        return value;
+        skip();
+        const char* start = at_;
+        std::uint64_t value = 0;
+        for (; digit() <= 9; ++at_) value = 10 * value + digit();
+        if (at_ - start > kSureDigits) return long_integer(start);
+        return static_cast<int>(std::min<std::uint64_t>(value, INT_MAX));
     }
-    double number() { return real(take(true)); }
+    // Up to 15 digits with a point among them are the quotient of two exact numbers.
+    double number() {
+        skip();
+        const char* start = at_;
+        const char* point = nullptr;
+        std::uint64_t digits = 0;
+        for (;; ++at_) {
+            if (digit() <= 9)
+                digits = 10 * digits + digit();
+            else if (!at_end() && *at_ == '.')
+                point = at_ + 1;
+            else
+                break;
+        }
+        if (start == at_) return 0;
+        if (at_ - start > kExactDigits) return real({start, static_cast<std::size_t>(at_ - start)});
+        const auto whole = static_cast<double>(static_cast<std::int64_t>(digits));
+        return point == nullptr ? whole : whole / kPowers[at_ - point];
+    }
+
+    bool at_end() const { return at_ == end_; }
 
   private:
-    static int long_integer(std::string_view digits) {
-        long value = 0;
-        for (const char c : digits)
-            if ((value = 10 * value + (c - '0')) > INT_MAX) return INT_MAX;
-        return static_cast<int>(value);
+    static constexpr int kSureDigits = 19;
+    static constexpr int kExactDigits = 15;
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6, 1e7,
+                                         1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14};
+
+    // The digit that comes next, or more than 9.
+    unsigned digit() const { return at_end() ? 10 : static_cast<unsigned char>(*at_) - '0'; }
+    void skip() {
+        while (!at_end() && digit() > 9) ++at_;
     }
-    std::string_view take(bool with_fraction) {
-        while (at_ != end_ && !is_digit(*at_)) ++at_;
-        const char* start = at_;
-        while (at_ != end_ && (is_digit(*at_) || (with_fraction && *at_ == '.'))) ++at_;
-        return start == end_ ? "0" : std::string_view(start, static_cast<std::size_t>(at_ - start));
+    // Of more digits than fit: only leading zeros keep them small.
+    int long_integer(const char* digits) const {
+        std::int64_t value = 0;
+        for (; digits != at_; ++digits)
+            if ((value = 10 * value + (*digits - '0')) > INT_MAX) return INT_MAX;
+        return static_cast<int>(value);
     }
 
     const char* at_;
@@ -288,11 +287,14 @@ void days_since_origin(Reading& r, const Token& token) {
 }
 
 void epoch_number(Reading& r, const Token& token) {
-    r.parts.etime = real(token.text);
+    Numbers plain(token.text);
+    const double value = plain.number();
+    const bool is_plain = plain.at_end() && token.text[0] >= '0';
+    r.parts.etime = is_plain ? value : real(token.text);
 }
 
 void bare_number(Reading& r, const Token& token) {
-    const double value = real(token.text);
+    const double value = Numbers(token.text).number();
     if (r.parts.x1 == 0)
         r.parts.x1 = value;
     else if (r.parts.x2 == 0)

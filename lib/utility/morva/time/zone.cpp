@@ -16,13 +16,13 @@ constexpr std::int64_t kFarthest = 67'000'000'000'000'000;  // years stay within
 struct Period {
     std::int32_t offset;
     bool daylight;
-    std::string_view name;
+    const char* name;
 };
 
 Period by_rules(const ZoneRules& rules, std::int64_t instant) {
     const bool daylight = rules.daylight(instant);
     const ZoneRules::Side& side = rules.sides[daylight];
-    return {side.offset, daylight, side.name};
+    return {side.offset, daylight, side.name.c_str()};
 }
 
 const ZoneType& first_standard(const Zone& zone) {
@@ -31,11 +31,21 @@ const ZoneType& first_standard(const Zone& zone) {
     return zone.types.front();
 }
 
+// How many of the ascending instants are not later. Steps that depend on no branch: instants come
+// in any order.
+std::size_t count_until(const Vector<std::int64_t>& instants, std::int64_t instant) {
+    std::size_t first = 0, rest = instants.size();
+    while (rest > 0) {
+        const std::size_t half = (rest + 1) / 2;
+        first += static_cast<std::size_t>(instants[first + half - 1] <= instant) * half;
+        rest -= half;
+    }
+    return first;
+}
+
 const ZoneType& type_at(const Zone& zone, std::int64_t instant) {
-    const auto next = std::upper_bound(zone.transitions.begin(), zone.transitions.end(), instant);
-    if (next == zone.transitions.begin()) return first_standard(zone);
-    return zone
-        .types[zone.type_after[static_cast<std::size_t>(next - zone.transitions.begin()) - 1]];
+    const std::size_t passed = count_until(zone.transitions, instant);
+    return passed == 0 ? first_standard(zone) : zone.types[zone.type_after[passed - 1]];
 }
 
 Period period_at(const Zone& zone, std::int64_t instant) {
@@ -64,6 +74,19 @@ LeapState leap_at(const Zone& zone, std::int64_t instant) {
     return state;
 }
 
+// What the clocks show at an instant, as if it were UTC.
+struct Shown {
+    std::int64_t time;
+    Period period;
+    int leap;  // 1 in a leap second, more when several come in a row
+};
+
+Shown shown_at(const Zone& zone, std::int64_t instant) {
+    const Period period = period_at(zone, instant);
+    const LeapState leap = zone.leaps.empty() ? LeapState{0, 0} : leap_at(zone, instant);
+    return {instant + period.offset - leap.total, period, leap.now};
+}
+
 // The fields as if they were UTC.
 std::int64_t as_utc(const LocalTime& local, int second) {
     const std::int64_t months = std::int64_t{local.month} - 1;
@@ -77,9 +100,7 @@ std::int64_t as_utc(const LocalTime& local, int second) {
 
 LocalTime local_time(const Zone& zone, std::int64_t instant) {
     instant = std::clamp(instant, -kFarthest, kFarthest);
-    const Period period = period_at(zone, instant);
-    const LeapState leap = zone.leaps.empty() ? LeapState{0, 0} : leap_at(zone, instant);
-    const std::int64_t shown = instant + period.offset - leap.total;
+    const auto [shown, period, leap] = shown_at(zone, instant);
     const std::int64_t day = floor_div(shown, kDaySeconds);
     const auto [year, doy] = year_and_day(day);
     const auto second = static_cast<int>(shown - kDaySeconds * day);
@@ -93,7 +114,7 @@ LocalTime local_time(const Zone& zone, std::int64_t instant) {
             .doy = doy,
             .hour = second / 3600,
             .minute = second / 60 % 60,
-            .second = second % 60 + leap.now};
+            .second = second % 60 + leap};
 }
 
 // Corrects a guess by its error until the error is zero. Two guesses that take turns lie on both
@@ -102,20 +123,22 @@ std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& wanted
     const int second = std::clamp(wanted.second, 0, 59);
     const std::int64_t target = as_utc(wanted, second);
     std::int64_t guess = target, last = target, last_but_one = target;
-    LocalTime found;
+    Shown found;
     bool last_daylight = false;
-    for (int probes = 6;; last_daylight = found.daylight) {
+    for (int probes = 6;; last_daylight = found.period.daylight) {
         if (std::abs(guess) > kFarthest || probes-- == 0) return std::nullopt;
-        found = local_time(zone, guess);
-        const std::int64_t error = target - as_utc(found, found.second);
+        found = shown_at(zone, guess);
+        const std::int64_t error = target - (found.time + found.leap);
         if (error == 0) break;
-        if (guess == last_but_one && guess != last && last_daylight <= found.daylight) break;
+        if (guess == last_but_one && guess != last && last_daylight <= found.period.daylight) break;
         last_but_one = std::exchange(last, guess);
         guess += error;
     }
-    if (found.second == wanted.second) return guess;
+    const auto found_second =
+        static_cast<int>(found.time - 60 * floor_div(found.time, 60)) + found.leap;
+    if (found_second == wanted.second) return guess;
     // The second was beyond the minute, or the guess hit a leap second for the second behind it.
-    return guess + (second == 0 && found.second == 60) - second + wanted.second;
+    return guess + (second == 0 && found_second == 60) - second + wanted.second;
 }
 
 Fields fields_in(const Zone& zone, double epoch) {
