@@ -67,7 +67,10 @@ double calendar_time(Reading& r) {
     check_fields(r);
     if (parts.doy == 0) parts.doy = mday2doy(parts.year, parts.month, parts.day);
     if (parts.doy > 366) r.fault("str2epoch: Doy = %d is too large", parts.doy);
-    return h2e(parts.year, parts.doy, parts.hour, parts.minute, parts.second);
+    if (parts.year < 0 || parts.doy > 366)  // fields that the yearday of h2e does not keep apart
+        return h2e(parts.year, parts.doy, parts.hour, parts.minute, parts.second);
+    return kDay * static_cast<double>(day_number(parts.year, parts.doy)) + 3600.0 * parts.hour +
+           60.0 * parts.minute + parts.second;
 }
 
 // The instant at which the clocks of the zone show what those of UTC show at `utc`.

@@ -17,6 +17,10 @@ struct Period {
     std::int32_t offset;
     bool daylight;
     const char* name;
+    std::int64_t start = 1;  // of what is known to be the same: nothing, when it ends before
+    std::int64_t end = 0;
+
+    bool contains(std::int64_t instant) const { return start <= instant && instant < end; }
 };
 
 Period by_rules(const ZoneRules& rules, std::int64_t instant) {
@@ -43,16 +47,16 @@ std::size_t count_until(const Vector<std::int64_t>& instants, std::int64_t insta
     return first;
 }
 
-const ZoneType& type_at(const Zone& zone, std::int64_t instant) {
-    const std::size_t passed = count_until(zone.transitions, instant);
-    return passed == 0 ? first_standard(zone) : zone.types[zone.type_after[passed - 1]];
-}
-
 Period period_at(const Zone& zone, std::int64_t instant) {
     const bool beyond = !zone.transitions.empty() && instant >= zone.transitions.back();
     if (zone.rules && (beyond || zone.types.empty())) return by_rules(*zone.rules, instant);
-    const ZoneType& type = type_at(zone, instant);
-    return {type.offset, type.daylight, zone.names.c_str() + type.name};
+    const auto& changes = zone.transitions;
+    const std::size_t passed = count_until(changes, instant);
+    const ZoneType& type =
+        passed == 0 ? first_standard(zone) : zone.types[zone.type_after[passed - 1]];
+    return {type.offset, type.daylight, zone.names.c_str() + type.name,
+            passed == 0 ? -kFarthest : changes[passed - 1],
+            passed == changes.size() ? kFarthest : changes[passed]};
 }
 
 struct LeapState {
@@ -123,11 +127,13 @@ std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& wanted
     const int second = std::clamp(wanted.second, 0, 59);
     const std::int64_t target = as_utc(wanted, second);
     std::int64_t guess = target, last = target, last_but_one = target;
-    Shown found;
+    Shown found{};
     bool last_daylight = false;
     for (int probes = 6;; last_daylight = found.period.daylight) {
         if (std::abs(guess) > kFarthest || probes-- == 0) return std::nullopt;
-        found = shown_at(zone, guess);
+        found = found.period.contains(guess) && zone.leaps.empty()
+                    ? Shown{guess + found.period.offset, found.period, 0}
+                    : shown_at(zone, guess);
         const std::int64_t error = target - (found.time + found.leap);
         if (error == 0) break;
         if (guess == last_but_one && guess != last && last_daylight <= found.period.daylight) break;
