@@ -3,6 +3,7 @@
 #include <ctime>
 #include <random>
 #include <span>
+#include <sstream>
 #include <thread>
 
 #include "skerrows.h"
@@ -112,6 +113,7 @@ const Row kEitherOrder[] = {
     {"1969-12-31 23:59:59.5 MST", 25199.5},
     {"1403568000 MST UTC", kJune},
     {"2014-03-09 02:30 US/Mountain", 1394357400},
+    {"9999-12-31 23:59:59 UTC", 253402300799},
     {"UTC", 0},
     {"", 0, 1},
     {" \t\n", 0, 1},
@@ -261,6 +263,47 @@ TEST(TimeString, StrictTakesNoAmbiguousDate) {
         EXPECT_EQ(epoch, row.result == 0 ? str2epoch(row.text) : -7) << row.text;
         EXPECT_EQ(logged.text().empty(), row.result == 0) << row.text;
     }
+}
+
+// What the table of docs/times.md has in its last column, and whether the rule was used.
+std::string read_as(const std::string& example, int first_rule, int last_rule, std::string form) {
+    double epoch = 0;
+    int errors = 0;
+    bool used = false;
+    Tbl* steps = str2epoch_explain(example.c_str(), &epoch, &errors);
+    for (long i = 0; i < maxtbl(steps); ++i) {
+        const int rule = static_cast<const Epoch_step*>(gettbl(steps, i))->rule;
+        used |= first_rule <= rule && rule <= last_rule;
+    }
+    freetbl(steps, free_epoch_step);
+    if (!used || errors != 0) return "an error";
+    char text[64];
+    if (form.rfind("now", 0) == 0)
+        std::snprintf(text, sizeof text, "now %+.0f s", epoch - std_now());
+    else if (form.rfind("today", 0) == 0)
+        std::snprintf(text, sizeof text, "today %+.0f days",
+                      (epoch - dtoepoch(yearday(std_now()))) / kDay);
+    else
+        return taken(epoch2str("%Y-%m-%d %H:%M:%S.%s", epoch));
+    return form == "now" ? "now" : text;
+}
+
+TEST(TimeString, IsReadAsThePageSays) {
+    const Order order(true);
+    const Env tz("TZ", "UTC");
+    std::istringstream page(kit::read_file(MORVA_SOURCE_DIR "/docs/times.md"));
+    int rows = 0;
+    for (std::string line; std::getline(page, line);) {
+        int first = 0, last = 0;
+        if (std::sscanf(line.c_str(), "| %d-%d", &first, &last) < 1) continue;
+        const std::size_t start = line.find('`') + 1, end = line.find('`', start);
+        const std::string form = line.substr(end + 4, line.size() - 2 - (end + 4));
+        EXPECT_EQ(read_as(line.substr(start, end - start), first, std::max(first, last), form),
+                  form)
+            << line;
+        ++rows;
+    }
+    EXPECT_GT(rows, 40);
 }
 
 std::string explained(const char* text) {

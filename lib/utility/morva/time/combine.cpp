@@ -75,15 +75,8 @@ double calendar_time(Reading& r) {
 
 // The instant at which the clocks of the zone show what those of UTC show at `utc`.
 double in_zone(Reading& r, double utc) {
-    const Fields fields = utc_fields(utc);
-    LocalTime local{};
-    local.year = fields.year;
-    local.month = fields.month;
-    local.day = fields.day;
-    local.hour = fields.hour;
-    local.minute = fields.minute;
-    local.second = to_integer(fields.second);
-    const auto instant = instant_of(*r.zone, local);
+    const double whole = std::floor(utc);
+    const auto instant = instant_of(*r.zone, to_integer<std::int64_t>(whole));
     if (!instant) {
         r.fault("str2epoch: Can't convert to local timezone before 1970\n");
         return utc;
@@ -94,7 +87,7 @@ double in_zone(Reading& r, double utc) {
         r.fault("str2epoch: invalid timezone difference = %s", difference.get());
         return utc;
     }
-    return converted + (fields.second - local.second);
+    return converted + (utc - whole);
 }
 
 bool lone_number(const Parts& parts) {

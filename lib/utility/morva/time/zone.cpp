@@ -121,16 +121,17 @@ LocalTime local_time(const Zone& zone, std::int64_t instant) {
             .second = second % 60 + leap};
 }
 
+namespace {
+
 // Corrects a guess by its error until the error is zero. Two guesses that take turns lie on both
-// sides of a gap; of these, one in daylight saving time is preferred.
-std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& wanted) {
-    const int second = std::clamp(wanted.second, 0, 59);
-    const std::int64_t target = as_utc(wanted, second);
+// sides of a gap; of these, one in daylight saving time is preferred. `second` is that of the
+// target's minute, `wanted` what was asked for, which may be 60.
+std::optional<std::int64_t> search(const Zone& zone, std::int64_t target, int second, int wanted) {
     std::int64_t guess = target, last = target, last_but_one = target;
     Shown found{};
     bool last_daylight = false;
     for (int probes = 6;; last_daylight = found.period.daylight) {
-        if (std::abs(guess) > kFarthest || probes-- == 0) return std::nullopt;
+        if (guess > kFarthest || guess < -kFarthest || probes-- == 0) return std::nullopt;
         found = found.period.contains(guess) && zone.leaps.empty()
                     ? Shown{guess + found.period.offset, found.period, 0}
                     : shown_at(zone, guess);
@@ -142,9 +143,21 @@ std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& wanted
     }
     const auto found_second =
         static_cast<int>(found.time - 60 * floor_div(found.time, 60)) + found.leap;
-    if (found_second == wanted.second) return guess;
+    if (found_second == wanted) return guess;
     // The second was beyond the minute, or the guess hit a leap second for the second behind it.
-    return guess + (second == 0 && found_second == 60) - second + wanted.second;
+    return guess + (second == 0 && found_second == 60) - second + wanted;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& local) {
+    const int second = std::clamp(local.second, 0, 59);
+    return search(zone, as_utc(local, second), second, local.second);
+}
+
+std::optional<std::int64_t> instant_of(const Zone& zone, std::int64_t local) {
+    const auto second = static_cast<int>(local - 60 * floor_div(local, 60));
+    return search(zone, local, second, second);
 }
 
 Fields fields_in(const Zone& zone, double epoch) {

@@ -70,6 +70,9 @@ LocalTime local_time(const Zone& zone, std::int64_t instant);
 // twice one of the two. Nothing when no instant is found.
 std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& local);
 
+// As the other, of a local time given as the seconds that it would be away from the epoch in UTC.
+std::optional<std::int64_t> instant_of(const Zone& zone, std::int64_t local);
+
 // An epoch time in a zone, as zepoch2str breaks it down. The zone must outlive the fields.
 Fields fields_in(const Zone& zone, double epoch);
 
