@@ -233,6 +233,19 @@ TEST(AbsPath, StartsAtTheCurrentDirectory) {
     EXPECT_EQ(samepath("a", "A"), 0);
 }
 
+TEST(AbsPath, TakesWhatFitsBehindTheCurrentDirectory) {
+    const kit::TempDir folder;
+    const std::string above = folder.file(filled("", 250) + "/" + filled("", 250) + "/x");
+    const std::string deep = filled(above + "/" + filled("", 250) + "/", 1000);
+    std::filesystem::create_directories(deep);
+    const Inside inside(deep);
+    EXPECT_EQ(absolute("./" + filled("", 22)), (Given{0, deep + "/" + filled("", 22)}));
+    EXPECT_EQ(absolute("../../" + filled("", 90)), (Given{0, above + "/" + filled("", 90)}));
+    const kit::Logged logged;
+    EXPECT_EQ(absolute(filled("", 23)), (Given{-1, ""}));
+    EXPECT_THAT(logged.text(), HasSubstr("path is longer than 1023 characters: xxx"));
+}
+
 TEST(AbsPath, CopiesThePathWithoutACurrentDirectory) {
     const kit::TempDir folder;
     const Inside inside(folder.path());

@@ -45,7 +45,20 @@ class Cleaner {
     Cleaned run(std::string_view path) {
         result_.cut(0);
         const Cleaned begun = begin(path);
-        if (begun != Cleaned::kDone) return begun;
+        return begun == Cleaned::kDone ? go_on() : begun;
+    }
+
+    // For a relative path, seen from a clean directory.
+    Cleaned run_in(std::string_view directory, std::string_view path) {
+        if (path.size() >= kPathSize) return Cleaned::kTooLong;
+        restart(directory);
+        if (!result_.assign(directory)) return Cleaned::kTooLong;
+        rest_ = path;
+        return go_on();
+    }
+
+  private:
+    Cleaned go_on() {
         while (!rest_.empty()) {
             const Cleaned taken = take(next());
             if (taken != Cleaned::kDone) return taken;
@@ -53,7 +66,6 @@ class Cleaner {
         return settle() ? Cleaned::kDone : Cleaned::kTooLong;
     }
 
-  private:
     // Sets what is to be cleaned, with a home directory for the "~" that it may begin with.
     Cleaned begin(std::string_view path) {
         if (path.size() >= kPathSize) return Cleaned::kTooLong;
@@ -162,10 +174,7 @@ Cleaned make_absolute(std::string_view path, bool follow_links, Path* result) {
     if (path.starts_with('/') || path.starts_with('~')) return clean(path, follow_links, result);
     char directory[kPathSize];
     if (::getcwd(directory, sizeof directory) == nullptr) return Cleaned::kNoDirectory;
-    Path whole;
-    if (!whole.assign(directory) || !whole.append("/") || !whole.append(path))
-        return Cleaned::kTooLong;
-    return clean(whole.view(), follow_links, result);
+    return Cleaner(follow_links, result).run_in(directory, path);
 }
 
 void register_failure(Cleaned failure, const char* path, const Path& result) {
