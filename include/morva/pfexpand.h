@@ -18,8 +18,10 @@
  * back to itself, when references lead on from one to the next more than 32 times, when a path is
  * malformed, or when more than 64 MB would be put in, counting 256 bytes for each reference.
  *
- * Enclosing arrays are found through the parent links that the reader and pfresolve set. pfput sets
- * none: values put in by it are at home nowhere, and their references stay as written.
+ * Enclosing arrays are found through the parent links of the nodes. The reader sets them; what
+ * pfput and pfdup leave unset is set when a getter, pfresolve or a reference comes by from the
+ * container. In a node that has none, as when pfexpand is called on one that came from elsewhere,
+ * references stay as written.
  *
  * Functions. A parameter whose value is exactly a call is evaluated when it is fetched:
  *     &env(NAME)              the environment variable; nothing in a process with more rights than

@@ -85,6 +85,33 @@ TEST(Expand, KeepsTheStringUntilItsTextIsAnother) {
     EXPECT_EQ(tree.expanded("null"), "<null>");
 }
 
+// Setters and copies leave parent links unset: who comes by from the container sets them.
+TEST(Expand, SeesTheArraysAroundWhatWasPutIn) {
+    const Tree tree("a 1\nold &Arr{\n    x &a\n}\n");
+    const auto put = [&tree](const char* key, void* value, int type) {
+        pfput(tree.root, const_cast<char*>(key), value, type);
+    };
+    const auto text_of = [](const char* text) { return const_cast<char*>(text); };
+    Pf* const graft = pfnew(PFFILE);
+    pfput_string(graft, text_of("b"), "&a&{c{d}[0]}");
+    pfset(graft, "c{d}[0]", "&a");
+    put("string", text_of("<&graft{b}&{graft{b}}>"), PFSTRING);
+    put("function", text_of("&ref(graft)"), PFFUNCTION);
+    put("graft", graft, PFGRAFT);
+    put("old", tree.at("old")->value.arr, PFARR);  // in a new node
+    EXPECT_EQ(graft->parent, nullptr);
+    Pf* const copy = pfdup(tree.root);
+    for (Pf* root : {tree.root, copy}) {
+        EXPECT_STREQ(pfget_string(root, "string"), "<&graft{b}11>");
+        EXPECT_STREQ(pfget_string(root, "function{b}"), "11");
+        EXPECT_STREQ(pfget_string(root, "old{x}"), "1");
+        Arr* const strings = pfget_arr(root, "graft");
+        EXPECT_STREQ(static_cast<char*>(getarr(strings, "b")), "11");
+        freearr(strings, nullptr);
+    }
+    pffree(copy);
+}
+
 // v0 refers to v1 (`times` times), that to v2, and so on.
 std::string chain(int references, const char* prefix, int times, const char* last) {
     std::ostringstream text;

@@ -24,6 +24,18 @@ inline long index_in(const char* key) {
     return static_cast<long>(reinterpret_cast<std::intptr_t>(key));
 }
 
+// What was found in a container, or null. Its parent link leads there from now on: setters and
+// copying leave it unset. Several threads may find the same node at once.
+inline Pf* found_in(Pf* container, void* entry) {
+    Pf* const node = static_cast<Pf*>(entry);
+    if (node == nullptr) return nullptr;
+    const std::atomic_ref<Pf*> parent(node->parent);
+    Pf* before = parent.load(std::memory_order_acquire);
+    if (before != container) [[unlikely]]
+        parent.compare_exchange_strong(before, container, std::memory_order_acq_rel);
+    return node;
+}
+
 // A node of the type with every other field null. Containers and functions need a value, too.
 inline Pf* new_node(int type) {
     void* block = must_malloc(sizeof(Pf), "pf", Site{"pfnew", __LINE__, __FILE_NAME__});

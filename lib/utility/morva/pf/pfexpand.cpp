@@ -133,7 +133,7 @@ int look_up(const Pf* node, std::string_view path, bool braced, Pf** target) {
     for (Pf* around = node->parent; around != nullptr; around = around->parent) {
         if (!is_array(around)) continue;
         if (!braced) {
-            *target = static_cast<Pf*>(find_key(around->value.arr, path));
+            *target = found_in(around, find_key(around->value.arr, path));
         } else if (resolve_in_array(around, path, target) == kRefused) {
             return kRefused;
         }

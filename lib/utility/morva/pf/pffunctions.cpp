@@ -55,7 +55,7 @@ bool Copy::make_list(Pf* list, Pf** copy) {
     *copy = named(new_list_node());
     for (long i = 0; i < tbl_count(list->value.tbl); ++i) {
         Pf* item = nullptr;
-        if (!make(static_cast<Pf*>(tbl_item(list->value.tbl, i)), &item)) return false;
+        if (!make(found_in(list, tbl_item(list->value.tbl, i)), &item)) return false;
         if (item == nullptr) continue;
         adopt(*copy, item);
         pushtbl((*copy)->value.tbl, item);
@@ -68,7 +68,7 @@ bool Copy::make_array(Pf* array, Pf** copy) {
     bool complete = true;
     for_each_pair(tree_of(array->value.arr), [&](void* key, void* value) {
         Pf* entry = nullptr;
-        complete = complete && make(static_cast<Pf*>(value), &entry);
+        complete = complete && make(found_in(array, value), &entry);
         if (entry == nullptr) return;
         adopt(*copy, entry);
         setarr((*copy)->value.arr, static_cast<const char*>(key), entry);

@@ -30,9 +30,9 @@ Pf* entry_of(Pf* pf, char* key) {
     switch (pf->type) {
         case PFFILE:
         case PFARR:
-            return key == nullptr ? nullptr : static_cast<Pf*>(getarr(pf->value.arr, key));
+            return key == nullptr ? nullptr : found_in(pf, getarr(pf->value.arr, key));
         case PFTBL:
-            return static_cast<Pf*>(gettbl(pf->value.tbl, index_in(key)));
+            return found_in(pf, gettbl(pf->value.tbl, index_in(key)));
         case PFSTRING:
         case PFFUNCTION:
             return pf;
@@ -166,7 +166,7 @@ Arr* pfget_arr(Pf* pf, const char* path) {
     if (array == nullptr) return nullptr;
     Arr* values = newarr(nullptr);
     morva::for_each_pair(morva::tree_of(array->value.arr), [&](const void* key, void* item) {
-        Pf* node = evaluated(static_cast<Pf*>(item));
+        Pf* node = evaluated(found_in(array, item));
         if (is_string(node)) setarr(values, static_cast<const char*>(key), pfexpand(node));
     });
     return values;

@@ -28,13 +28,13 @@ int malformed(const char* path, const PathReader& reader, Pf** node) {
 }
 
 Pf* entry(Pf* array, std::string_view key) {
-    return static_cast<Pf*>(find_key(array->value.arr, key));
+    return found_in(array, find_key(array->value.arr, key));
 }
 
 Pf* item(Pf* list, long index) {
     Tbl* items = list->value.tbl;
     if (items == nullptr || index < 0 || index >= tbl_count(items)) return nullptr;
-    return static_cast<Pf*>(tbl_item(items, index));
+    return found_in(list, tbl_item(items, index));
 }
 
 // The index from the front; negative when the list is shorter.
