@@ -177,4 +177,99 @@ TEST(LocalTimes, TakeLocalTimesAsTheCLibraryDoes) {
     EXPECT_EQ(differences, 0);
 }
 
+TEST(LocalTimes, AreRightInManyThreads) {
+    std::vector<std::string> names = {"XXX3", "EST5EDT4,M3.2.0,M11.1.0", "", "UTC"};
+    for (const std::string& name : database())
+        if (name.size() % 7 == 0) names.push_back(name);
+    const auto texts = [&] {
+        std::string all;
+        for (const std::string& name : names)
+            all += taken(zepoch2str("%G %T %z|", name.c_str(), 1403613015.25));
+        return all;
+    };
+    std::vector<std::string> found(8);
+    std::vector<std::thread> threads;
+    for (std::string& text : found) threads.emplace_back([&] { text = texts(); });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(found, std::vector<std::string>(8, texts()));
+}
+
+// The table of zones is full at some point; texts are understood all the same.
+TEST(LocalTimes, TakeAnyNumberOfTexts) {
+    for (int i = 0; i < 1000; ++i) {
+        const int minutes = i % 1440;
+        char name[32], expected[32];
+        std::snprintf(name, sizeof name, "<X%d>-%d:%02d", 100 + i, minutes / 60, minutes % 60);
+        std::snprintf(expected, sizeof expected, "%02d:%02d X%d", minutes / 60, minutes % 60,
+                      100 + i);
+        for (int again = 0; again < 2; ++again)
+            ASSERT_EQ(taken(zepoch2str("%H:%M %z", name, 0)), expected);
+    }
+}
+
+// A zone file with one transition, to the second of its two types, and a text behind it.
+std::string zone_file(std::string_view text = "XXX3YYY,M3.2.0,M11.1.0") {
+    const auto number = [](std::uint64_t value, int bytes) {
+        std::string all;
+        while (bytes-- > 0) all += static_cast<char>(value >> 8 * bytes);
+        return all;
+    };
+    const auto header = [&](int transitions, int types, int names) {
+        return "TZif2" + std::string(27, '\0') + number(static_cast<unsigned>(transitions), 4) +
+               number(static_cast<unsigned>(types), 4) + number(static_cast<unsigned>(names), 4);
+    };
+    return header(0, 1, 4) + std::string(6, '\0') + "XXX" + std::string(1, '\0') + header(1, 2, 8) +
+           number(1000000, 8) + "\1" + number(std::uint64_t(-10800), 4) + std::string(2, '\0') +
+           number(std::uint64_t(-7200), 4) + "\1\4" + std::string("XXX\0YYY\0", 8) + "\n" +
+           std::string(text) + "\n";
+}
+
+TEST(ZoneFiles, GiveTransitionsAndRules) {
+    using morva::time::read_zone;
+    const auto zone = read_zone(zone_file());
+    ASSERT_NE(zone, nullptr);
+    EXPECT_EQ(shown(local_time(*zone, 999999)), "1970-01-12 (12) 10:46:39 XXX -10800 0");
+    EXPECT_EQ(shown(local_time(*zone, 1000000)), "1970-01-12 (12) 10:46:40 XXX -10800 0");
+    EXPECT_EQ(shown(local_time(*read_zone(zone_file("")), 1000000)),
+              "1970-01-12 (12) 11:46:40 YYY -7200 1");
+}
+
+TEST(ZoneFiles, AreRefusedWhenTheyAreDamaged) {
+    using morva::time::read_zone;
+    const std::string good = zone_file();
+    constexpr std::size_t kEndOfData = 127;
+    for (std::size_t length = 0; length < kEndOfData; ++length) {
+        const kit::Guarded bytes(good.substr(0, length));
+        EXPECT_EQ(read_zone({bytes.data(), bytes.size()}), nullptr) << length;
+    }
+    const struct {
+        std::size_t at;
+        char byte;
+        const char* why;
+    } rows[] = {
+        {0, 't', "magic"},           {54, 't', "second magic"},
+        {86, '\x7f', "transitions"}, {90, '\x7f', "types"},
+        {93, 0, "no types"},         {94, '\x7f', "names"},
+        {86 - 4, 1, "leap seconds"}, {98 + 8, 2, "type of transition"},
+        {111, 2, "daylight flag"},   {112, 8, "name"},
+    };
+    for (const auto& row : rows) {
+        std::string bad = good;
+        bad[row.at] = row.byte;
+        EXPECT_EQ(read_zone(bad), nullptr) << row.why;
+    }
+}
+
+TEST(ZoneFiles, AreFoundWhereTzdirSays) {
+    const TempDir folder;
+    const Env tzdir("TZDIR", folder.path().c_str());
+    kit::write_file(folder.file("Morva_Test"), zone_file(""));
+    kit::write_file(folder.file("Morva_Bad"), zone_file().substr(0, 100));
+    const Logged log;
+    EXPECT_EQ(taken(zepoch2str("%H %z", "Morva_Test", 1e6)), "11 YYY");
+    EXPECT_EQ(log.text(), "");
+    const Env tz("TZ", "XXX-1");
+    EXPECT_EQ(taken(zepoch2str("%H %z", "Morva_Bad", 0)), "01 XXX");
+}
+
 }  // namespace
