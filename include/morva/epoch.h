@@ -208,7 +208,7 @@ MORVA_API char* strlocaldate(double epoch);
  * 0. */
 MORVA_API int fmttime(char* buffer, int kind, const char* zone, double epoch);
 
-/* A length of time as 21 characters or more: " 1 days 1.0 hours    ", " -5.000 seconds      ". */
+/* A length of time as 21 characters or more: " 1 days 1.0 hours    ", "  -5.000 seconds     ". */
 MORVA_API char* strtdelta(double seconds);
 
 /* The ending of an ordinal number: "st", "nd", "rd" or "th". 101, 102 and 103, and so with other

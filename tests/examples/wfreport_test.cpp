@@ -64,7 +64,7 @@ TEST_F(Wfreport, FindsEveryShippedSectionGood) {
     EXPECT_THAT(seen.out,
                 testing::EndsWith("\n16 sections in 2 files: all good, 1 section skipped (INT)\n"));
     EXPECT_THAT(fixed_part(seen.out, "synthetic_crlf.gse2"),
-                testing::StartsWith("synthetic_crlf.gse2 ALDA HHZ 2026/03/14 04:21:07.350 1400 "
+                testing::StartsWith("synthetic_crlf.gse2 ALDA HHZ 2026-03-14 04:21:07.350 1400 "
                                     "20.0000 "));
 }
 
@@ -83,7 +83,7 @@ TEST_F(Wfreport, PrintsWhatASectionHolds) {
     EXPECT_THAT(seen.err, testing::HasSubstr("m.gse2: section 1 (ALDA HHZ), line 3: CHK2 says 13, "
                                              "samples give 53\n"));
     EXPECT_EQ(fixed_part(seen.out, "m.gse2"),
-              "m.gse2 ALDA HHZ 2026/03/14 04:21:07.350 4 100.0000 5 20 13.250 DIFFERS 4.50");
+              "m.gse2 ALDA HHZ 2026-03-14 04:21:07.350 4 100.0000 5 20 13.250 DIFFERS 4.50");
     EXPECT_THAT(seen.out, testing::EndsWith("\n1 section in 1 file: 1 bad section, 1 bad file\n"));
 }
 
@@ -195,7 +195,7 @@ TEST_F(Wfreport, ReadsStandardInputAndExplainsItself) {
 
 TEST_F(Wfreport, TakesItsSettingsFromAParameterFile) {
     const std::string root = MORVA_SOURCE_DIR;
-    write("wfreport.pf", "select &Tbl{\nBREK:HHN\n}\ncolumns &Tbl{\nsta\nchecksum\nfile\n}\n");
+    write("wfreport.pf", "select &Tbl{\nBREK:HHN\n}\ncolumns &Tbl{\nsta\nchecksum\nstart\n}\n");
     const std::string path = "PFPATH=" + root + "/data/pf:. ";
     const Outcome seen = run("KORVALIN=" + root + " " + path + kPrograms + "wfreport");
     EXPECT_EQ(seen.err,

@@ -169,8 +169,8 @@ TEST(Deltas, AreAsLongAsTwentyOneCharacters) {
         double seconds;
         const char* text;
     } rows[] = {
-        {-5, " -5.000 seconds      "},
-        {0, "  0 seconds          "},
+        {-5, "  -5.000 seconds     "},
+        {0, "   0 seconds         "},
         {90061, " 1 days 1.0 hours    "},
         {-90061, "-1 days 1.0 hours    "},
         {86400, " 1 days              "},
@@ -186,7 +186,7 @@ TEST(Deltas, AreAsLongAsTwentyOneCharacters) {
         {60, "  1:00 minutes       "},
         {3599.6, " 60:00 minutes       "},
         {-61, " -1:01 minutes       "},
-        {59.9999, " 60.000 seconds      "},
+        {59.9999, "  60.000 seconds     "},
         {0.25, " 250.000 milliseconds"},
         {-0.001, "  -1.000 milliseconds"},
         {2e-6, "   2.000 microseconds"},

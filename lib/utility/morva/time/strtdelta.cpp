@@ -43,11 +43,11 @@ char* put_clock(char* at, double count, std::string_view unit) {
 }
 
 char* put_small(char* at, double t) {
-    if (t >= 1) return put(put_fixed(at, t, 6, 3), " seconds");
+    if (t >= 1) return put(put_fixed(at, t, 7, 3), " seconds");
     if (t >= 1e-3) return put(put_fixed(at, t * 1e3, 7, 3), " milliseconds");
     if (t >= 1e-6) return put(put_fixed(at, t * 1e6, 7, 3), " microseconds");
     if (t >= 1e-9) return put(put_fixed(at, t * 1e9, 7, 3), " nanoseconds");
-    if (t == 0) return put(put_fixed(at, t, 2, 0), " seconds");
+    if (t == 0) return put(put_fixed(at, t, 3, 0), " seconds");
     return put(put_general(at, t * 1e12, 0, 5), " picoseconds");
 }
 
