@@ -238,6 +238,17 @@ TEST(Pflex, ReadsOverATree) {
     EXPECT_EQ(tree.text(), "{a={y=2} b=3 e=4}");
 }
 
+// The text is one of the strings that it replaces.
+TEST(Pflex, ReadsAStringOfTheTree) {
+    for (const char* first : {"script new", "script &Undef{}"}) {
+        const Logged logged;
+        Tree tree(cat({"script &Literal\"END\n", first, "\nx 1\ny &Tbl{\n\"END\n"}));
+        EXPECT_EQ(pfcompile(tree.at("script")->value.string, &tree.pf), -2);
+        EXPECT_STREQ(tree.at("x")->value.string, "1");
+        EXPECT_NE(logged.text().find(first), std::string::npos);
+    }
+}
+
 TEST(Pflex, SortsManyKeys) {
     std::string text, expected;
     for (int i = 0; i < 5000; ++i) {

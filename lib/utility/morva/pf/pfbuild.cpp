@@ -98,7 +98,7 @@ void TreeBuilder::undef(const Span&) {
             current_.sorted = false;  // it may be the only one of its key
             return gather(nullptr);
         case Way::kAtOnce:
-            pffree(static_cast<Pf*>(delarr(container->value.arr, String(pending_).c_str())));
+            replaced_.add(delarr(container->value.arr, String(pending_).c_str()));
     }
 }
 
@@ -154,7 +154,7 @@ void TreeBuilder::put(Pf* node) {
     if (Pf_show_replacements != 0)
         std::fprintf(stderr, "replacing key '%.*s' at line #%ld of %s\n",
                      static_cast<int>(pending_.size()), pending_.data(), key_line_, source_);
-    pffree(old);
+    replaced_.add(old);
 }
 
 namespace {

@@ -32,14 +32,32 @@ class Messages {
     Vector<Message> messages_;
 };
 
+// Nodes that a tree had before. They go when no lock is held, as that may be told, and when the
+// text is read, as it may be a string of theirs.
+class Replaced {
+  public:
+    Replaced() = default;
+    Replaced(const Replaced&) = delete;
+    Replaced& operator=(const Replaced&) = delete;
+    ~Replaced() {
+        for (Pf* node : nodes_) pffree(node);
+    }
+    void add(void* node) { nodes_.push_back(static_cast<Pf*>(node)); }
+
+  private:
+    Vector<Pf*> nodes_;
+};
+
 class TreeBuilder {
   public:
     // `root` is an array, `source` a lasting name.
-    TreeBuilder(Pf* root, std::string_view text, char* source, Messages& messages)
+    TreeBuilder(Pf* root, std::string_view text, char* source, Messages& messages,
+                Replaced& replaced)
         : text_end_(text.data() + text.size()),
           nodes_(kNodeBytes * text.size()),
           source_(source),
-          messages_(messages) {
+          messages_(messages),
+          replaced_(replaced) {
         enter(root, can_be_filled(root->value.arr) ? way_of(Block::kArray) : Way::kAtOnce);
     }
 
@@ -105,6 +123,7 @@ class TreeBuilder {
     long key_line_ = 0;
     char* source_;
     Messages& messages_;
+    Replaced& replaced_;
 };
 
 // What is done for every entry.

@@ -84,14 +84,15 @@ void tell_of_open_blocks(const Source& source, const Ending& ending, std::string
 }
 
 // Reads the text into the tree; the reader is held.
-int build(std::string_view text, const Source& source, Pf** pf, Messages& messages) {
+int build(std::string_view text, const Source& source, Pf** pf, Messages& messages,
+          Replaced& replaced) {
     if (*pf == nullptr) *pf = new_array_node();
     Pf* root = *pf;
     char* name = lasting_name(source.name);
     if (root->value.arr == nullptr) root->value.arr = newarr(nullptr);
     if (root->filename == nullptr) root->filename = name;
     root->type = PFARR;
-    TreeBuilder builder(root, text, name, messages);
+    TreeBuilder builder(root, text, name, messages, replaced);
     const Ending ending = scan(text, builder);
     builder.finish();
     root->type = PFFILE;
@@ -113,11 +114,12 @@ bool can_be_read_into(const char* function, Pf** pf) {
 int compile(const char* function, const char* text, long length, Pf** pf) {
     if (!can_be_read_into(function, pf)) return kFailed;
     Messages messages;
+    Replaced replaced;
     int result = 0;
     {
         const Reading reading;
         result = build({text, static_cast<std::size_t>(length)},
-                       {Source::Kind::kText, "*internal buffer*"}, pf, messages);
+                       {Source::Kind::kText, "*internal buffer*"}, pf, messages, replaced);
     }
     messages.tell();
     return result;
@@ -160,6 +162,7 @@ class Input {
 template <class Read>
 int read_input(std::size_t expected, Read read, const Source& source, Pf** pf) {
     Messages messages;
+    Replaced replaced;
     int result = 0;
     {
         const Reading reading;
@@ -167,7 +170,8 @@ int read_input(std::size_t expected, Read read, const Source& source, Pf** pf) {
         const bool complete = input.fill(read);
         if (!complete)
             messages.reason(true, "read failed in pf input routine for file %s", source.name);
-        result = build(complete ? input.text() : input.whole_lines(), source, pf, messages);
+        result =
+            build(complete ? input.text() : input.whole_lines(), source, pf, messages, replaced);
         if (!complete) result = kFailed;
     }
     messages.tell();
