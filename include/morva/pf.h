@@ -8,8 +8,8 @@
  *     pffree(pf);
  *
  * A tree owns its nodes: freeing the root frees all of it. A node and its string need not be blocks
- * of their own, since a reader makes many at once. So neither is given to free: pffree frees nodes,
- * with their strings, and pfset replaces strings.
+ * of their own, since a reader makes many at once. So neither is given to free, and a string
+ * stays with its node: pffree frees nodes, with their strings, and pfset replaces strings.
  *
  * None of these functions needs stack in proportion to the depth of a tree.
  *
