@@ -115,6 +115,8 @@ const Case kValues[] = {
     {"BackslashAtTheEnd", "a x\\", "{a=x\\}"},
     {"FarSpecials", "a 0123456789abcdef0123\\#456789abcdef & 0123456789 # x\n",
      "{a=0123456789abcdef0123#456789abcdef & 0123456789}"},
+    {"QuotedZeroBytesAreOneKey", "\"\0z\" 1\n'\0yy' 2 and enough of a text\n"s,
+     "{=2 and enough of a text}"},
     {"EndsAtAZeroByte", "a x\0y\nb\0c 1\n\"d\0e\" \\061\\400x\nf &Literal{\nx\0y}\n"s,
      "{a=x b=1 d=1 f=x}"},
     {"EndMarkers", "__END__x 1\n__EOF__ 2\n \t__DATA__ \t\nz 1\n", "{__END__x=1 __EOF__=2}"},

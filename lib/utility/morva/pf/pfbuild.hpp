@@ -152,7 +152,7 @@ inline Pf* TreeBuilder::string_node(std::string_view text) {
 }
 
 inline void TreeBuilder::gather(Pf* node) {
-    const bool wide = !kept_ && readable(pending_.data(), kKeyPrefix);
+    const bool wide = !kept_ && !pending_.empty() && readable(pending_.data(), kKeyPrefix);
     const TextKey key = wide ? TextKey::from_readable(pending_) : TextKey(pending_);
     const ArrayEntry& entry = entries_.emplace_back(key, entries_.size(), node);
     if (entries_.size() - current_.first > 1 && compare_keys((&entry)[-1], entry) >= 0)
