@@ -63,18 +63,21 @@ struct Command {
     int (*run)(const Arguments&);
 };
 
-// `command` is the only one of a group that has no subcommands of its own.
+// A group whose only command has no name is a command itself.
 struct Group {
     const char* name;
     const char* summary;
     const char* details;
     std::span<const Command> commands;
+
+    bool is_command() const { return *commands.front().name == '\0'; }
 };
 
 // Every group; a new one is a source file and a row here (main.cpp).
 std::span<const Group* const> groups();
 
 extern const Group pf_group;
+extern const Group time_group;
 extern const Group generate_group;
 
 }  // namespace tool

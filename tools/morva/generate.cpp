@@ -53,6 +53,17 @@ std::string valued_options() {
     return result;
 }
 
+std::string full_name(const Group& group, const Command& command) {
+    return group.name + (group.is_command() ? "" : std::string(" ") + command.name);
+}
+
+std::string options_of(const Command& command) {
+    std::string result;
+    for (const Parameter& parameter : command.parameters)
+        if (parameter.is_option()) result += (result.empty() ? "" : " ") + parameter.name();
+    return result;
+}
+
 std::string quoted(const std::string& text) {
     return with_quotes_as(text, "'\\''");
 }

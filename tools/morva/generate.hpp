@@ -22,6 +22,12 @@ std::string valued_options();
 std::string quoted(const std::string& text);
 std::string fish_quoted(const std::string& text);
 
+// "pf get", or the name alone of a group that is a command.
+std::string full_name(const Group& group, const Command& command);
+
+// Every option of a command, with blanks between them.
+std::string options_of(const Command& command);
+
 // Calls `visit(group, command)` for every command.
 template <class Visit>
 void each_command(Visit visit) {

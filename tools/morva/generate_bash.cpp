@@ -66,21 +66,20 @@ const char* place_of(const Parameter& parameter) {
 }
 
 std::string row(const Group& group, const Command& command) {
-    std::string options, valued, places;
+    std::string valued, places;
     for (const Parameter& parameter : command.parameters) {
         if (!parameter.is_option()) {
             places += std::string(places.empty() ? "" : " ") + place_of(parameter) +
                       (parameter.given == Given::many ? "+" : "");
             continue;
         }
-        const std::string spellings = words_of(parameter.spelling, " ");
-        options += (options.empty() ? "" : " ") + parameter.name();
         if (parameter.takes == Takes::nothing) continue;
         std::string both = parameter.spelling;
         if (const auto comma = both.find(','); comma != std::string::npos) both[comma] = ' ';
         valued += (valued.empty() ? "" : " ") + both;
     }
-    return std::string("        \"") + group.name + " " + command.name + "\") options='" + options +
+    const std::string rest = group.is_command() ? " \"*" : "\"";
+    return "        \"" + full_name(group, command) + rest + ") options='" + options_of(command) +
            "' valued='" + valued + "' places=(" + places + ") ;;\n";
 }
 
@@ -91,7 +90,8 @@ int generate_bash(const Arguments&) {
     for (const Group* group : groups()) {
         first += std::string(group->name) + " ";
         second += std::string("        ") + group->name + ") words='";
-        for (const Command& command : group->commands) second += std::string(command.name) + " ";
+        for (const Command& command : group->commands)
+            second += (group->is_command() ? options_of(command) : command.name) + " ";
         second += "--help' ;;\n";
     }
     std::string rest = "    *)\n        case \"${COMP_WORDS[1]} ${COMP_WORDS[2]}\" in\n";

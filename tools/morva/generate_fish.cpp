@@ -78,9 +78,13 @@ std::string place_line(const std::string& at, const Parameter& parameter, int pl
 }
 
 std::string rows(const Group& group, const Command& command) {
-    const std::string at = std::string("__morva_at ") + group.name + " " + command.name;
-    std::string text = line(std::string("__morva_group ") + group.name,
-                            std::string("-a ") + command.name, command.summary);
+    const std::string at = group.is_command()
+                               ? std::string("__fish_seen_subcommand_from ") + group.name
+                               : "__morva_at " + full_name(group, command);
+    std::string text;
+    if (!group.is_command())
+        text = line(std::string("__morva_group ") + group.name, std::string("-a ") + command.name,
+                    command.summary);
     int place = 0;
     for (const Parameter& parameter : command.parameters)
         text +=

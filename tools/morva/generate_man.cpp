@@ -37,7 +37,7 @@ std::string paragraphs(const std::string& text) {
 }
 
 std::string synopsis(const Group& group, const Command& command) {
-    std::string text = std::string("morva ") + group.name + " " + command.name;
+    std::string text = "morva " + full_name(group, command);
     bool options = false;
     for (const Parameter& parameter : command.parameters) options |= parameter.is_option();
     if (options) text += " [OPTION...]";
@@ -74,7 +74,7 @@ int generate_man(const Arguments&) {
         ".SH SYNOPSIS\n.B morva\n.I GROUP COMMAND\n[\\fIOPTION\\fR...] [\\fIARGUMENT\\fR...]\n";
     for (const Group* group : groups()) {
         text += std::string(".SH MORVA ") + group->name + "\n" + roff(group->summary) + ".\n" +
-                paragraphs(group->details);
+                (group->is_command() ? "" : paragraphs(group->details));
         for (const Command& command : group->commands) text += section(*group, command);
     }
     text +=

@@ -53,6 +53,13 @@ std::string entry(const char* name, const char* summary) {
     return quoted(std::string(name) + ":" + described(summary)) + " ";
 }
 
+std::string options_entries(const Command& command) {
+    std::string result;
+    for (const Parameter& parameter : command.parameters)
+        if (parameter.is_option()) result += entry(parameter.name().c_str(), parameter.help);
+    return result;
+}
+
 const char* action_of(const Parameter& parameter) {
     switch (parameter.takes) {
         case Takes::name:
@@ -85,8 +92,10 @@ std::string argument(const Parameter& parameter) {
 }
 
 std::string row(const Group& group, const Command& command) {
-    std::string text = "        " + quoted(std::string(group.name) + " " + command.name) +
-                       ")\n            _arguments -s '--help[show the help]'";
+    const std::string pattern = group.is_command() ? quoted(std::string(group.name) + " ") + "*"
+                                                   : quoted(full_name(group, command));
+    std::string text =
+        "        " + pattern + ")\n            _arguments -s '--help[show the help]'";
     for (const Parameter& parameter : command.parameters)
         text += " \\\n                " + argument(parameter);
     return text + " ;;\n";
@@ -103,7 +112,8 @@ int generate_zsh(const Arguments&) {
         text += entry(group->name, group->summary);
         second += std::string("        ") + group->name + ") entries=(";
         for (const Command& command : group->commands)
-            second += entry(command.name, command.summary);
+            second += group->is_command() ? options_entries(command)
+                                          : entry(command.name, command.summary);
         second += ") ;;\n";
     }
     each_command([&](const Group& group, const Command& command) { rest += row(group, command); });

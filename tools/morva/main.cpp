@@ -9,7 +9,7 @@
 namespace tool {
 
 std::span<const Group* const> groups() {
-    static constexpr const Group* kGroups[] = {&pf_group, &generate_group};
+    static constexpr const Group* kGroups[] = {&pf_group, &time_group, &generate_group};
     return kGroups;
 }
 
@@ -52,8 +52,8 @@ CLI::Option* add_parameter(CLI::App& app, const tool::Parameter& parameter) {
     return option;
 }
 
-void add_command(CLI::App& group, const tool::Command& command, Chosen& chosen) {
-    CLI::App* app = group.add_subcommand(command.name, command.summary);
+void add_command(CLI::App& parent, const char* name, const tool::Command& command, Chosen& chosen) {
+    CLI::App* app = parent.add_subcommand(name, command.summary);
     app->footer(command.details);
     std::vector<std::pair<const tool::Parameter*, CLI::Option*>> options;
     for (const tool::Parameter& parameter : command.parameters)
@@ -62,10 +62,12 @@ void add_command(CLI::App& group, const tool::Command& command, Chosen& chosen) 
 }
 
 void add_group(CLI::App& morva, const tool::Group& group, Chosen& chosen) {
+    if (group.is_command()) return add_command(morva, group.name, group.commands.front(), chosen);
     CLI::App* app = morva.add_subcommand(group.name, group.summary);
     app->footer(group.details);
     app->require_subcommand(1);
-    for (const tool::Command& command : group.commands) add_command(*app, command, chosen);
+    for (const tool::Command& command : group.commands)
+        add_command(*app, command.name, command, chosen);
 }
 
 tool::Arguments arguments_of(const Chosen& chosen) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "morva.h"
+#include "records.hpp"
 
 namespace tool {
 
@@ -19,27 +20,6 @@ struct FreeText {
     void operator()(char* text) const { std::free(text); }
 };
 using Text = std::unique_ptr<char, FreeText>;
-
-// A list of records with the function that frees them.
-class Records {
-  public:
-    Records(Tbl* tbl, void (*free_record)(void*)) : tbl_(tbl), free_(free_record) {}
-    ~Records() {
-        if (tbl_ != nullptr) freetbl(tbl_, free_);
-    }
-    Records(const Records&) = delete;
-    Records& operator=(const Records&) = delete;
-    explicit operator bool() const { return tbl_ != nullptr; }
-    long size() const { return maxtbl(tbl_); }
-    template <class Record>
-    Record* at(long i) const {
-        return static_cast<Record*>(gettbl(tbl_, i));
-    }
-
-  private:
-    Tbl* tbl_;
-    void (*free_)(void*);
-};
 
 enum class Values { as_written, expanded };
 
