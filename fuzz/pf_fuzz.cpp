@@ -57,8 +57,9 @@ Pf* read(std::string_view text, Pf* pf) {
 bool has_no_errors(std::string_view text) {
     Pf* root = pfnew(PFARR);
     morva::pf::Messages messages;
+    morva::pf::Replaced replaced;
     char source[] = "source";
-    morva::pf::TreeBuilder builder(root, text, source, messages);
+    morva::pf::TreeBuilder builder(root, text, source, messages, replaced);
     const morva::pf::Ending ending = morva::pf::scan(text, builder);
     builder.finish();
     pffree(root);
