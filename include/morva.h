@@ -29,6 +29,7 @@
 #include "morva/export.h"
 #include "morva/files.h"
 #include "morva/fortran.h"
+#include "morva/iso.h"
 #include "morva/paths.h"
 #include "morva/pf.h"
 #include "morva/pfcheck.h"
