@@ -58,6 +58,7 @@ class TreeBuilder {
           source_(source),
           messages_(messages),
           replaced_(replaced) {
+        entries_.reserve(text.size() / kEntryBytes);
         enter(root, can_be_filled(root->value.arr) ? way_of(Block::kArray) : Way::kAtOnce);
     }
 
@@ -87,8 +88,9 @@ class TreeBuilder {
         std::size_t first;  // of its entries among those gathered
     };
 
-    // What a byte of text becomes.
-    static constexpr std::size_t kNodeBytes = 3;
+    static constexpr std::size_t kNodeBytes = 4;  // what a byte of text becomes
+    static constexpr std::size_t kEntryBytes =
+        20;  // of text; memory that is not used costs nothing
 
     Pf* string_node(std::string_view text);
     Pf* resolved_node(const Value& value);

@@ -178,11 +178,13 @@ int read_input(std::size_t expected, Read read, const Source& source, Pf** pf) {
     return result;
 }
 
-// The bytes that are to be expected from a descriptor, and one, so that its end is seen at once.
+// The bytes that are to be expected from a descriptor, and one, so that its end is seen at once. Of
+// what a file claims to have, so much is believed.
 std::size_t expected_size(int fd) {
     struct stat status;
+    constexpr off_t kMost = 1 << 26;
     const bool known = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-    return known ? static_cast<std::size_t>(status.st_size) + 1 : 0;
+    return known ? static_cast<std::size_t>(std::min(status.st_size, kMost)) + 1 : 0;
 }
 
 int read_fd(int fd, const Source& source, Pf** pf) {
