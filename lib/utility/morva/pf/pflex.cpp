@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <mutex>
+#include <cstring>
+#include <functional>
 
 #include "base/diagnostics.hpp"
 #include "base/posix.hpp"
@@ -21,15 +23,47 @@ pthread_mutex_t Pf_lock = PTHREAD_MUTEX_INITIALIZER;
 
 namespace morva::pf {
 
+namespace {
+
+// The names that last, in lists that only grow. No lock is held while memory is taken: running out
+// of it logs, and whoever holds the register's lock may be reading the register's settings.
+struct Name {
+    Name* next;
+    char text[1];
+};
+constexpr std::size_t kLists = 64;
+constinit std::atomic<Name*> g_names[kLists] = {};
+
+// The entry of a name in a list, up to the entry `end`.
+Name* find_name(Name* list, const Name* end, std::string_view name) {
+    while (list != end && list->text != name) list = list->next;
+    return list == end ? nullptr : list;
+}
+
+Name* new_name(std::string_view name) {
+    const std::size_t bytes = sizeof(Name) + name.size();
+    auto* made = static_cast<Name*>(must_malloc(bytes, "filename", MORVA_HERE));
+    std::memcpy(made->text, name.data(), name.size());
+    made->text[name.size()] = '\0';
+    return made;
+}
+
+}  // namespace
+
 char* lasting_name(const char* name) {
-    static constinit std::mutex mutex;
-    static constinit Arr* names = nullptr;
-    const std::lock_guard lock(mutex);
-    if (names == nullptr) names = newarr(nullptr);
-    if (void* known = getarr(names, name)) return static_cast<char*>(known);
-    char* copy = must_strdup(name, "filename", MORVA_HERE);
-    setarr(names, name, copy);
-    return copy;
+    std::atomic<Name*>& list = g_names[std::hash<std::string_view>{}(name) % kLists];
+    Name* first = list.load(std::memory_order_acquire);
+    if (Name* known = find_name(first, nullptr, name)) return known->text;
+    Name* made = new_name(name);
+    for (const Name* searched = first;; searched = first) {
+        made->next = first;
+        if (list.compare_exchange_weak(first, made, std::memory_order_acq_rel)) return made->text;
+        // Others were quicker with this or another name.
+        if (Name* known = find_name(first, searched, name)) {
+            std::free(made);
+            return known->text;
+        }
+    }
 }
 
 namespace {
