@@ -119,7 +119,6 @@ const Case kValues[] = {
      "{=2 and enough of a text}"},
     {"EndsAtAZeroByte", "a x\0y\nb\0c 1\n\"d\0e\" \\061\\400x\nf &Literal{\nx\0y}\n"s,
      "{a=x b=1 d=1 f=x}"},
-    {"EmptyKeys", "\"\0x\" 1\na 2 0123456789abcdef\n\\0 3\n"s, "{=3 a=2 0123456789abcdef}"},
     {"EndMarkers", "__END__x 1\n__EOF__ 2\n \t__DATA__ \t\nz 1\n", "{__END__x=1 __EOF__=2}"},
     {"EndMarkerLast", "a __END__\n__END__", "{a=__END__}"},
 };
