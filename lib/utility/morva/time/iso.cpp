@@ -177,7 +177,7 @@ char* epoch2iso(std::int64_t nanoseconds, int digits) {
     const int month = kMonthOf[leap][doy];
     char fraction[16];
     std::snprintf(fraction, sizeof fraction, ".%09d",
-                  static_cast<int>(nanoseconds - seconds * kSecond));
+                  static_cast<int>((nanoseconds % kSecond + kSecond) % kSecond));
     fraction[digits <= 0 ? 0 : 1 + std::min(digits, 9)] = '\0';
     char text[64];
     std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d%sZ", static_cast<int>(year),
