@@ -76,7 +76,10 @@ double calendar_time(Reading& r) {
 // The instant at which the clocks of the zone show what those of UTC show at `utc`.
 double in_zone(Reading& r, double utc) {
     const double whole = std::floor(utc);
-    const auto instant = instant_of(*r.zone, to_integer<std::int64_t>(whole));
+    // Farther away there is no zone's time; offsets can still be added to this.
+    constexpr double kFarthest = 4e18;
+    const double within = std::clamp(whole, -kFarthest, kFarthest);
+    const auto instant = instant_of(*r.zone, to_integer<std::int64_t>(within));
     if (!instant) {
         r.fault("str2epoch: Can't convert to local timezone before 1970\n");
         return utc;
