@@ -9,7 +9,12 @@
 namespace tool {
 
 std::span<const Group* const> groups() {
-    static constexpr const Group* kGroups[] = {&pf_group, &time_group, &generate_group};
+    static constexpr const Group* kGroups[] = {
+        // one a line, in the order of the help
+        &pf_group,        //
+        &time_group,      //
+        &generate_group,  //
+    };
     return kGroups;
 }
 
