@@ -41,6 +41,7 @@
 
 #include "morva/arr.h"
 #include "morva/cabinets.h"
+#include "morva/epoch.h"
 #include "morva/export.h"
 #include "morva/pf.h"
 #include "morva/redblack.h"
@@ -265,6 +266,10 @@ MORVA_API int pfput_arr_(Pf* const* pf, const char* key, Arr* const* arr, size_t
 MORVA_API int pfset_(Pf* const* pf, const char* path, const char* text, size_t path_length,
                      size_t text_length);
 MORVA_API Pf* pfdel_(Pf* const* pf, const char* key, size_t key_length);
+MORVA_API double pfget_time_(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API int pfput_time_(Pf* const* pf, const char* key, const double* epoch, size_t key_length);
+MORVA_API int pfrequire_(const char* name, const char* date, size_t name_length,
+                         size_t date_length);
 
 MORVA_API Pf* pfnew__(const int* type);
 MORVA_API void pffree__(Pf* const* pf);
@@ -278,6 +283,7 @@ MORVA_API long pfget_int__(Pf* const* pf, const char* path, size_t path_length);
 MORVA_API double pfget_double__(Pf* const* pf, const char* path, size_t path_length);
 MORVA_API double pfget_size__(Pf* const* pf, const char* path, size_t path_length);
 MORVA_API int pfget_boolean__(Pf* const* pf, const char* path, size_t path_length);
+MORVA_API double pfget_time__(Pf* const* pf, const char* path, size_t path_length);
 MORVA_API Tbl* pfget_tbl__(Pf* const* pf, const char* path, size_t path_length);
 MORVA_API Arr* pfget_arr__(Pf* const* pf, const char* path, size_t path_length);
 MORVA_API int pfput__(Pf* const* pf, const char* key, const intptr_t* value, const int* type,
@@ -288,6 +294,7 @@ MORVA_API int pfput_int__(Pf* const* pf, const char* key, const long* value, siz
 MORVA_API int pfput_double__(Pf* const* pf, const char* key, const double* value,
                              size_t key_length);
 MORVA_API int pfput_boolean__(Pf* const* pf, const char* key, const int* value, size_t key_length);
+MORVA_API int pfput_time__(Pf* const* pf, const char* key, const double* epoch, size_t key_length);
 MORVA_API int pfput_tbl__(Pf* const* pf, const char* key, Tbl* const* tbl, size_t key_length);
 MORVA_API int pfput_arr__(Pf* const* pf, const char* key, Arr* const* arr, size_t key_length);
 
@@ -303,8 +310,9 @@ MORVA_API void initdecode_(void);
 MORVA_API int gse_checksum_(const int32_t* samples, const int* nsamp, int32_t* checksum);
 
 /* Times. Texts are as of rule 4; fmttime has its text where C has it, and blanks for a zone are
- * UTC. The six bytes of a BCD clock are any variable of that size. Records of fields have no twins:
- * e2h, h2e, doy2mday and mday2doy do their work. */
+ * UTC. The six bytes of a BCD clock are an array of that size. The record of fields is
+ * type(datetime) of the module, with the components of the C one in their order; mname ends with a
+ * char(0). timeprint writes past the Fortran unit 6: flush that first. */
 MORVA_API int isleap_(const int* year);
 MORVA_API double dtoepoch_(const int* yearday);
 MORVA_API double year2days_(const double* year);
@@ -316,7 +324,13 @@ MORVA_API void e2h_(const double* epoch, int* year, int* doy, int* hour, int* mi
                     double* second);
 MORVA_API void doy2mday_(const int* doy, const int* year, int* month, int* day);
 MORVA_API int mday2doy_(const int* year, const int* month, const int* day);
+MORVA_API void etoh_(DateTime* time);
+MORVA_API void htoe_(DateTime* time);
+MORVA_API void mdtodate_(DateTime* time);
+MORVA_API void month_day_(DateTime* time);
 MORVA_API int todaysdate_(void);
+MORVA_API void zh_today_(DateTime* time);
+MORVA_API void timeprint_(const DateTime* time);
 MORVA_API double timecon_(const char* text, size_t text_length);
 MORVA_API long epoch2str_(const char* format, const double* epoch, char* text, size_t format_length,
                           size_t text_length);
@@ -330,12 +344,27 @@ MORVA_API long strlocalydtime_(const double* epoch, char* text, size_t text_leng
 MORVA_API long strlocaldate_(const double* epoch, char* text, size_t text_length);
 MORVA_API int fmttime_(char* text, const int* kind, const char* zone, const double* epoch,
                        size_t text_length, size_t zone_length);
+MORVA_API void set_time_formats_(void);
 MORVA_API int is_month_first_(void);
 MORVA_API long strtdelta_(const double* seconds, char* text, size_t text_length);
 MORVA_API long ordinal_(const int* n, char* text, size_t text_length);
 MORVA_API int get_nice_times_(const int* count, double* first, double* step, const double* t0,
                               const double* t1);
 MORVA_API void epoch2bcd_(void* bcd, const double* epoch);
+MORVA_API void bcdtime_(const void* bcd, DateTime* time);
+MORVA_API void switchtz_(const char* name, size_t name_length);
+MORVA_API void restoretz_(void);
+MORVA_API long mygettz_(char* text, size_t text_length);
+
+/* Time strings. The nanoseconds are integer(c_int64_t); iso2epoch takes none, too. */
+MORVA_API double str2epoch_(const char* text, size_t text_length);
+MORVA_API int zstr2epoch_(const char* text, double* epoch, size_t text_length);
+MORVA_API int is_epoch_string_(const char* text, double* epoch, size_t text_length);
+MORVA_API int time_string2epoch_(const char* text, double* epoch, size_t text_length);
+MORVA_API int str2epoch_strict_(const char* text, double* epoch, size_t text_length);
+MORVA_API int iso2epoch_(const char* text, double* epoch, int64_t* nanoseconds, size_t text_length);
+MORVA_API long epoch2iso_(const int64_t* nanoseconds, const int* digits, char* text,
+                          size_t text_length);
 
 MORVA_END
 #endif

@@ -328,6 +328,12 @@ contains
         call check(pfput_double(tree, 'rate', .25d0) == 0, 'pfput_double')
         call check(pfput_boolean(tree, 'on', 0) == 0, 'pfput_boolean')
         call check(pfset(tree, 'a{b}', 'c') == 0, 'pfset')
+        call check(pfput_time(tree, 'start', 1403568000d0) == 0, 'pfput_time')
+        call check(pfget_time(tree, 'start') == 1403568000, 'pfput_time')
+        call check(pfrequire('no such file', '2014-06-24') == -4, 'pfrequire')
+        call check(clear_register(0) == 0, 'pfrequire')
+        node = pfdel(tree, 'start')
+        call pffree(node)
         copy = pfdup(tree)
         call check(pfput(tree, 'graft', copy, pfgraft) == 0, 'pfput')
         call check(pfget_string(tree, 'graft{a}{b}', text) == 1, 'pfput')
@@ -373,6 +379,61 @@ contains
         call check(get_nice_times(10, first, step, t, t + 100) == 0, 'get_nice_times')
         call check(first == t + 4.5d0, 'get_nice_times')
         call check(step == 10, 'get_nice_times')
+    end subroutine
+
+    subroutine records_of_fields()
+        type(datetime) :: fields, other
+        integer(c_int8_t) :: clock(6)
+        fields%epoch = h2e(2014, 175, 12, 30, 15.5d0)
+        call etoh(fields)
+        call check(fields%date == 2014175, 'etoh')
+        call check(all(fields%mname == ['J', 'u', 'n', char(0)]), 'name of the month')
+        call check(fields%minute == 30 .and. fields%second == 15.5d0, 'last fields')
+        other%year = 2012
+        other%month = 3
+        other%day = 1
+        call mdtodate(other)
+        call check(other%doy == 61, 'mdtodate')
+        call month_day(other)
+        call check(other%mname(3) == 'r', 'month_day')
+        call htoe(other)
+        call check(other%epoch == dtoepoch(2012061), 'htoe')
+        call epoch2bcd(clock, fields%epoch)
+        call check(all(clock == [23, 81, 35, 1, 80, 80]), 'epoch2bcd')
+        call bcdtime(clock, other)
+        call check(other%doy == 175 .and. other%second == 15.5d0, 'bcdtime')
+        call zh_today(other)
+        call check(other%date >= other%year * 1000_c_long, 'zh_today')
+        call timeprint(fields)
+    end subroutine
+
+    subroutine time_strings()
+        real(8) :: t
+        integer(c_int64_t) :: nanoseconds
+        character(len=32) :: text
+        call check(str2epoch('2014-06-24 12:30:15.5   ') == 1403613015.5d0, 'str2epoch')
+        call check(zstr2epoch('2014-06-24 12:00 XYZ', t) == -1, 'zstr2epoch')
+        call check(t == 1403611200, 'zstr2epoch')
+        call check(elog_string(0, text) > 0, 'zstr2epoch registers')
+        call check(is_epoch_string('Jun 24 2014', t) == 1, 'is_epoch_string')
+        call check(t == 1403568000, 'is_epoch_string')
+        call check(time_string2epoch('nothing', t) == 1, 'time_string2epoch')
+        call check(t == 0, 'time_string2epoch')
+        call check(str2epoch_strict('6/4/2014', t) == -1, 'str2epoch_strict')
+        call check(iso2epoch('2014-06-24T12:30:15.25Z', t, nanoseconds) == 0, 'iso2epoch')
+        call check(nanoseconds == 1403613015250000000_c_int64_t, 'iso2epoch')
+        call check(iso2epoch('2014-06-24', t) == 0, 'iso2epoch without nanoseconds')
+        call check(t == 1403568000, 'iso2epoch without nanoseconds')
+        call check(epoch2iso(nanoseconds, 1, text) == 22, 'epoch2iso')
+        call check(text == '2014-06-24T12:30:15.2Z', 'epoch2iso')
+        call switchtz('XXX-2  ')
+        call check(mygettz(text) == 8, 'mygettz')
+        call check(text == 'TZ=XXX-2', 'mygettz')
+        call check(str2epoch('2014-06-24 2:00 LOCAL') == 1403568000, 'switchtz')
+        call restoretz()
+        call check(mygettz(text) /= 8, 'restoretz')
+        call set_time_formats()
+        call check(clear_register(0) == 0, 'reasons')
     end subroutine
 
     subroutine waveforms()
@@ -422,6 +483,8 @@ program twins
     call strings()
     call parameters(trim(argument)//'/tree.pf')
     call times()
+    call records_of_fields()
+    call time_strings()
     call waveforms()
     if (failures > 0) stop 1
 end program twins

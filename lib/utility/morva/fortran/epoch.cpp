@@ -58,8 +58,32 @@ int mday2doy_(const int* year, const int* month, const int* day) {
     return mday2doy(*year, *month, *day);
 }
 
+void etoh_(DateTime* time) {
+    etoh(time);
+}
+
+void htoe_(DateTime* time) {
+    htoe(time);
+}
+
+void mdtodate_(DateTime* time) {
+    mdtodate(time);
+}
+
+void month_day_(DateTime* time) {
+    month_day(time);
+}
+
 int todaysdate_(void) {
     return todaysdate();
+}
+
+void zh_today_(DateTime* time) {
+    zh_today(time);
+}
+
+void timeprint_(const DateTime* time) {
+    timeprint(time);
 }
 
 double timecon_(const char* text, size_t text_length) {
@@ -110,6 +134,10 @@ int fmttime_(char* text, const int* kind, const char* zone, const double* epoch,
     return 0;
 }
 
+void set_time_formats_(void) {
+    set_time_formats();
+}
+
 int is_month_first_(void) {
     return is_month_first();
 }
@@ -129,6 +157,22 @@ int get_nice_times_(const int* count, double* first, double* step, const double*
 
 void epoch2bcd_(void* bcd, const double* epoch) {
     epoch2bcd(static_cast<unsigned char*>(bcd), *epoch);
+}
+
+void bcdtime_(const void* bcd, DateTime* time) {
+    bcdtime(static_cast<const unsigned char*>(bcd), time);
+}
+
+void switchtz_(const char* name, size_t name_length) {
+    switchTZ(Text(name, name_length).c_str());
+}
+
+void restoretz_(void) {
+    restoreTZ();
+}
+
+long mygettz_(char* text, size_t text_length) {
+    return give(text, text_length, mygetTZ());
 }
 
 }  // extern "C"

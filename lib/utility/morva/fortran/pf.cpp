@@ -10,6 +10,7 @@
 #include "morva/fortran.h"
 #include "morva/pflex.h"
 #include "morva/pfread.h"
+#include "morva/pftime.h"
 #include "morva/pfwrite.h"
 
 using morva::fortran::give;
@@ -158,6 +159,18 @@ Pf* pfdel_(Pf* const* pf, const char* key, size_t key_length) {
     return pfdel(*pf, Key(*pf, key, key_length));
 }
 
+double pfget_time_(Pf* const* pf, const char* path, size_t path_length) {
+    return pfget_time(*pf, Key(*pf, path, path_length));
+}
+
+int pfput_time_(Pf* const* pf, const char* key, const double* epoch, size_t key_length) {
+    return pfput_time(*pf, Key(*pf, key, key_length), *epoch);
+}
+
+int pfrequire_(const char* name, const char* date, size_t name_length, size_t date_length) {
+    return pfrequire(Text(name, name_length).c_str(), Text(date, date_length).c_str());
+}
+
 // Some compilers add a second underscore.
 #define MORVA_SAME(twin, original) decltype(original) twin __attribute__((alias(#original)))
 MORVA_SAME(pfnew__, pfnew_);
@@ -171,6 +184,7 @@ MORVA_SAME(pfget_int__, pfget_int_);
 MORVA_SAME(pfget_double__, pfget_double_);
 MORVA_SAME(pfget_size__, pfget_size_);
 MORVA_SAME(pfget_boolean__, pfget_boolean_);
+MORVA_SAME(pfget_time__, pfget_time_);
 MORVA_SAME(pfget_tbl__, pfget_tbl_);
 MORVA_SAME(pfget_arr__, pfget_arr_);
 MORVA_SAME(pfput__, pfput_);
@@ -178,6 +192,7 @@ MORVA_SAME(pfput_string__, pfput_string_);
 MORVA_SAME(pfput_int__, pfput_int_);
 MORVA_SAME(pfput_double__, pfput_double_);
 MORVA_SAME(pfput_boolean__, pfput_boolean_);
+MORVA_SAME(pfput_time__, pfput_time_);
 MORVA_SAME(pfput_tbl__, pfput_tbl_);
 MORVA_SAME(pfput_arr__, pfput_arr_);
 
