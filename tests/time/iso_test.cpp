@@ -1,6 +1,7 @@
 #include "morva/iso.h"
 
 #include <random>
+#include <sstream>
 
 #include "support/kit.hpp"
 
@@ -91,6 +92,22 @@ TEST(Iso, ComesBackAsWritten) {
         ASSERT_EQ(iso2epoch(text.c_str(), nullptr, &back), 0) << text;
         ASSERT_EQ(back, ns) << text;
     }
+}
+
+// The rows of docs/times.md that end in a time as epoch2iso writes it.
+TEST(Iso, IsReadAsThePageSays) {
+    std::istringstream page(kit::read_file(MORVA_SOURCE_DIR "/docs/times.md"));
+    int rows = 0;
+    for (std::string line; std::getline(page, line);) {
+        if (line.size() < 3 || line.substr(line.size() - 3) != "Z |") continue;
+        const std::size_t start = line.find('`') + 1, end = line.find('`', start);
+        const std::string form = line.substr(end + 4, line.size() - 2 - (end + 4));
+        std::int64_t ns = 0;
+        EXPECT_EQ(iso2epoch(line.substr(start, end - start).c_str(), nullptr, &ns), 0) << line;
+        EXPECT_EQ(kit::taken(epoch2iso(ns, 9)), form) << line;
+        ++rows;
+    }
+    EXPECT_GT(rows, 15);
 }
 
 }  // namespace
