@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <locale.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -82,6 +83,29 @@ inline std::string read_file(const std::string& path) {
 inline void write_file(const std::string& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<long>(bytes.size()));
 }
+
+// For a scope numbers of the C library have a decimal comma; false when no such locale can be made.
+class CommaLocale {
+  public:
+    CommaLocale() {
+        write_file(folder_.file("source"),
+                   "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
+                   "END LC_NUMERIC\n");
+        const std::string make = "localedef -c -i " + folder_.file("source") + " " +
+                                 folder_.file("comma") + " >/dev/null 2>&1";
+        // Other categories are missing, which is a warning and status 1.
+        made_ = std::system(make.c_str()) != -1 && ::setlocale(LC_NUMERIC, "comma") != nullptr;
+    }
+    ~CommaLocale() { ::setlocale(LC_NUMERIC, "C"); }
+    CommaLocale(const CommaLocale&) = delete;
+    CommaLocale& operator=(const CommaLocale&) = delete;
+    explicit operator bool() const { return made_; }
+
+  private:
+    TempDir folder_;
+    Env path_{"LOCPATH", folder_.path().c_str()};
+    bool made_;
+};
 
 // What `body` writes to a stdio stream that it is handed.
 inline std::string written(const std::function<void(FILE*)>& body) {
