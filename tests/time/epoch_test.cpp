@@ -187,12 +187,26 @@ TEST(Calendar, KnowsToday) {
     EXPECT_GT(before, 2024000);
 }
 
+// As printf does in the "C" locale, and only there.
 TEST(Calendar, PrintsALine) {
-    DateTime t{};
-    t.epoch = 1403613015.25;
-    etoh(&t);
-    EXPECT_EQ(kit::captured(1, [&] { timeprint(&t); }),
-              " 1403613015.250  2014175 Jun 24,2014 12:30:15.250\n");
+    std::vector<std::pair<DateTime, std::string>> rows;
+    for (const double epoch : {1403613015.25, 0.0, -0.0625, -1e300, kInfinity, -kInfinity, kNan}) {
+        DateTime t{};
+        t.epoch = epoch;
+        etoh(&t);
+        for (const double second : {t.second, -0.0004, 1e300}) {
+            t.second = second;
+            char line[1024];
+            std::snprintf(line, sizeof line, "%15.3f %8ld %s %2d,%4d %2d:%02d:%02.3f\n", t.epoch,
+                          t.date, t.mname, t.day, t.year, t.hour, t.minute, t.second);
+            rows.emplace_back(t, line);
+            t.date = std::numeric_limits<long>::min();
+            t.minute = -t.minute;
+        }
+    }
+    const kit::CommaLocale locale;
+    for (const auto& [t, line] : rows)
+        EXPECT_EQ(kit::captured(1, [&, &fields = t] { timeprint(&fields); }), line);
 }
 
 TEST(Clocks, AreReadFromText) {

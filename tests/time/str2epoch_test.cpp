@@ -306,6 +306,13 @@ TEST(TimeString, IsReadAsThePageSays) {
     EXPECT_GT(rows, 40);
 }
 
+TEST(TimeString, HasPointsInEveryLocale) {
+    const kit::CommaLocale locale;
+    expect({"1403568000.5", kJune + 0.5});
+    expect({"2300 12:00", 43200, 1, "number 2300.000000 not understood"});
+    expect({":5:60.5", 360.5, 1, "Second = 60.50000 is too large"});
+}
+
 std::string explained(const char* text) {
     double epoch = -7;
     int errors = -7;

@@ -14,6 +14,12 @@ void both_numbers(Reading& r) {
     if (r.parts.day > 31) r.fault("str2epoch: number %d not understood", r.parts.day);
 }
 
+// A number as "%.Nf" shows it, with a point in every locale.
+String shown(double value, int precision) {
+    char text[Text::kRoom];
+    return {text, put_fixed(text, value, 0, precision)};
+}
+
 void one_number(Reading& r) {
     const double x = r.parts.x1;
     if (x < 32) {
@@ -24,7 +30,7 @@ void one_number(Reading& r) {
     } else if (x < 2200) {
         r.parts.year = static_cast<int>(x);
     } else {
-        r.fault("str2epoch: number %f not understood", x);
+        r.fault("str2epoch: number %s not understood", shown(x, 6).c_str());
     }
 }
 
@@ -52,7 +58,7 @@ void check_fields(Reading& r) {
     else if (parts.minute >= 61)
         r.fault("str2epoch: Minute = %d is too large", parts.minute);
     else if (parts.second > 60)
-        r.fault("str2epoch: Second = %.5f is too large", parts.second);
+        r.fault("str2epoch: Second = %s is too large", shown(parts.second, 5).c_str());
     else if (parts.hour > most_hours(parts))
         r.fault("str2epoch: Hour = %d is too large", parts.hour);
 }

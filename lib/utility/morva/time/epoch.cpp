@@ -9,7 +9,6 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -257,11 +256,6 @@ int todaysdate(void) {
 void zh_today(DateTime* time) {
     time->epoch = dtoepoch(todaysdate());
     etoh(time);
-}
-
-void timeprint(const DateTime* time) {
-    std::printf("%15.3f %8ld %s %2d,%4d %2d:%02d:%02.3f\n", time->epoch, time->date, time->mname,
-                time->day, time->year, time->hour, time->minute, time->second);
 }
 
 double timecon(const char* text) {

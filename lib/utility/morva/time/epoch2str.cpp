@@ -2,6 +2,7 @@
 #include <bit>
 #include <charconv>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 
 #include "time/fields.hpp"
@@ -39,7 +40,7 @@ char* put_digits(char* at, std::uint64_t value, int least) {
 char* put_zeros(char* at, int width, std::int64_t value) {
     if (value >= 0) return put_digits(at, static_cast<std::uint64_t>(value), width);
     *at++ = '-';
-    return put_digits(at, static_cast<std::uint64_t>(-value), width - 1);
+    return put_digits(at, 0 - static_cast<std::uint64_t>(value), width - 1);
 }
 
 // As "%02d".
@@ -57,7 +58,7 @@ char* pad_left(char* start, char* end, int width) {
 }
 
 // As "%Nd".
-char* put_blanks(char* at, int width, int value) {
+char* put_blanks(char* at, int width, std::int64_t value) {
     return pad_left(at, put_zeros(at, 1, value), width);
 }
 
@@ -213,6 +214,18 @@ int int_at(const Fields& fields, std::size_t offset) {
     return value;
 }
 
+// As "%15.3f %8ld %s %2d,%4d %2d:%02d:%02.3f\n", with a point in every locale.
+char* put_line(char* at, const DateTime& t) {
+    at = put_text(put_fixed(at, t.epoch, 15, 3), " ");
+    at = put_text(put_blanks(at, 8, t.date), " ");
+    at = put_text(at, {t.mname, ::strnlen(t.mname, sizeof t.mname)});
+    at = put_blanks(put_text(at, " "), 2, t.day);
+    at = put_blanks(put_text(at, ","), 4, t.year);
+    at = put_blanks(put_text(at, " "), 2, t.hour);
+    at = put_two(put_text(at, ":"), t.minute);
+    return put_text(put_fixed(put_text(at, ":"), t.second, 2, 3), "\n");
+}
+
 char* put_padded(char* at, std::to_chars_result result, int width) {
     return pad_left(at, result.ptr, width);
 }
@@ -287,6 +300,12 @@ char* epoch2str(const char* format, double epoch) {
     Text text;
     put_time(text, format, utc_fields(epoch));
     return text.copy();
+}
+
+void timeprint(const DateTime* time) {
+    Text text;
+    text.finish(put_line(text.start(), *time));
+    std::fwrite(text.view().data(), 1, text.view().size(), stdout);
 }
 
 char* zepoch2str(const char* format, const char* zone, double epoch) {

@@ -1,7 +1,6 @@
 // Time strings: the calls, and the report of how a text was read.
 #include "morva/str2epoch.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "base/diagnostics.hpp"
@@ -40,10 +39,10 @@ class Reporter : public Listener {
         const char* separator = ": ";
         for (const Field& field : kFields) {
             if (field.value(before) == field.value(after)) continue;
-            char change[64];
-            std::snprintf(change, sizeof change, "%s%s %.17g", separator, field.name,
-                          field.value(after));
-            said += change;
+            char value[Text::kRoom];
+            char* end = put_general(value, field.value(after), 0, 17);
+            ((said += separator) += field.name) += ' ';
+            said.append(value, end);
             separator = ", ";
         }
         if (!fault_.empty()) said += "; error: " + fault_;
