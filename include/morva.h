@@ -23,6 +23,7 @@
 
 #include "morva/arr.h"
 #include "morva/cabinets.h"
+#include "morva/ccanada.h"
 #include "morva/cm6.h"
 #include "morva/elog.h"
 #include "morva/epoch.h"

@@ -1,0 +1,40 @@
+#include "codec/ucanada_decode.hpp"
+
+#include "codec/big_endian.hpp"
+#include "codec/bit_field.hpp"
+#include "codec/ccanada_code.hpp"
+
+namespace morva::canada {
+
+std::size_t data_size(const std::uint8_t* keys, std::size_t blocks) {
+    std::size_t size = 0;
+    for (std::size_t block = 0; block < blocks; ++block)
+        size += block_size(load_big_endian<std::uint16_t>(keys + block * kKeySize));
+    return size;
+}
+
+const std::uint8_t* decode_block(unsigned key, const std::uint8_t* data, Integrator& integrator,
+                                 std::int32_t* samples) {
+    BitReader values(data);
+    for (std::size_t group = 0; group < kGroups; ++group) {
+        const int width = kWidths[flag_of(key)][code_of(key, group)];
+        for (std::size_t i = 0; i < kGroup; ++i) *samples++ = integrator.next(values.get(width));
+    }
+    return data + block_size(key);
+}
+
+void decode_plain(const Source& source, std::int32_t* samples) {
+    Integrator integrator{static_cast<std::uint32_t>(source.first), 0};
+    const std::uint8_t* data = source.data;
+    samples[0] = source.first;
+    for (std::size_t block = 0; block < source.blocks; ++block) {
+        const unsigned key = load_big_endian<std::uint16_t>(source.keys + block * kKeySize);
+        data = decode_block(key, data, integrator, samples + 1 + block * kBlock);
+    }
+}
+
+void decode(const Source& source, std::int32_t* samples) {
+    decode_plain(source, samples);
+}
+
+}  // namespace morva::canada

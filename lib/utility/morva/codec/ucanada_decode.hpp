@@ -1,0 +1,41 @@
+// Canadian compression to samples: keys and data.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace morva::canada {
+
+// Bytes in the data area of so many blocks.
+std::size_t data_size(const std::uint8_t* keys, std::size_t blocks);
+
+struct Source {
+    const std::uint8_t* keys;
+    const std::uint8_t* data;
+    const std::uint8_t* end;  // of what may be read; the data of all blocks lie before it
+    std::size_t blocks;
+    std::int32_t first;
+};
+
+// Writes blocks * 20 + 1 samples: those of the series and the one behind it.
+void decode(const Source& source, std::int32_t* samples);
+
+// The versions behind it. All give the same samples.
+void decode_plain(const Source& source, std::int32_t* samples);
+
+// The double integration that turns second differences into samples, wrapping at 32 bits.
+struct Integrator {
+    std::uint32_t sample, difference;
+    std::int32_t next(std::int32_t second_difference) {
+        difference += static_cast<std::uint32_t>(second_difference);
+        sample += difference;
+        return static_cast<std::int32_t>(sample);
+    }
+};
+
+// Reads a block with the given key and writes the 20 samples behind the last one known. Returns the
+// place behind its data.
+const std::uint8_t* decode_block(unsigned key, const std::uint8_t* data, Integrator& integrator,
+                                 std::int32_t* samples);
+
+}  // namespace morva::canada
