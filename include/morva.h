@@ -46,6 +46,7 @@
 #include "morva/strings.h"
 #include "morva/strmatches.h"
 #include "morva/tbl.h"
+#include "morva/ucsd.h"
 #include "morva/xlat.h"
 
 #endif

@@ -309,6 +309,16 @@ MORVA_API int um6_(const char* text, const int* nbytes, int32_t* samples, int* n
 MORVA_API void initdecode_(void);
 MORVA_API int gse_checksum_(const int32_t* samples, const int* nsamp, int32_t* checksum);
 
+/* UCSD compression. A character variable holds the bytes: cucsd and cucsd_try set nbytes to the
+ * number of them, and give -1, registered, when the variable is too short; what stands behind them
+ * is left alone. uucsd reads the first nbytes. */
+MORVA_API int cucsd_(const int32_t* samples, const int* nsamp, char* bytes, int* nbytes,
+                     size_t bytes_length);
+MORVA_API int cucsd_try_(const int32_t* samples, const int* nsamp, char* bytes, int* nbytes,
+                         size_t bytes_length);
+MORVA_API int uucsd_(int32_t* samples, const char* bytes, const int* nbytes, const int* nsamp,
+                     size_t bytes_length);
+
 /* Times. Texts are as of rule 4; fmttime has its text where C has it, and blanks for a zone are
  * UTC. The six bytes of a BCD clock are an array of that size. The record of fields is
  * type(datetime) of the module, with the components of the C one in their order; mname ends with a

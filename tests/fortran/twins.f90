@@ -455,6 +455,13 @@ contains
         checksum = 0
         nsamp = gse_checksum(samples, 4, checksum)
         call check(checksum == 6, 'gse_checksum')
+        call check(cucsd(samples, 4, text, nbytes) == 0, 'cucsd')
+        call check(nbytes == 8, 'cucsd')
+        call check(uucsd(decoded, text, nbytes, 4) == 0, 'uucsd')
+        call check(all(decoded == samples), 'UCSD samples')
+        call check(cucsd_try(samples, 2, text, nbytes) == 0, 'cucsd_try')
+        call check(cucsd_try(samples, 4, short, nbytes) == -1, 'too short for UCSD')
+        call check(clear_register(0) == 0, 'UCSD reasons')
     end subroutine
 end module checks
 

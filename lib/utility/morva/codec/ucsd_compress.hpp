@@ -1,0 +1,37 @@
+// Samples to UCSD bytes: the loops behind cucsd and cucsd_try.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace morva::ucsd {
+
+// What happens where the rules of the format leave a series without a result.
+enum class Rule {
+    kStrict,  // it stays without one: the look-ahead gives up, values lose their upper bits
+    kLenient  // the series goes on with its last sample, and a run of samples is left at one that
+              // does not fit while its difference does
+};
+
+struct Compressed {
+    std::uint8_t* end;  // the place after the last byte written
+    bool undecided;     // the look-ahead met the end of the series: what is written is worthless
+    bool lossy;         // a value lost bits
+    bool too_steep;     // a difference needs more than 24 bits
+};
+
+// The most bytes that a series can need.
+constexpr std::int64_t capacity(std::int64_t nsamp, Rule rule) {
+    // A run of one sample takes six bytes with header and alignment, any other run four bytes for
+    // each value at most. Strictly, narrower runs of several values stand between such runs.
+    return nsamp * (rule == Rule::kStrict ? 4 : 5) + 8;
+}
+
+// Writes `count` samples, at least one, into a buffer with room for capacity(count, rule) bytes.
+Compressed compress(const std::int32_t* samples, std::size_t count, Rule rule, std::uint8_t* out);
+
+// The version behind it that is nothing but the rules.
+Compressed compress_plain(const std::int32_t* samples, std::size_t count, Rule rule,
+                          std::uint8_t* out);
+
+}  // namespace morva::ucsd
