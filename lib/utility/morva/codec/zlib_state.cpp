@@ -1,0 +1,117 @@
+#include "codec/zlib_state.hpp"
+
+#include <algorithm>
+#include <climits>
+
+#include "base/memory.hpp"
+
+namespace morva::zlib {
+namespace {
+
+void* allocate(void*, unsigned count, unsigned size) {
+    return must_malloc(std::size_t{count} * size, "zlib state", MORVA_HERE);
+}
+
+void release(void*, void* block) {
+    std::free(block);
+}
+
+// One direction of zlib: how its state is begun, made ready again and ended, and its work.
+struct Direction {
+    int (*begin)(z_stream*);
+    int (*reset)(z_stream*);
+    int (*end)(z_stream*);
+    int (*work)(z_stream*, int flush);
+    int flush;
+};
+
+constexpr Direction kDeflate = {
+    [](z_stream* stream) { return deflateInit(stream, Z_DEFAULT_COMPRESSION); }, deflateReset,
+    deflateEnd, deflate, Z_FINISH};
+constexpr Direction kInflate = {[](z_stream* stream) { return inflateInit(stream); }, inflateReset,
+                                inflateEnd, inflate, Z_NO_FLUSH};
+
+template <const Direction& kWay>
+class State {
+  public:
+    ~State() {
+        if (begun_) kWay.end(&stream_);
+    }
+    // The stream, ready to begin; null, with zlib's result, when that fails.
+    z_stream* ready(int* result) {
+        if (begun_) {
+            *result = kWay.reset(&stream_);
+        } else {
+            stream_.zalloc = allocate;
+            stream_.zfree = release;
+            *result = kWay.begin(&stream_);
+            begun_ = *result == Z_OK;
+        }
+        return *result == Z_OK ? &stream_ : nullptr;
+    }
+
+  private:
+    z_stream stream_{};
+    bool begun_ = false;
+};
+
+// The state of this thread. Destructors of other thread-local objects may still compress when it is
+// gone, which the flag tells because it has no destructor: they get a state for one call.
+template <const Direction& kWay>
+class Lease {
+  public:
+    State<kWay>& state() { return t_gone ? own_ : t_kept.state; }
+
+  private:
+    struct Kept {
+        State<kWay> state;
+        ~Kept() { t_gone = true; }
+    };
+    static inline thread_local bool t_gone = false;
+    static inline thread_local Kept t_kept;
+    State<kWay> own_;
+};
+
+unsigned chunk_of(std::size_t left) {
+    return static_cast<unsigned>(std::min<std::size_t>(left, UINT_MAX));
+}
+
+// zlib counts in 32 bits: longer input and output are handed over in chunks.
+template <const Direction& kWay>
+int run(const char* bytes, std::size_t n, char* out, std::size_t room, std::size_t* written) {
+    Lease<kWay> lease;
+    int result;
+    z_stream* stream = lease.state().ready(&result);
+    if (stream == nullptr) return result;
+    std::size_t left_in = n, left_out = room;
+    stream->next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes));
+    stream->next_out = reinterpret_cast<Bytef*>(out);
+    do {
+        const unsigned in = stream->avail_in = chunk_of(left_in);
+        const unsigned space = stream->avail_out = chunk_of(left_out);
+        result = kWay.work(stream, in < left_in ? Z_NO_FLUSH : kWay.flush);
+        left_in -= in - stream->avail_in;
+        left_out -= space - stream->avail_out;
+    } while (result == Z_OK);
+    *written = room - left_out;
+    return result;
+}
+
+}  // namespace
+
+int deflate_bytes(const char* bytes, std::size_t n, char* out, std::size_t room,
+                  std::size_t* written) {
+    const int result = run<kDeflate>(bytes, n, out, room, written);
+    return result == Z_STREAM_END ? Z_OK : result;
+}
+
+int inflate_bytes(const char* bytes, std::size_t n, char* out, std::size_t room,
+                  std::size_t* written) {
+    const int result = run<kInflate>(bytes, n, out, room, written);
+    if (result == Z_STREAM_END) return Z_OK;
+    // A stream that wants a dictionary is not ours, and one that stops with room to spare is cut.
+    const bool cut = result == Z_BUF_ERROR && *written < room;
+    return result == Z_NEED_DICT || cut ? Z_DATA_ERROR : result;
+}
+
+}  // namespace morva::zlib

@@ -1,0 +1,119 @@
+#include "digest/crc.hpp"
+
+#include "digest/checksums_kit.hpp"
+#include "morva/checksums.h"
+
+namespace {
+
+constexpr std::string_view kDigits = "123456789";
+
+// The remainder by long division, a bit at a time.
+template <class Crc>
+typename Crc::Word divided(typename Crc::Word crc, std::string_view bytes) {
+    using Word = typename Crc::Word;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        crc ^= static_cast<Word>(Crc::kReflected ? byte : Word{byte} << (Crc::kWidth - 8));
+        for (int bit = 0; bit < 8; ++bit) {
+            const bool out = (crc & (Crc::kReflected ? Word{1} : Crc::kTop)) != 0;
+            crc = static_cast<Word>(Crc::kReflected ? crc >> 1 : crc << 1);
+            if (out) crc ^= Crc::kPolynomial;
+        }
+    }
+    return crc;
+}
+
+// The exported functions of each CRC under the same names.
+struct Vk16 : morva::Crc16 {
+    static Word add(Word crc, std::string_view bytes) {
+        Word result = crc;
+        EXPECT_EQ(vk_crc16(&result, bytes.data(), kit::count_of(bytes)), result);
+        return result;
+    }
+    static Word combine(Word a, Word b, long n) { return vk_crc16_combine(a, b, n); }
+};
+struct Vk32 : morva::Crc32 {
+    static Word add(Word crc, std::string_view bytes) {
+        Word result = crc;
+        EXPECT_EQ(vk_crc32(&result, bytes.data(), kit::count_of(bytes)), result);
+        return result;
+    }
+    static Word combine(Word a, Word b, long n) { return vk_crc32_combine(a, b, n); }
+};
+struct Vk64 : morva::Crc64 {
+    static Word add(Word crc, std::string_view bytes) {
+        Word result = crc;
+        EXPECT_EQ(vk_crc64(&result, bytes.data(), kit::count_of(bytes)), result);
+        return result;
+    }
+    static Word combine(Word a, Word b, long n) { return vk_crc64_combine(a, b, n); }
+};
+
+template <class Crc>
+class Crcs : public testing::Test {};
+using All = testing::Types<Vk16, Vk32, Vk64>;
+TYPED_TEST_SUITE(Crcs, All);
+
+TYPED_TEST(Crcs, AreTheRemaindersOfDivision) {
+    using Word = typename TypeParam::Word;
+    for (const std::size_t n : {0u, 1u, 2u, 7u, 300u}) {
+        const std::string text = kit::noise(n);
+        for (const Word start :
+             {Word{0}, static_cast<Word>(-1), static_cast<Word>(0x9234567890abcdef)})
+            EXPECT_EQ(TypeParam::add(start, text), divided<TypeParam>(start, text)) << n;
+    }
+    typename TypeParam::Word crc = 77;
+    EXPECT_EQ(TypeParam::add(77, std::string_view()), crc);
+}
+
+TYPED_TEST(Crcs, OfPiecesCombineToThatOfTheWhole) {
+    const std::string text = kit::noise(1000);
+    const std::string_view whole = text;
+    const auto crc = TypeParam::add(5, whole);
+    for (const std::size_t at : {0u, 1u, 500u, 999u, 1000u}) {
+        const auto first = TypeParam::add(5, whole.substr(0, at));
+        EXPECT_EQ(TypeParam::add(first, whole.substr(at)), crc) << at;
+        const auto second = TypeParam::add(0, whole.substr(at));
+        EXPECT_EQ(TypeParam::combine(first, second, static_cast<long>(1000 - at)), crc) << at;
+    }
+    // Zeros in a row, more than could be added, in one step and in many.
+    constexpr long kStep = 1L << 40;
+    auto stepped = crc;
+    for (int i = 0; i < 5; ++i) stepped = TypeParam::combine(stepped, 0, kStep);
+    EXPECT_EQ(TypeParam::combine(crc, 0, 5 * kStep), stepped);
+    EXPECT_EQ(TypeParam::combine(crc, 9, -1), crc);
+}
+
+TEST(Checksums, AreTheKnownOnes) {
+    const std::string text = "The quick brown fox jumps over the lazy dog";
+    EXPECT_EQ(Vk16::add(0, kDigits), 0xbb3d);                    // CRC-16/ARC
+    EXPECT_EQ(Vk16::add(0xffff, kDigits), 0x4b37);               // CRC-16/MODBUS
+    EXPECT_EQ(Vk32::add(~0u, kDigits), 0x0376e6e7u);             // CRC-32/MPEG-2
+    EXPECT_EQ(~Vk32::add(~0u, kDigits), 0xfc891918u);            // CRC-32/BZIP2
+    EXPECT_EQ(Vk32::add(0, kDigits), 0x89a1897fu);               // CRC-32/CKSUM before its length
+    EXPECT_EQ(Vk64::add(0, kDigits), 0x46a5a9388a5beffeu);       // as in SWISS-PROT
+    EXPECT_EQ(~Vk64::add(~0ull, kDigits), 0xb90956c775a41001u);  // CRC-64/GO-ISO
+    uint32_t crc = 12345;
+    EXPECT_EQ(qtcrc(&crc, kDigits.data(), 9), 0x37c7ca30u);
+    EXPECT_EQ(crc, 0x37c7ca30u);
+    EXPECT_EQ(crc, divided<morva::QtCrc>(0, kDigits));
+    EXPECT_EQ(qtcrc(&crc, kDigits.data(), 0), 0u);
+    uint16_t sum = 12345;
+    EXPECT_EQ(qtchecksum(&sum, kDigits.data(), 9), 477);
+    EXPECT_EQ(sum, 477);
+    const std::string high(300, '\xff');
+    EXPECT_EQ(qtchecksum(&sum, high.data(), 300), 300 * 255 - 65536);
+    EXPECT_EQ(qtchecksum(&sum, high.data(), -1), 0);
+}
+
+TEST(QtCrc, CombinesFromPieces) {
+    const std::string text = kit::noise(100);
+    uint32_t whole, first, second;
+    qtcrc(&whole, text.data(), 100);
+    qtcrc(&first, text.data(), 33);
+    qtcrc(&second, text.data() + 33, 67);
+    EXPECT_EQ(qtcrc_combine(first, second, 67), whole);
+    EXPECT_EQ(qtcrc_combine(first, second, 0), first);
+}
+
+}  // namespace
