@@ -486,4 +486,18 @@ TEST_F(TblFile, SurvivesItsWriterBeingKilled) {
     }
 }
 
+TEST_F(TblFile, CutOffByAnotherProcessEndsNoProgram) {
+    for (int writable : {0, 1}) {
+        write_file(path_, kGoldenBytes);
+        List list = read(writable);
+        ASSERT_NE(list, nullptr);
+        std::filesystem::resize_file(path_, 0);
+        ASSERT_EQ(maxtbl(list.get()), writable ? 0 : 2);
+        if (!writable) {
+            EXPECT_EQ(*static_cast<int*>(gettbl(list.get(), 0)), 0);
+        }
+        EXPECT_THAT(kit::captured(2, [&] { list.reset(); }), HasSubstr("cut off a list file"));
+    }
+}
+
 }  // namespace

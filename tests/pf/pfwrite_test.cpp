@@ -8,6 +8,7 @@
 #include "log/elog_child.hpp"
 #include "morva/pflex.h"
 #include "pf/pf.hpp"
+#include "skerrows.h"
 #include "support/failing_calls.hpp"
 #include "support/kit.hpp"
 
@@ -382,13 +383,17 @@ long generation_in(const std::string& path) {
 TEST_F(PfwriteAtomic, KilledAtAnyInstantLeavesTheOldFileOrTheNew) {
     long n = 0, killed_inside = 0;
     ASSERT_EQ(write(generation(0)), 0);
+    // The instants lie within the time that a child needs for a few files, however slow it is.
+    const double start = std_now();
+    ASSERT_EQ(kit::in_child([&] { return write(generation(0)); }).status, 0);
+    const double span = 3e6 * (std_now() - start);
     std::minstd_rand random(static_cast<unsigned>(::getpid()));
     for (int kill = 0; kill < 200; ++kill) {
         const pid_t child = ::fork();
         if (child == 0)
             for (long next = n + 1;; ++next)
                 if (write(generation(next)) != 0) ::_exit(1);
-        ::usleep(static_cast<useconds_t>(random() % 3000));
+        ::usleep(random() % static_cast<useconds_t>(span));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
         const long found = generation_in(path_);

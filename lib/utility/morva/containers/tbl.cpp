@@ -180,6 +180,7 @@ Tbl* strtbl(const char* first, ...) {
 
 void freetbl(Tbl* tbl, void (*free_function)(void*)) {
     if (tbl == nullptr) return;
+    if (tbl->itemsize == 0) return release_cut_file(tbl);
     if (free_function != nullptr) free_items(tbl, 0, free_function, false);
     std::free(deleted_buffer(tbl));
     if (in_file(tbl)) return release_file(tbl);

@@ -17,6 +17,7 @@
 #include <cerrno>
 
 #include "base/diagnostics.hpp"
+#include "base/fault_guard.hpp"
 #include "base/posix.hpp"
 #include "containers/tbl_internal.hpp"
 
@@ -106,6 +107,7 @@ char* map_growing(int fd, std::size_t size, char* wanted) {
         !map_part(mapaddr, fd, 0, size))
         return nullptr;
     *note_of(mapaddr) = {range.size(), fd, nullptr};
+    GuardedRange::watch(mapaddr, range.size() - page);
     range.release();
     return mapaddr;
 }
@@ -135,10 +137,17 @@ void map_more(Tbl* tbl, int fd, std::size_t length) {
 char* map_file(int fd, std::size_t size, bool writable, char* wanted) {
     if (writable) return map_growing(fd, size, wanted);
     void* address = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
-    return address != MAP_FAILED ? static_cast<char*>(address) : nullptr;
+    if (address == MAP_FAILED) return nullptr;
+    GuardedRange::watch(address, size);
+    return static_cast<char*>(address);
 }
 
 int unmap_file(char* mapaddr, std::size_t size, bool writable) {
+    GuardedRange* range = GuardedRange::around(mapaddr);
+    if (range != nullptr && range->newly_damaged())
+        elog_complain(0, "Another process cut off a list file while it was mapped at %p\n",
+                      static_cast<void*>(mapaddr));
+    GuardedRange::release(range);
     if (!writable) return ::munmap(mapaddr, size);
     Note* note = note_of(mapaddr);
     return ::munmap(note, note->reserved);
@@ -160,6 +169,15 @@ void release_file(Tbl* tbl) {
     if (unmap_file(last.mapaddr, last.maplen, writable) != 0)
         elog_complain(1, "munmap (%lx, %ld) fails", reinterpret_cast<unsigned long>(last.mapaddr),
                       static_cast<long>(last.maplen));
+}
+
+void release_cut_file(Tbl* tbl) {
+    GuardedRange* range = GuardedRange::around(tbl);
+    if (range == nullptr) return;
+    char* mapaddr = static_cast<char*>(range->begin());
+    ::close(note_of(mapaddr)->fd);
+    std::free(note_of(mapaddr)->deleted);
+    unmap_file(mapaddr, 0, true);
 }
 
 void extend_file(Tbl* tbl, int64_t n) {

@@ -26,4 +26,7 @@ char*& deleted_buffer(Tbl* tbl);
 // Closes and unmaps the file of a list, and frees the record of a read-only one.
 void release_file(Tbl* tbl);
 
+// The same for a writable list whose record is gone, because another process cut off its file.
+void release_cut_file(Tbl* tbl);
+
 }  // namespace morva::list

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/fault_guard.hpp"
 #include "base/posix.hpp"
 #include "log/elog.hpp"
 #include "skerrows.h"
@@ -54,6 +55,8 @@ void report_fault(int signo, const siginfo_t* info) {
 
 // The signal is blocked while it is handled: raised again, it strikes when the handler returns.
 void on_fault(int signo, siginfo_t* info, void*) {
+    ErrnoSaver keep;
+    if (signo == SIGBUS && info->si_code > 0 && absorb_fault(info->si_addr)) return;
     report_fault(signo, info);
     ::signal(signo, SIG_DFL);
     ::raise(signo);
@@ -84,7 +87,7 @@ bool is_free(int signo, bool insist) {
     struct sigaction current {};
     if (::sigaction(signo, nullptr, &current) != 0) return false;
     const bool plain = (current.sa_flags & SA_SIGINFO) == 0 && current.sa_handler == SIG_DFL;
-    return insist || plain || g_intercepted[signo].ours;
+    return insist || plain || g_intercepted[signo].ours || is_fault_guard(current);
 }
 
 bool intercept(int signo) {
@@ -104,7 +107,7 @@ void release_others(const bool (&wanted)[kSignals]) {
     for (int signo = 1; signo < kSignals; ++signo) {
         if (!g_intercepted[signo].ours || wanted[signo]) continue;
         g_intercepted[signo].ours = false;
-        ::signal(signo, SIG_DFL);
+        signo == SIGBUS ? restore_fault_guard() : static_cast<void>(::signal(signo, SIG_DFL));
     }
 }
 
