@@ -31,6 +31,7 @@
 #include "morva/export.h"
 #include "morva/files.h"
 #include "morva/fortran.h"
+#include "morva/gencompress.h"
 #include "morva/iso.h"
 #include "morva/md5.h"
 #include "morva/paths.h"

@@ -1,0 +1,57 @@
+#include "codec/gencompress_encode.hpp"
+
+#include <algorithm>
+
+namespace morva::gen {
+
+namespace {
+
+// The value of each order for one sample.
+struct Values {
+    std::uint32_t of[3];
+};
+
+Values values_at(const std::int32_t* samples, std::size_t i) {
+    const auto x = static_cast<std::uint32_t>(samples[i]);
+    const auto last = static_cast<std::uint32_t>(samples[i - 1]);
+    const auto before = i >= 2 ? static_cast<std::uint32_t>(samples[i - 2]) : last;
+    return {{x, x - last, x - 2 * last + before}};
+}
+
+// The order with the narrowest values; the lowest of several.
+Key choose_key(const std::int32_t* samples, std::size_t begin, std::size_t end) {
+    std::uint32_t magnitudes[3] = {}, bits[3] = {};
+    for (std::size_t i = begin; i < end; ++i) {
+        const Values values = values_at(samples, i);
+        for (std::size_t order = 0; order < 3; ++order) {
+            magnitudes[order] |= magnitude_of(values.of[order]);
+            bits[order] |= values.of[order];
+        }
+    }
+    Key best{kSamples, 33};
+    for (unsigned order = 0; order < 3; ++order) {
+        const int width = width_of(magnitudes[order], bits[order] == 0);
+        if (width < best.width) best = {order, width};
+    }
+    return best;
+}
+
+}  // namespace
+
+std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
+    BitWriter writer(data);
+    for (std::size_t begin = 1; begin < series.count; begin += series.block) {
+        const std::size_t end = std::min(begin + series.block, series.count);
+        const Key key = choose_key(series.samples, begin, end);
+        *keys++ = key_byte(key);
+        for (std::size_t i = begin; i < end; ++i)
+            writer.put(values_at(series.samples, i).of[key.order], key.width);
+    }
+    return writer.finish();
+}
+
+std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
+    return encode_plain(series, keys, data);
+}
+
+}  // namespace morva::gen
