@@ -22,6 +22,7 @@
 #define MORVA_H
 
 #include "morva/arr.h"
+#include "morva/banner.h"
 #include "morva/cabinets.h"
 #include "morva/ccanada.h"
 #include "morva/checksums.h"
@@ -34,6 +35,7 @@
 #include "morva/gencompress.h"
 #include "morva/iso.h"
 #include "morva/md5.h"
+#include "morva/morph.h"
 #include "morva/paths.h"
 #include "morva/pf.h"
 #include "morva/pfcheck.h"

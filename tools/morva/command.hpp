@@ -76,6 +76,7 @@ struct Group {
 // Every group; a new one is a source file and a row here (main.cpp).
 std::span<const Group* const> groups();
 
+extern const Group morph_group;
 extern const Group pf_group;
 extern const Group time_group;
 extern const Group generate_group;

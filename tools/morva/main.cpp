@@ -11,6 +11,7 @@ namespace tool {
 std::span<const Group* const> groups() {
     static constexpr const Group* kGroups[] = {
         // one a line, in the order of the help
+        &morph_group,     //
         &pf_group,        //
         &time_group,      //
         &generate_group,  //

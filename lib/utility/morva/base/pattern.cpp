@@ -11,7 +11,7 @@ Pattern::~Pattern() {
 }
 
 bool Pattern::compile(const char* text, Reason& reason, Groups groups) {
-    if (groups == Groups::kIgnored && table_.build(text)) return true;
+    if (table_.build(text) && groups == Groups::kIgnored) return true;
     if (const char* refusal = over_ceiling(text)) {
         std::snprintf(reason, sizeof reason, "%s", refusal);
         return false;

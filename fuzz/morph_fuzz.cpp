@@ -1,0 +1,81 @@
+// Rules and random strings. The first byte chooses the flags, the lines up to an empty one are
+// rules, the others are strings. What morphtbl makes is made again with the C library alone, and
+// in a buffer of every size that is too small nothing is written beyond it.
+#include <regex.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "morva/elog.h"
+#include "morva/morph.h"
+#include "morva/strings.h"
+
+namespace {
+
+constexpr size_t kMost = 4096;
+
+// Renames as the header says, rule by rule; a negative count when it takes too long a text.
+long expected(std::string& text, Tbl* table, int flags) {
+    long count = 0;
+    for (long i = 0; i < maxtbl(table); ++i) {
+        const auto* rule = static_cast<const Morph_rule*>(gettbl(table, i));
+        regex_t regex;
+        if (regcomp(&regex, rule->pattern, REG_EXTENDED) != 0) abort();
+        regmatch_t matches[10];
+        const bool found = regexec(&regex, text.c_str(), 10, matches, 0) == 0;
+        regfree(&regex);
+        if (!found) continue;
+        const bool whole =
+            matches[0].rm_so == 0 && static_cast<size_t>(matches[0].rm_eo) == text.size();
+        if (!whole && (flags & MORPH_PARTIAL) == 0) continue;
+        std::vector<char> result(kMost);
+        if (regsubstituten(text.c_str(), rule->replacement, matches, result.data(), kMost) < 0)
+            return -1;
+        text = result.data();
+        ++count;
+        if ((flags & MORPH_ALL) == 0) break;
+    }
+    return count;
+}
+
+void rename(const std::string& name, Tbl* table, int flags) {
+    std::string result = name;
+    const long count = expected(result, table, flags);
+    std::vector<char> seen(kMost);
+    if (morphtbln(name.c_str(), table, flags, seen.data(), kMost) != count) abort();
+    if (count < 0) return;
+    if (result != seen.data()) abort();
+    // The exact size, on the heap: the sanitizer watches its end.
+    std::vector<char> exact(result.size() + 1);
+    morphtbl(name.c_str(), table, flags & ~MORPH_ALL, seen.data());
+    if ((flags & MORPH_ALL) == 0) morphtbl(name.c_str(), table, flags, exact.data());
+    std::vector<char> small(result.size() / 2 + 1);
+    morphtbln(name.c_str(), table, flags, small.data(), small.size());
+    if (strlen(small.data()) >= small.size()) abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 1 || size > 1000) return 0;
+    const int flags = data[0] & 3;
+    std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
+    std::replace(text.begin(), text.end(), '\0', '\n');
+    std::vector<std::string> lines{""};
+    for (char c : text) c == '\n' ? lines.emplace_back() : lines.back().push_back(c);
+    Tbl* rules = newtbl(4);
+    size_t at = 0;
+    for (; at < lines.size() && !lines[at].empty(); ++at) pushtbl(rules, lines[at].data());
+    Tbl* table;
+    const long bad = newmorphtbl(rules, &table);
+    if (bad + maxtbl(table) != maxtbl(rules)) abort();
+    for (; at < lines.size(); ++at) rename(lines[at], table, flags);
+    freemorphtbl(table);
+    freetbl(rules, nullptr);
+    elog_clear();
+    return 0;
+}
