@@ -252,7 +252,7 @@ TEST(UcsdBytes, AreTheSameStrictlyUnlessSomethingIsWrong) {
     std::mt19937 random(6);
     int decided = 0;
     for (int round = 0; round < 20000; ++round) {
-        const size_t count = 1 + random() % 60;
+        const size_t count = 1 + random() % (round % 50 == 0 ? 6000 : 60);
         Samples samples = series(kKinds[random() % std::size(kKinds)], count, random);
         if (round % 3 == 0) samples[random() % count] = static_cast<int32_t>(random());
         const auto run = [&](Rule rule, std::string& bytes, auto&& function) {

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "codec/ucsd_code.hpp"
+
 namespace morva::ucsd {
 
 // What happens where the rules of the format leave a series without a result.
@@ -30,8 +32,22 @@ constexpr std::int64_t capacity(std::int64_t nsamp, Rule rule) {
 // Writes `count` samples, at least one, into a buffer with room for capacity(count, rule) bytes.
 Compressed compress(const std::int32_t* samples, std::size_t count, Rule rule, std::uint8_t* out);
 
-// The version behind it that is nothing but the rules.
+// The versions behind it. Both write the same bytes. The first is nothing but the rules.
 Compressed compress_plain(const std::int32_t* samples, std::size_t count, Rule rule,
                           std::uint8_t* out);
+Compressed compress_avx2(const std::int32_t* samples, std::size_t count, Rule rule,
+                         std::uint8_t* out);
+
+// How many differences behind a narrower one are looked at before a run of the class `widest`,
+// the widest among them, follows one of the class `current`: the fewer bits are won, the more.
+constexpr int differences_to_see(int current, int widest) {
+    return 16 / (bits_of(current) - bits_of(widest)) + 1;
+}
+static_assert(differences_to_see(1, 0) == 5 && differences_to_see(kBeforeFirst, 0) == 1);
+
+// The class of the run that takes sample i, whose difference is narrower than the current class.
+inline constexpr int kUndecided = -1;
+int look_ahead(const std::int32_t* samples, std::size_t count, std::size_t i, int current,
+               Rule rule);
 
 }  // namespace morva::ucsd
