@@ -32,8 +32,8 @@ MORVA_BEGIN
 /* Compresses `nsamp` samples, any number of them, in blocks of `block` samples: 25 when it is below
  * 1, at most 256. Short blocks follow the signal more closely, and cost a byte each.
  *
- * The buffer is made large enough for the worst case: for two samples and more 9 bytes, a byte for
- * each block and 4 bytes for each sample. *nbytes becomes the length of what is written; the bytes
+ * The buffer is made large enough for the worst case: 17 bytes, a byte for each block and 4 bytes
+ * for each sample. *nbytes becomes the length of what is written; the bytes
  * behind it are undefined. Returns 0; a negative count is refused. */
 MORVA_API int gencompress(unsigned char** buffer, int* nbytes, int* buffer_size,
                           const int32_t* samples, int nsamp, int block);

@@ -2,6 +2,7 @@
 // codecs read and write with these; widths are 0 to 32 bits.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 namespace morva {
@@ -18,11 +19,14 @@ constexpr std::int32_t sign_extended(std::uint32_t bits, int width) {
 static_assert(sign_extended(0xF, 4) == -1 && sign_extended(7, 4) == 7);
 static_assert(sign_extended(0x80000000U, 32) == INT32_MIN && sign_extended(5, 0) == 0);
 
-// A number without its sign: v for v >= 0, -v - 1 otherwise. A value fits in `width` bits of two's
-// complement when its magnitude is below 2^(width - 1).
-constexpr std::uint32_t magnitude_of(std::uint32_t value) {
-    return value ^ (0 - (value >> 31));
+// The places where a bit differs from the one below it, zero standing below the lowest. A value in
+// two's complement needs as many bits as the highest of them tells, several values as many as the
+// highest of all: or them together. Zero needs none.
+constexpr std::uint32_t changes_of(std::uint32_t value) {
+    return value ^ value << 1;
 }
+static_assert(std::bit_width(changes_of(7)) == 4 && std::bit_width(changes_of(0U - 8)) == 4);
+static_assert(std::bit_width(changes_of(0U - 1)) == 1 && changes_of(0) == 0);
 
 class BitWriter {
   public:

@@ -2,7 +2,7 @@
 
 #include <bit>
 
-#include "codec/big_endian.hpp"
+#include "base/simd.hpp"
 #include "codec/bit_field.hpp"
 #include "codec/ccanada_code.hpp"
 
@@ -12,12 +12,11 @@ namespace {
 
 int bits_of_group(const std::uint32_t* values) {
     std::uint32_t all = 0;
-    for (std::size_t i = 0; i < kGroup; ++i) all |= magnitude_of(values[i]);
-    return std::bit_width(all) + 1;
+    for (std::size_t i = 0; i < kGroup; ++i) all |= changes_of(values[i]);
+    return std::bit_width(all);
 }
 
-}  // namespace
-
+// One block of second differences: puts its key at `key` and moves on behind its data.
 std::uint8_t* encode_block(const std::uint32_t* differences, std::uint8_t* key,
                            std::uint8_t* data) {
     int bits[kGroups];
@@ -36,6 +35,8 @@ std::uint8_t* encode_block(const std::uint32_t* differences, std::uint8_t* key,
     }
     return values.finish();
 }
+
+}  // namespace
 
 std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
     const std::size_t count = series.blocks * kBlock;
@@ -57,7 +58,8 @@ std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_
 }
 
 std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
-    return encode_plain(series, keys, data);
+    return simd() == Simd::kAvx2 ? encode_avx2(series, keys, data)
+                                 : encode_plain(series, keys, data);
 }
 
 }  // namespace morva::canada

@@ -18,8 +18,6 @@ std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* dat
 
 // The versions behind it. All write the same keys and data.
 std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_t* data);
-
-// One block of second differences: puts its key at `key` and moves on behind its data.
-std::uint8_t* encode_block(const std::uint32_t* differences, std::uint8_t* key, std::uint8_t* data);
+std::uint8_t* encode_avx2(const Series& series, std::uint8_t* keys, std::uint8_t* data);
 
 }  // namespace morva::canada

@@ -20,10 +20,9 @@ using namespace morva::gen;
 
 namespace {
 
-// The longest result: keys, and values of 32 bits.
+// Room for the longest result: keys, and values of 32 bits.
 std::int64_t capacity_of(std::size_t count, std::size_t block) {
-    if (count < 2) return kShortHeader;
-    return static_cast<std::int64_t>(kHeader + blocks_of(count, block) + 4 * (count - 1));
+    return static_cast<std::int64_t>(kHeader + blocks_of(count, block) + 4 * count + kSpare);
 }
 
 // What compressed bytes say of themselves.

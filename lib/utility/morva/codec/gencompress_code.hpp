@@ -1,7 +1,6 @@
 // The layout of gencompress that encoder and decoder share: docs/formats/gencompress.md.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -32,11 +31,6 @@ constexpr Key key_of(std::uint8_t byte) {
 }
 constexpr bool is_key(std::uint8_t byte) {
     return key_of(byte).order <= kSecondDifferences && key_of(byte).width <= 32;
-}
-
-// Bits that hold every value whose magnitude has only bits of these; none for zeros.
-constexpr int width_of(std::uint32_t magnitudes, bool all_zero) {
-    return all_zero ? 0 : std::bit_width(magnitudes) + 1;
 }
 
 // Blocks of a series: its first sample stands in the header.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/simd.hpp"
 #include "codec/bit_field.hpp"
 
 namespace morva::gen {
@@ -49,7 +50,7 @@ void decode_plain(const Source& source, std::int32_t* samples) {
 }
 
 void decode(const Source& source, std::int32_t* samples) {
-    decode_plain(source, samples);
+    simd() == Simd::kAvx2 ? decode_avx2(source, samples) : decode_plain(source, samples);
 }
 
 }  // namespace morva::gen

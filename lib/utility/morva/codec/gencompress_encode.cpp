@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/simd.hpp"
+
 namespace morva::gen {
 
 namespace {
@@ -18,22 +20,14 @@ Values values_at(const std::int32_t* samples, std::size_t i) {
     return {{x, x - last, x - 2 * last + before}};
 }
 
-// The order with the narrowest values; the lowest of several.
 Key choose_key(const std::int32_t* samples, std::size_t begin, std::size_t end) {
-    std::uint32_t magnitudes[3] = {}, bits[3] = {};
+    std::uint32_t changes[3] = {};
     for (std::size_t i = begin; i < end; ++i) {
         const Values values = values_at(samples, i);
-        for (std::size_t order = 0; order < 3; ++order) {
-            magnitudes[order] |= magnitude_of(values.of[order]);
-            bits[order] |= values.of[order];
-        }
+        for (std::size_t order = 0; order < 3; ++order)
+            changes[order] |= changes_of(values.of[order]);
     }
-    Key best{kSamples, 33};
-    for (unsigned order = 0; order < 3; ++order) {
-        const int width = width_of(magnitudes[order], bits[order] == 0);
-        if (width < best.width) best = {order, width};
-    }
-    return best;
+    return narrowest(changes);
 }
 
 }  // namespace
@@ -51,7 +45,8 @@ std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_
 }
 
 std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
-    return encode_plain(series, keys, data);
+    return simd() == Simd::kAvx2 ? encode_avx2(series, keys, data)
+                                 : encode_plain(series, keys, data);
 }
 
 }  // namespace morva::gen

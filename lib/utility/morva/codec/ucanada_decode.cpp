@@ -1,18 +1,26 @@
 #include "codec/ucanada_decode.hpp"
 
+#include "base/simd.hpp"
 #include "codec/big_endian.hpp"
 #include "codec/bit_field.hpp"
 #include "codec/ccanada_code.hpp"
 
 namespace morva::canada {
 
-std::size_t data_size(const std::uint8_t* keys, std::size_t blocks) {
-    std::size_t size = 0;
-    for (std::size_t block = 0; block < blocks; ++block)
-        size += block_size(load_big_endian<std::uint16_t>(keys + block * kKeySize));
-    return size;
-}
+namespace {
 
+// The double integration that turns second differences into samples, wrapping at 32 bits.
+struct Integrator {
+    std::uint32_t sample, difference;
+    std::int32_t next(std::int32_t second_difference) {
+        difference += static_cast<std::uint32_t>(second_difference);
+        sample += difference;
+        return static_cast<std::int32_t>(sample);
+    }
+};
+
+// Reads a block with the given key and writes the 20 samples behind the last one known. Returns the
+// place behind its data.
 const std::uint8_t* decode_block(unsigned key, const std::uint8_t* data, Integrator& integrator,
                                  std::int32_t* samples) {
     BitReader values(data);
@@ -21,6 +29,15 @@ const std::uint8_t* decode_block(unsigned key, const std::uint8_t* data, Integra
         for (std::size_t i = 0; i < kGroup; ++i) *samples++ = integrator.next(values.get(width));
     }
     return data + block_size(key);
+}
+
+}  // namespace
+
+std::size_t data_size(const std::uint8_t* keys, std::size_t blocks) {
+    std::size_t size = 0;
+    for (std::size_t block = 0; block < blocks; ++block)
+        size += block_size(load_big_endian<std::uint16_t>(keys + block * kKeySize));
+    return size;
 }
 
 void decode_plain(const Source& source, std::int32_t* samples) {
@@ -34,7 +51,7 @@ void decode_plain(const Source& source, std::int32_t* samples) {
 }
 
 void decode(const Source& source, std::int32_t* samples) {
-    decode_plain(source, samples);
+    simd() == Simd::kAvx2 ? decode_avx2(source, samples) : decode_plain(source, samples);
 }
 
 }  // namespace morva::canada

@@ -22,20 +22,6 @@ void decode(const Source& source, std::int32_t* samples);
 
 // The versions behind it. All give the same samples.
 void decode_plain(const Source& source, std::int32_t* samples);
-
-// The double integration that turns second differences into samples, wrapping at 32 bits.
-struct Integrator {
-    std::uint32_t sample, difference;
-    std::int32_t next(std::int32_t second_difference) {
-        difference += static_cast<std::uint32_t>(second_difference);
-        sample += difference;
-        return static_cast<std::int32_t>(sample);
-    }
-};
-
-// Reads a block with the given key and writes the 20 samples behind the last one known. Returns the
-// place behind its data.
-const std::uint8_t* decode_block(unsigned key, const std::uint8_t* data, Integrator& integrator,
-                                 std::int32_t* samples);
+void decode_avx2(const Source& source, std::int32_t* samples);
 
 }  // namespace morva::canada
