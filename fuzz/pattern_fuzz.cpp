@@ -22,6 +22,15 @@ void compare(const morva::PatternTable& table, const regex_t& regex, const std::
     if (table.matches_whole(string.c_str()) != whole) abort();
 }
 
+void compare_groups(const morva::Pattern& pattern, const regex_t& regex,
+                    const std::string& string) {
+    regmatch_t ours[10], theirs[10];
+    const bool found = regexec(&regex, string.c_str(), 10, theirs, 0) == 0;
+    if (pattern.match_groups(string.c_str(), ours, 10) != found) abort();
+    for (int i = 0; found && i < 10; ++i)
+        if (ours[i].rm_so != theirs[i].rm_so || ours[i].rm_eo != theirs[i].rm_eo) abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -41,6 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         next = std::min(text.find('\n', at), text.size());
         compare(table, regex, text.substr(at, next - at));
         compare(table, regex, text.substr(at));
+        compare_groups(guarded, regex, text.substr(at, next - at));
     }
     regfree(&regex);
     return 0;

@@ -9,6 +9,7 @@
 
 #include <regex.h>
 
+#include "base/group_layout.hpp"
 #include "base/memory.hpp"
 #include "base/pattern_table.hpp"
 
@@ -35,7 +36,9 @@ class Pattern {
     bool compile(const char* text, String* reason = nullptr, Groups groups = Groups::kIgnored);
 
     // True when the leftmost match begins at the first character and ends at the last.
-    bool matches_whole(const char* string) const;
+    bool matches_whole(const char* string) const {
+        return table_.ready() ? table_.matches_whole(string) : regex_matches_whole(string);
+    }
 
     // True when the pattern matches anywhere.
     bool found_in(const char* string) const;
@@ -47,7 +50,10 @@ class Pattern {
     bool match_groups(const char* string, regmatch_t* matches, std::size_t count) const;
 
   private:
+    bool regex_matches_whole(const char* string) const;
+
     PatternTable table_;
+    GroupLayout layout_;  // ready only with a table
     regex_t regex_{};
     bool compiled_ = false;  // regex_ holds something
 };

@@ -503,12 +503,6 @@ bool PatternTable::build(const char* pattern) {
     return Parser(pattern, automaton).parse() && TableBuilder(automaton, *this).build();
 }
 
-bool PatternTable::matches_whole(const char* string) const {
-    Cell row = start_;
-    while (running(row)) row = step(row, *string++);
-    return row != 0;
-}
-
 // The end of the longest match from here, or null.
 const char* PatternTable::longest(Cell row, const char* string) const {
     const char* end = nullptr;

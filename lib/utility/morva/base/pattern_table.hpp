@@ -17,7 +17,11 @@ class PatternTable {
     bool build(const char* pattern);
     bool ready() const { return cells_ != nullptr; }
 
-    bool matches_whole(const char* string) const;
+    bool matches_whole(const char* string) const {
+        Cell row = start_;
+        while (running(row)) row = step(row, *string++);
+        return row != 0;
+    }
     bool found_in(const char* string) const;
     bool search(const char* string, int* start, int* length) const;
 

@@ -148,11 +148,14 @@ long apply(const char* string, const Tbl* table, int flags, Substitution& made, 
     long count = 0;
     for (Morph_rule* rule : rules_of(table)) {
         if (!counts(*rule->compiled, current, (flags & MORPH_PARTIAL) != 0, matches)) continue;
-        next.clear();
-        next.replace(current, rule->replacement, matches);
-        std::swap(made, next);
+        if (count++ == 0) {
+            made.replace(current, rule->replacement, matches);
+        } else {
+            next.clear();
+            next.replace(current, rule->replacement, matches);
+            std::swap(made, next);
+        }
         current = made.text();
-        ++count;
         if (applied != nullptr) pushtbl(applied, rule);
         if ((flags & MORPH_ALL) == 0 || made.cut()) break;
     }

@@ -1,8 +1,6 @@
 // Substitution by template.
 #include "text/substitute.hpp"
 
-#include <cstring>
-
 #include "morva/morph.h"
 
 namespace morva {
@@ -24,7 +22,8 @@ std::string_view matched(std::string_view source, const regmatch_t& match) {
 void Substitution::expand(std::string_view source, const char* template_text,
                           const regmatch_t* matches) {
     for (const char* at = template_text;;) {
-        const std::size_t plain = std::strcspn(at, "$\\");
+        std::size_t plain = 0;
+        while (at[plain] != '\0' && at[plain] != '$' && at[plain] != '\\') ++plain;
         add({at, plain});
         at += plain;
         // A lone mark at the end is left out.
