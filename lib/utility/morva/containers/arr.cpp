@@ -133,8 +133,8 @@ void* find_key(const Arr* arr, std::string_view key) {
     if (arr == nullptr) return nullptr;
     Tree* tree = tree_of(const_cast<Arr*>(arr));
     if (!orders_text(tree)) return find_by_compare(tree, key);
-    const Node* node = locate_text(tree, TextKey(key)).node();
-    return node == &tree->nil ? nullptr : node->value;
+    const Node* node = find_text(tree, TextKey(key));
+    return node == nullptr ? nullptr : node->value;
 }
 
 void* put_key(Arr* arr, std::string_view key, void* value) {

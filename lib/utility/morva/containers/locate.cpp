@@ -5,20 +5,13 @@
 #include "containers/redblack.hpp"
 
 namespace morva {
-namespace {
 
-// Compares a key with a node whose first word is the same. When the second is the same too and one
-// of them is longer than both words, the other has at least their length.
-int compare_behind_head(const TextKey& key, const Node* node) {
-    if (key.tail != node->tail) return key.tail < node->tail ? -1 : 1;
-    if (key.length <= kKeyPrefix && node->short_length <= kKeyPrefix) return 0;
+int compare_behind_words(const TextKey& key, const Node* node) {
     const std::size_t rest = key.length - kKeyPrefix;
     const int order = std::strncmp(key.text + kKeyPrefix, text_of(node) + kKeyPrefix, rest);
     if (order != 0) return order;
     return text_of(node)[key.length] == '\0' ? 0 : -1;
 }
-
-}  // namespace
 
 // Which child comes next is a coin toss, so it is computed, not branched on.
 Place locate_text(Tree* tree, const TextKey& key) {
@@ -57,7 +50,8 @@ Place locate(Tree* tree, const void* key) {
 
 Node* find(Tree* tree, const void* key) {
     if (tree == nullptr) return nullptr;
-    Node* node = locate(tree, key).node();
+    if (orders_text(tree)) return find_text(tree, TextKey(static_cast<const char*>(key)));
+    Node* node = locate_by_compare(tree, key).node();
     return node == &tree->nil ? nullptr : node;
 }
 

@@ -58,6 +58,33 @@ Place locate_by_compare(Tree* tree, const void* key);
 Place locate(Tree* tree, const void* key);
 Node* find(Tree* tree, const void* key);  // the node, or null
 
+// Compares keys of which one is longer than both words, and whose words are the same: the other has
+// at least their length.
+int compare_behind_words(const TextKey& key, const Node* node);
+
+// Compares a key with a node whose first word is the same.
+inline int compare_behind_head(const TextKey& key, const Node* node) {
+    if (key.tail != node->tail) return key.tail < node->tail ? -1 : 1;
+    if (key.length <= kKeyPrefix && node->short_length <= kKeyPrefix) return 0;
+    return compare_behind_words(key, node);
+}
+
+// As find, where the tree orders text. Which child comes next is a coin toss, so it is computed,
+// not branched on.
+inline Node* find_text(Tree* tree, const TextKey& key) {
+    Node* const nil = &tree->nil;
+    for (Node* node = tree->root; node != nil;) {
+        bool greater = key.head > node->head;
+        if (key.head == node->head) [[unlikely]] {
+            const int order = compare_behind_head(key, node);
+            if (order == 0) return node;
+            greater = order > 0;
+        }
+        node = node->child[greater];
+    }
+    return nullptr;
+}
+
 // Attaches a node for a key that is absent, without setting its key and value.
 Node* attach(Tree* tree, Place place);
 
