@@ -90,6 +90,17 @@ TEST_F(PfGet, NumbersMustBeAllOfTheText) {
     EXPECT_EQ(sz2dbl(nullptr), 0);
 }
 
+TEST_F(PfGet, IntegersAreWhatStrtolReads) {
+    for (const char* text :
+         {"7", "+7", "0", "00", "08", "0x", "0b1", "-1", "1 ", "12 x", "999999999999999999",
+          "1000000000000000000", "9223372036854775807", "9223372036854775808",
+          "-9223372036854775808", "9999999999999999999", "000000000000000000000007"}) {
+        put("x", text);
+        kit::captured(
+            2, [&] { EXPECT_EQ(pfget_int(pf_, "x"), std::strtol(text, nullptr, 0)) << text; });
+    }
+}
+
 TEST_F(PfGet, BooleansAreWords) {
     for (const char* word : {"yes", "OK", "y", "true", "1", "On", "T"}) {
         put("x", word);

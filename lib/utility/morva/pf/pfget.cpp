@@ -62,6 +62,23 @@ Pf* node_at(Pf* pf, const char* path, int type) {
     return node != nullptr && is_of_type(node, type) ? node : nullptr;
 }
 
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// strtol in base 0, without its generality for what most numbers are: decimal digits, and so few
+// that any number of them fits.
+long integer(const char* text, char** end) {
+    constexpr int kMostDigits = 18;
+    const char* at = text;
+    long value = 0;
+    if (*text != '0')
+        while (is_digit(*at) && at - text < kMostDigits) value = 10 * value + (*at++ - '0');
+    if (at == text || is_digit(*at)) return std::strtol(text, end, 0);
+    *end = const_cast<char*>(at);
+    return value;
+}
+
 struct Suffix {
     char letter;
     double factor;
@@ -124,8 +141,7 @@ char* pfget_string(Pf* pf, const char* path) {
 }
 
 long pfget_int(Pf* pf, const char* path) {
-    return number_at<long>(pf, path, "integer",
-                           [](const char* text, char** end) { return std::strtol(text, end, 0); });
+    return number_at<long>(pf, path, "integer", integer);
 }
 
 double pfget_double(Pf* pf, const char* path) {

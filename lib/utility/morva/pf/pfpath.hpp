@@ -2,9 +2,20 @@
 // morva/pfresolve.h.
 #pragma once
 
+#include <array>
 #include <string_view>
 
 namespace morva::pf {
+
+// Which bytes end the name, and which a key.
+enum : unsigned char { kEndsName = 1, kEndsKey = 2 };
+inline constexpr auto kPathEnds = [] {
+    std::array<unsigned char, 256> ends{};
+    ends['\0'] = ends['{'] = kEndsName | kEndsKey;
+    ends['['] = kEndsName;
+    ends['}'] = kEndsKey;
+    return ends;
+}();
 
 // From one node to the next: by key into an array, or by index into a list.
 struct Step {
@@ -16,7 +27,7 @@ struct Step {
 class PathReader {
   public:
     // A path without a brace or bracket is a name as a whole.
-    explicit PathReader(const char* path) : path_(path), at_(name_end(path)) {}
+    explicit PathReader(const char* path) : path_(path), at_(end_of(path, kEndsName)) {}
 
     // What stands before the first brace or bracket, as long as no step has been read; may be
     // empty.
@@ -36,8 +47,8 @@ class PathReader {
     int column() const { return static_cast<int>(at_ - path_) + 1; }
 
   private:
-    static const char* name_end(const char* at) {
-        while (*at != '{' && *at != '[' && *at != '\0') ++at;
+    static const char* end_of(const char* at, int kind) {
+        while ((kPathEnds[static_cast<unsigned char>(*at)] & kind) == 0) ++at;
         return at;
     }
     static std::string_view between(const char* from, const char* to) {
@@ -45,9 +56,8 @@ class PathReader {
     }
     bool next_key(Step* step) {
         const char* const start = at_ + 1;
-        const char* end = start;
-        if (*end == '"' || *end == '\'') return next_quoted_key(step);
-        while (*end != '{' && *end != '}' && *end != '\0') ++end;
+        if (*start == '"' || *start == '\'') return next_quoted_key(step);
+        const char* const end = end_of(start, kEndsKey);
         if (*end != '}' || end == start) return fail_key(end);
         *step = {true, between(start, end), 0};
         at_ = end + 1;
