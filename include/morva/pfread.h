@@ -20,7 +20,8 @@
  * last.
  *
  * Missing files and unreadable ones are no errors; what is wrong inside a file is registered by the
- * reader, and the keys before and after it are kept. Names of 1024 bytes or more find nothing.
+ * reader, and the keys before and after it are kept. A null name finds nothing, nor
+ * do names of 1024 bytes or more.
  *
  * Threads: the functions may be called from any thread. pfupdate and updatePf take turns, process-
  * wide, for their whole run. The trees have no lock: nobody may use a tree while another thread has

@@ -36,6 +36,16 @@ TEST_F(PfRegistry, ReadsATreeOnce) {
     EXPECT_EQ(freePf("x"), -1);
 }
 
+TEST_F(PfRegistry, HasNothingUnderNoName) {
+    EXPECT_EQ(existsPf(nullptr), nullptr);
+    EXPECT_EQ(getPf(nullptr), nullptr);
+    EXPECT_EQ(updatePf(nullptr), -1);
+    EXPECT_EQ(freePf(nullptr), -1);
+    Pf* pf = nullptr;
+    EXPECT_EQ(pfupdate(nullptr, &pf), -1);
+    EXPECT_EQ(pf, nullptr);
+}
+
 // What is not freed here is freed by the registry, and the other way round.
 TEST_F(PfRegistry, PutReplacesAndFrees) {
     Pf *first = pfnew(PFFILE), *second = pfnew(PFFILE), *third = pfnew(PFFILE);

@@ -18,16 +18,19 @@ class Registry {
     Registry(const Registry&) = delete;
     Registry& operator=(const Registry&) = delete;
     Pf* find(const char* name) const {
-        return Pflist != nullptr ? static_cast<Pf*>(getarr(Pflist, name)) : nullptr;
+        return Pflist != nullptr ? static_cast<Pf*>(getarr(Pflist, text(name))) : nullptr;
     }
     // Both return what stood there before.
     Pf* put(const char* name, Pf* pf) {
         if (Pflist == nullptr) Pflist = newarr(nullptr);
-        return static_cast<Pf*>(setarr(Pflist, name, pf));
+        return static_cast<Pf*>(setarr(Pflist, text(name), pf));
     }
     Pf* take(const char* name) {
-        return Pflist != nullptr ? static_cast<Pf*>(delarr(Pflist, name)) : nullptr;
+        return Pflist != nullptr ? static_cast<Pf*>(delarr(Pflist, text(name))) : nullptr;
     }
+
+  private:
+    static const char* text(const char* name) { return name != nullptr ? name : ""; }
 };
 
 Pf* replace(const char* name, Pf* pf) {

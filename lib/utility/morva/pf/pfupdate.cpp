@@ -33,6 +33,7 @@ constinit Arr* g_states = nullptr;
 class Key {
   public:
     Key(const char* name, const void* variable) {
+        if (name == nullptr) name = "";
         const std::size_t length = std::min(std::strlen(name), paths::kPathSize);
         std::memcpy(text_, name, length);
         std::memcpy(text_ + length, "-0x", 3);
