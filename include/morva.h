@@ -27,6 +27,7 @@
 #include "morva/ccanada.h"
 #include "morva/checksums.h"
 #include "morva/cm6.h"
+#include "morva/dynamic_controls.h"
 #include "morva/elog.h"
 #include "morva/epoch.h"
 #include "morva/export.h"
