@@ -47,6 +47,8 @@
 #include "morva/pftime.h"
 #include "morva/pfwrite.h"
 #include "morva/redblack.h"
+#include "morva/ring.h"
+#include "morva/ringlet.h"
 #include "morva/sha.h"
 #include "morva/stbl.h"
 #include "morva/str2epoch.h"

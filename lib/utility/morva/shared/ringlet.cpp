@@ -1,0 +1,189 @@
+// Ringlets: a ring of records. docs/formats/ring.md draws the layout.
+//
+// Index and count are two words here. The order of stores when a record comes in: the oldest record
+// of a full ringlet is hidden, the slot is written, then index, then count. Between any two of them
+// the file shows true records, and at most the oldest is hidden.
+#include "morva/ringlet.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "base/diagnostics.hpp"
+#include "base/memory.hpp"
+#include "morva/paths.h"
+#include "shared/ring_file.hpp"
+#include "skerrows.h"
+
+namespace {
+
+namespace ringfile = morva::ringfile;
+
+constexpr char kMagic[8] = "ringlet";
+static_assert(sizeof(Ringlet_header) == 40 && offsetof(Ringlet_header, size) == 32);
+
+// Bytes of a file of such records; 0 when that cannot be.
+std::size_t length_of(int64_t nslots, int64_t size) {
+    int64_t bytes = 0;
+    constexpr int64_t kHeader = sizeof(Ringlet_header);
+    if (nslots < 1 || size < 1 || __builtin_mul_overflow(nslots, size, &bytes) ||
+        __builtin_add_overflow(bytes, kHeader, &bytes))
+        return 0;
+    return static_cast<std::size_t>(bytes);
+}
+
+// ---- opening
+
+const char* fault(const Ringlet_header& header, std::size_t length) {
+    if (length < sizeof header) return "it is shorter than its header";
+    const std::size_t needed = length_of(header.nslots, header.size);
+    if (needed == 0) return "its slots or their size are out of range";
+    if (length < needed) return "it is shorter than its records";
+    if (header.count < 0 || header.count > header.nslots)
+        return "its count is not within its slots";
+    if (header.index < 0 || header.index >= header.nslots)
+        return "its index is not within its slots";
+    return nullptr;
+}
+
+// Copies the header of a mapped ringlet; false, with the reason registered, when it is none.
+bool check(const ringfile::Mapped& map, const char* path, Ringlet_header* header) {
+    std::memcpy(header, map.data(), std::min(sizeof *header, map.size()));
+    if (std::memcmp(header->magic, kMagic, sizeof kMagic) != 0) {
+        elog_log(0, "Bad magic number while trying to read ringlet.\n");
+        return false;
+    }
+    const char* wrong = fault(*header, map.size());
+    if (wrong != nullptr) elog_log(0, "ringlet %s can't be used: %s\n", path, wrong);
+    return wrong == nullptr;
+}
+
+bool make_missing(const char* path, long nslots, long size) {
+    // When folders cannot be made, opening the file tells the rest.
+    make_pathdirs(path);
+    constexpr int kAttempts = 10;  // somebody may remove it as quickly
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const ringfile::Presence presence = ringfile::look_for(path);
+        if (presence == ringfile::Presence::there) return true;
+        if (presence == ringfile::Presence::unknown) break;
+        if (newringlet(path, nslots, size) != 0) return false;
+    }
+    elog_log(1, "ringlet buffer file '%s' does not exist", path);
+    return false;
+}
+
+// Whether the handle may write. Where locks are not to be relied on, it may.
+bool lock(const morva::Descriptor& fd, std::size_t length, const char* path) {
+    if (ringfile::lock(fd, length) == 0) return true;
+    if (is_nfs(path)) {
+        elog_complain(1, "Can't lock '%s': it is on an nfs filesystem: proceeding anyway\n", path);
+        return true;
+    }
+    elog_log(1, "Can't lock '%s' for exclusive use\n", path);
+    return false;
+}
+
+// ---- records
+
+int64_t load(const int64_t& word) {
+    return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
+}
+
+void store(int64_t& word, int64_t value) {
+    __atomic_store_n(&word, value, __ATOMIC_RELEASE);
+}
+
+// What the file says, made to lie inside it.
+int64_t count_of(const Ringlet* ringlet) {
+    const int64_t count = load(ringlet->header->count);
+    return count < 0 ? 0 : std::min(count, ringlet->nslots);
+}
+
+int64_t index_of(const Ringlet* ringlet) {
+    const int64_t index = load(ringlet->header->index);
+    return index >= 0 && index < ringlet->nslots ? index : 0;
+}
+
+char* slot(const Ringlet* ringlet, int64_t i) {
+    return ringlet->records + i * ringlet->size;
+}
+
+}  // namespace
+
+extern "C" {
+
+int newringlet(const char* path, long nslots, long size) {
+    const std::size_t length = length_of(nslots, size);
+    if (length == 0) {
+        errno = EINVAL;
+        elog_log(1, "Can't open new ring buffer %s", path);
+        return -1;
+    }
+    Ringlet_header header{};
+    std::memcpy(header.magic, kMagic, sizeof kMagic);
+    header.nslots = nslots;
+    header.size = size;
+    return ringfile::make(path, &header, sizeof header, length);
+}
+
+Ringlet* openringlet(const char* path, long nslots, long size) {
+    if (!make_missing(path, nslots, size)) return nullptr;
+    const morva::Descriptor fd = ringfile::open(path, true);
+    if (!fd) {
+        elog_log(1, "Can't open ringlet %s.", path);
+        return nullptr;
+    }
+    ringfile::Mapped map = ringfile::map(fd, true);
+    if (map.data() == nullptr) {
+        elog_log(1, "failed to mmap ringlet %s", path);
+        return nullptr;
+    }
+    Ringlet_header header{};
+    if (!check(map, path, &header)) return nullptr;
+    Ringlet* ringlet = morva::must_alloc<Ringlet>(1, "ringlet", MORVA_HERE);
+    ringlet->readonly = !lock(fd, map.size(), path);
+    ringlet->length = static_cast<int64_t>(map.size());
+    ringlet->nslots = header.nslots;
+    ringlet->size = header.size;
+    ringlet->header = reinterpret_cast<Ringlet_header*>(map.data());
+    ringlet->records = reinterpret_cast<char*>(ringlet->header + 1);
+    ringlet->guard = map.release();
+    return ringlet;
+}
+
+int closeringlet(Ringlet* ringlet) {
+    if (ringlet == nullptr) return 0;
+    const int result =
+        ringfile::unmap(ringlet->header, static_cast<std::size_t>(ringlet->length), ringlet->guard);
+    std::free(ringlet);
+    return result;
+}
+
+int pushringlet(Ringlet* ringlet, const void* record) {
+    if (ringlet->readonly || ringfile::is_cut(ringlet->guard)) return -1;
+    Ringlet_header* header = ringlet->header;
+    int64_t index = index_of(ringlet), count = count_of(ringlet);
+    if (count == ringlet->nslots) store(header->count, --count);
+    index = index == 0 ? ringlet->nslots - 1 : index - 1;
+    // The record is not written before the store above can be seen.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    std::memcpy(slot(ringlet, index), record, static_cast<std::size_t>(ringlet->size));
+    store(header->index, index);
+    store(header->count, count + 1);
+    return 0;
+}
+
+long countringlet(Ringlet* ringlet) {
+    return count_of(ringlet);
+}
+
+int getringlet(Ringlet* ringlet, long i, void** record) {
+    // Count before index: between the two a record more is no record that is not there.
+    if (i < 0 || i >= count_of(ringlet)) return -1;
+    const int64_t at = index_of(ringlet) + i;
+    if (record != nullptr)
+        *record = slot(ringlet, at < ringlet->nslots ? at : at - ringlet->nslots);
+    return 0;
+}
+
+}  // extern "C"
