@@ -56,6 +56,7 @@
 #include "morva/strmatches.h"
 #include "morva/tbl.h"
 #include "morva/ucsd.h"
+#include "morva/units.h"
 #include "morva/vkcompress.h"
 #include "morva/xlat.h"
 

@@ -376,5 +376,16 @@ MORVA_API int iso2epoch_(const char* text, double* epoch, int64_t* nanoseconds, 
 MORVA_API long epoch2iso_(const int64_t* nanoseconds, const int* digits, char* text,
                           size_t text_length);
 
+/* Units. `difference` is blank unless the result is 1. The list of units_match holds pointers. */
+MORVA_API int units_init_(void);
+MORVA_API int units_convert_(const double* value, const char* from, double* result, const char* to,
+                             char* difference, size_t from_length, size_t to_length,
+                             size_t difference_length);
+MORVA_API int units_convert_affine_(const double* value, const char* from, double* result,
+                                    const char* to, char* difference, size_t from_length,
+                                    size_t to_length, size_t difference_length);
+MORVA_API Tbl* units_match_(const char* units, size_t units_length);
+MORVA_API void show_all_units_(void);
+
 MORVA_END
 #endif

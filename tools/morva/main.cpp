@@ -14,6 +14,7 @@ std::span<const Group* const> groups() {
         &morph_group,     //
         &pf_group,        //
         &time_group,      //
+        &units_group,     //
         &generate_group,  //
     };
     return kGroups;
