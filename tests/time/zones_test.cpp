@@ -234,6 +234,26 @@ TEST(ZoneFiles, GiveTransitionsAndRules) {
               "1970-01-12 (12) 11:46:40 YYY -7200 1");
 }
 
+// Few changes are found by the half year, many close ones by search; both find the same.
+TEST(ZoneFiles, MayChangeOftenInHalfAYear) {
+    for (const int count : {8, 9, 300}) {
+        for (const std::int64_t start : {0L, -(1L << 32) - 3, (1L << 32) - 5, 1L << 40}) {
+            Zone zone;
+            zone.names = "XXX";
+            zone.types = {{0, false, 0}, {3600, true, 0}};
+            for (int i = 0; i < count; ++i) {
+                zone.transitions.push_back(start + i);
+                zone.type_after.push_back(static_cast<std::uint8_t>(1 - i % 2));
+            }
+            morva::time::make_slots(zone);
+            for (int i = -1; i <= count; ++i)
+                ASSERT_EQ(local_time(zone, start + i).daylight,
+                          i >= 0 && std::min(i, count - 1) % 2 == 0)
+                    << count << " from " << start << ": " << i;
+        }
+    }
+}
+
 TEST(ZoneFiles, AreRefusedWhenTheyAreDamaged) {
     using morva::time::read_zone;
     const std::string good = zone_file();

@@ -27,14 +27,22 @@ constexpr std::int64_t days_to_year(std::int64_t year) {
            floor_div(year - 1601, 400);
 }
 
-// The same of the first four million years.
-constexpr std::uint32_t kEarlyYears = 1 << 22;
+// The same of the first two million years.
+constexpr std::uint32_t kEarlyYears = 1 << 21;
 constexpr bool is_early(int year) {
     return static_cast<std::uint32_t>(year) - 1 < kEarlyYears;
 }
 constexpr int days_to_early_year(int year) {
     const std::uint32_t whole = static_cast<std::uint32_t>(year) - 1;
-    return static_cast<int>(365 * whole + whole / 4 - whole / 100 + whole / 400) - 719162;
+    return static_cast<int>(1461 * whole / 4 - whole / 100 + whole / 400) - 719162;
+}
+
+// An epoch time of a day of the year from 0 to 999 of an early year: all but the second stays
+// whole.
+constexpr double early_epoch(int year, int doy, int hour, int minute, double second) {
+    const std::int64_t day = days_to_early_year(year) + doy - 1;
+    const std::int64_t minutes = 60 * std::int64_t{hour} + minute;
+    return static_cast<double>(kDaySeconds * day + 60 * minutes) + second;
 }
 
 // Days from 1970-01-01 to a day of the year, counted from 1; it need not lie within the year.
@@ -103,7 +111,9 @@ constexpr int weekday(std::int64_t day) {
     return static_cast<int>(day + 3 - 7 * floor_div(day + 3, 7));
 }
 
-static_assert(days_to_early_year(1) == days_to_year(1) && days_to_year(1970) == 0 &&
+static_assert(days_to_early_year(1) == days_to_year(1) &&
+              days_to_early_year(kEarlyYears) == days_to_year(kEarlyYears) &&
+              days_to_early_year(2000) == days_to_year(2000) && days_to_year(1970) == 0 &&
               day_number(2014, 1) * kDaySeconds == 1388534400);
 static_assert(year_and_day(-1).year == 1969 && year_and_day(-1).doy == 365);
 static_assert(kMonthOf[1][60] == 2 && kMonthOf[0][60] == 3 && weekday(0) == 3);

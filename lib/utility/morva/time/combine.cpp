@@ -42,10 +42,12 @@ void default_fields(Parts& parts) {
     if (parts.am == 0 && parts.hour < 12) parts.hour += 12;
 }
 
+constexpr int kDayHours = 24;
+
 // Without a date hours are a length of time, up to a week.
 int most_hours(const Parts& parts) {
     const bool dated = parts.year != 1970 || parts.month != 1 || parts.day != 1 || parts.doy != 0;
-    return dated ? 24 : 168;
+    return dated ? kDayHours : 7 * kDayHours;
 }
 
 // Counts the first of the fields that is too large.
@@ -59,7 +61,7 @@ void check_fields(Reading& r) {
         r.fault("str2epoch: Minute = %d is too large", parts.minute);
     else if (parts.second > 60)
         r.fault("str2epoch: Second = %s is too large", shown(parts.second, 5).c_str());
-    else if (parts.hour > most_hours(parts))
+    else if (parts.hour > kDayHours && parts.hour > most_hours(parts))
         r.fault("str2epoch: Hour = %d is too large", parts.hour);
 }
 
@@ -72,20 +74,19 @@ double calendar_time(Reading& r) {
     default_fields(parts);
     check_fields(r);
     if (parts.doy == 0) parts.doy = mday2doy(parts.year, parts.month, parts.day);
-    if (parts.doy > 366) r.fault("str2epoch: Doy = %d is too large", parts.doy);
-    if (parts.year < 0 || parts.doy > 366)  // fields that the yearday of h2e does not keep apart
-        return h2e(parts.year, parts.doy, parts.hour, parts.minute, parts.second);
-    return kDay * static_cast<double>(day_number(parts.year, parts.doy)) + 3600.0 * parts.hour +
-           60.0 * parts.minute + parts.second;
+    if (parts.doy > 366)
+        r.fault("str2epoch: Doy = %d is too large", parts.doy);
+    else if (is_early(parts.year)) [[likely]]
+        return early_epoch(parts.year, parts.doy, parts.hour, parts.minute, parts.second);
+    return h2e(parts.year, parts.doy, parts.hour, parts.minute, parts.second);
 }
 
 // The instant at which the clocks of the zone show what those of UTC show at `utc`.
 double in_zone(Reading& r, double utc) {
-    const double whole = std::floor(utc);
     // Farther away there is no zone's time; offsets can still be added to this.
     constexpr double kFarthest = 4e18;
-    const double within = std::clamp(whole, -kFarthest, kFarthest);
-    const auto instant = instant_of(*r.zone, to_integer<std::int64_t>(within));
+    const std::int64_t whole = floor_of(std::clamp(utc, -kFarthest, kFarthest));
+    const auto instant = instant_of(*r.zone, whole);
     if (!instant) {
         r.fault("str2epoch: Can't convert to local timezone before 1970\n");
         return utc;
@@ -96,7 +97,7 @@ double in_zone(Reading& r, double utc) {
         r.fault("str2epoch: invalid timezone difference = %s", difference.get());
         return utc;
     }
-    return converted + (utc - whole);
+    return converted + (utc - static_cast<double>(whole));
 }
 
 bool lone_number(const Parts& parts) {

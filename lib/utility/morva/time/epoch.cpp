@@ -65,12 +65,6 @@ Date date_by_steps(double day) {
     return {to_integer<long>(clamped) * 1000 + doy, to_integer(clamped), doy};
 }
 
-// floor, for what an int64_t holds.
-std::int64_t floor_of(double value) {
-    const auto whole = static_cast<std::int64_t>(value);
-    return whole - (value < static_cast<double>(whole));
-}
-
 struct Clock {
     int hour;
     int minute;
@@ -125,6 +119,11 @@ inline Moment break_down(double epoch) {
 
 [[gnu::noinline]] double epoch_of_day(std::int64_t yearday) {
     return kDay * static_cast<double>(day_number(yearday / 1000, yearday % 1000));
+}
+
+[[gnu::noinline]] double epoch_of_any(int year, int doy, int hour, int minute, double second) {
+    return epoch_of_day(1000 * static_cast<std::int64_t>(year) + doy) + 3600.0 * hour +
+           60.0 * minute + second;
 }
 
 // Takes digits off the front of a text.
@@ -190,15 +189,9 @@ int yearday(double epoch) {
 }
 
 double h2e(int year, int doy, int hour, int minute, double second) {
-    if (is_early(year) && static_cast<unsigned>(doy) < 1000)
-        [[likely]] {  // all but the second stays whole
-        const std::int64_t day = days_to_early_year(year) + doy - 1;
-        return static_cast<double>(kDaySeconds * day + 3600 * std::int64_t{hour} +
-                                   60 * std::int64_t{minute}) +
-               second;
-    }
-    return epoch_of_day(1000 * static_cast<std::int64_t>(year) + doy) + 3600.0 * hour +
-           60.0 * minute + second;
+    if (is_early(year) && static_cast<unsigned>(doy) < 1000) [[likely]]
+        return early_epoch(year, doy, hour, minute, second);
+    return epoch_of_any(year, doy, hour, minute, second);
 }
 
 void e2h(double epoch, int* year, int* doy, int* hour, int* minute, double* second) {
@@ -218,7 +211,8 @@ void doy2mday(int doy, int year, int* month, int* day) {
 
 int mday2doy(int year, int month, int day) {
     const int before = kDaysBefore[is_leap(year)][std::clamp(month, 1, 13) - 1];
-    return to_integer(static_cast<double>(before) + day);
+    return day <= std::numeric_limits<int>::max() - before ? before + day
+                                                           : std::numeric_limits<int>::max();
 }
 
 void etoh(DateTime* time) {

@@ -23,6 +23,12 @@ Integer to_integer(double value) {
     return std::isnan(value) ? 0 : static_cast<Integer>(value);
 }
 
+// floor, for what an int64_t holds.
+inline std::int64_t floor_of(double value) {
+    const auto whole = static_cast<std::int64_t>(value);
+    return whole - (value < static_cast<double>(whole));
+}
+
 struct Fields {
     double epoch;
     double second;

@@ -165,17 +165,19 @@ NodeSet step(const Vector<Node>& nodes, const NodeSet& set, unsigned char c) {
     return closed(nodes, std::move(reached));
 }
 
-std::int16_t first_shape(const Vector<Node>& nodes, const NodeSet& set) {
+// The first of the shapes that end in the set; -1 when none does.
+int first_shape(const Vector<Node>& nodes, const NodeSet& set) {
     int first = -1;
     for (const int node : set) {
         const int shape = nodes[static_cast<std::size_t>(node)].shape;
         if (shape >= 0 && (first < 0 || shape < first)) first = shape;
     }
-    return static_cast<std::int16_t>(first);
+    return first;
 }
 
-// Characters that no edge tells apart are of one class. Returns one character of each.
-Vector<unsigned char> classify(const Vector<Node>& nodes, std::uint8_t (&class_of)[256]) {
+// Characters that no edge tells apart are of one class, and have one column. Returns one character
+// of each.
+Vector<unsigned char> classify(const Vector<Node>& nodes, std::uint8_t (&column_of)[256]) {
     std::map<String, std::uint8_t, std::less<>,
              DyingAllocator<std::pair<const String, std::uint8_t>>>
         classes;
@@ -185,9 +187,9 @@ Vector<unsigned char> classify(const Vector<Node>& nodes, std::uint8_t (&class_o
         for (const Node& node : nodes)
             for (const Edge& edge : node.edges) edges += edge.on[c] ? '1' : '0';
         const auto [found, is_new] =
-            classes.try_emplace(std::move(edges), static_cast<std::uint8_t>(samples.size()));
+            classes.try_emplace(std::move(edges), static_cast<std::uint8_t>(samples.size() + 1));
         if (is_new) samples.push_back(static_cast<unsigned char>(c));
-        class_of[c] = found->second;
+        column_of[c] = found->second;
     }
     return samples;
 }
@@ -199,23 +201,24 @@ Shapes::Shapes(std::span<const char* const> shapes) {
     for (std::size_t i = 0; i < shapes.size(); ++i)
         chains.add_shape(static_cast<int>(i), shapes[i]);
     const Vector<Node>& nodes = chains.nodes();
-    const Vector<unsigned char> samples = classify(nodes, class_of_);
+    const Vector<unsigned char> samples = classify(nodes, column_of_);
+    const std::size_t width = 1 + samples.size();
 
     std::map<NodeSet, std::uint16_t, std::less<>,
              DyingAllocator<std::pair<const NodeSet, std::uint16_t>>>
         numbers;
-    Vector<NodeSet> sets{{}, closed(nodes, {Chains::kFirst})};
-    numbers[sets[kDead]] = kDead;
-    numbers[sets[kStart]] = kStart;
-    for (std::size_t state = 0; state < sets.size(); ++state) {
-        next_.resize((state + 1) * kClasses, kDead);
-        matches_.push_back(first_shape(nodes, sets[state]));
-        for (std::size_t c = 0; c < samples.size(); ++c) {
-            NodeSet reached = step(nodes, sets[state], samples[c]);
-            const auto [found, is_new] =
-                numbers.try_emplace(reached, static_cast<std::uint16_t>(sets.size()));
+    Vector<NodeSet> sets{closed(nodes, {Chains::kFirst})};
+    numbers[{}] = kDead;
+    numbers[sets.front()] = kStart;
+    table_.push_back(0);
+    for (std::size_t i = 0; i < sets.size(); ++i) {
+        table_.push_back(static_cast<std::uint16_t>(1 + first_shape(nodes, sets[i])));
+        for (const unsigned char sample : samples) {
+            NodeSet reached = step(nodes, sets[i], sample);
+            const auto [found, is_new] = numbers.try_emplace(
+                reached, static_cast<std::uint16_t>(kStart + width * sets.size()));
             if (is_new) sets.push_back(std::move(reached));
-            next_[state * kClasses + c] = found->second;
+            table_.push_back(found->second);
         }
     }
 }

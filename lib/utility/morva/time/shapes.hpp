@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <span>
 
 #include "base/memory.hpp"
@@ -19,6 +20,8 @@ namespace morva::time {
 class Shapes {
   public:
     explicit Shapes(std::span<const char* const> shapes);
+    static void* operator new(std::size_t size) { return must_malloc(size, "shapes", MORVA_HERE); }
+    static void operator delete(void* shapes) { std::free(shapes); }
 
     struct Match {
         int shape;  // its index; -1 when none fits
@@ -29,7 +32,7 @@ class Shapes {
         unsigned state = kStart;
         const char* at = text;
         for (unsigned next; (next = after(state, *at)) != kDead; ++at) state = next;
-        return matches_[state] >= 0 ? Match{matches_[state], at} : last_match(text);
+        return match(state) >= 0 ? Match{match(state), at} : last_match(text);
     }
 
   private:
@@ -37,20 +40,24 @@ class Shapes {
     Match last_match(const char* text) const {
         Match found{-1, text};
         for (unsigned state = kStart; (state = after(state, *text)) != kDead;)
-            if (++text; matches_[state] >= 0) found = {matches_[state], text};
+            if (++text; match(state) >= 0) found = {match(state), text};
         return found;
     }
+    int match(unsigned state) const { return table_[state] - 1; }
+    // The column does not depend on the state, so that only one look-up waits for the one before.
     unsigned after(unsigned state, char c) const {
-        return next_[state * kClasses + class_of_[static_cast<unsigned char>(c)]];
+        const std::uint16_t* column = table_.data() + column_of_[static_cast<unsigned char>(c)];
+        return column[state];
     }
 
     static constexpr unsigned kDead = 0;
     static constexpr unsigned kStart = 1;
-    static constexpr unsigned kClasses = 64;
 
-    std::uint8_t class_of_[256];
-    Vector<std::uint16_t> next_;
-    Vector<std::int16_t> matches_;
+    // States are the places of their rows in the table. A row is the index of the shape that
+    // matches there, from 1, and the next state for each class of characters. The dead state has
+    // only the former.
+    std::uint8_t column_of_[256];
+    Vector<std::uint16_t> table_;
 };
 
 }  // namespace morva::time

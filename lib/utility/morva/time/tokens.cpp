@@ -33,57 +33,67 @@ double real(std::string_view text) {
     return fix_strtod(copy.c_str(), nullptr);
 }
 
-// The numbers in a token, one after the other; 0 when there are no more.
+// A number of so many digits, and no more than nine.
+int digits_at(const char* at, int count) {
+    int value = 0;
+    for (int i = 0; i < count; ++i) value = 10 * value + (at[i] - '0');
+    return value;
+}
+
+// The numbers in a token, one after the other, with one character between two of them; 0 when there
+// are no more.
 class Numbers {
   public:
-    explicit Numbers(std::string_view text) : at_(text.data()), end_(at_ + text.size()) {}
+    // Starts behind so many characters of the token.
+    explicit Numbers(std::string_view text, int skipped = 0)
+        : at_(text.data() + skipped), end_(text.data() + text.size()) {}
+
+    const char* rest() const { return at_; }
+    void skip(int characters) { at_ += characters; }
 
     // An int is cut to INT_MAX.
     int integer() {
-        skip();
         const char* start = at_;
-        std::uint64_t value = 0;
-        for (; digit() <= 9; ++at_) value = 10 * value + digit();
-        if (at_ - start > kSureDigits) return long_integer(start);
-        return static_cast<int>(std::min<std::uint64_t>(value, INT_MAX));
+        const std::uint64_t value = take_digits(0);
+        const char* end = at_;
+        if (!at_end()) ++at_;
+        return end - start <= kSureDigits ? static_cast<int>(value) : long_integer(start, end);
     }
-    // Up to 15 digits with a point among them are the quotient of two exact numbers.
+    // The last number, with a fraction or not. Up to 15 digits with a point among them are the
+    // quotient of two exact numbers.
     double number() {
-        skip();
         const char* start = at_;
-        const char* point = nullptr;
-        std::uint64_t digits = 0;
-        for (;; ++at_) {
-            if (digit() <= 9)
-                digits = 10 * digits + digit();
-            else if (!at_end() && *at_ == '.')
-                point = at_ + 1;
-            else
-                break;
+        std::uint64_t digits = take_digits(0);
+        const char* fraction = at_;
+        if (!at_end() && *at_ == '.') {
+            fraction = ++at_;
+            digits = take_digits(digits);
         }
-        if (start == at_) return 0;
         if (at_ - start > kExactDigits) return real({start, static_cast<std::size_t>(at_ - start)});
         const auto whole = static_cast<double>(static_cast<std::int64_t>(digits));
-        return point == nullptr ? whole : whole / kPowers[at_ - point];
+        return fraction == at_ ? whole : whole / kPowers[at_ - fraction];
     }
 
     bool at_end() const { return at_ == end_; }
 
   private:
-    static constexpr int kSureDigits = 19;
+    static constexpr int kSureDigits = 9;
     static constexpr int kExactDigits = 15;
     static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6, 1e7,
                                          1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14};
 
-    // The digit that comes next, or more than 9.
-    unsigned digit() const { return at_end() ? 10 : static_cast<unsigned char>(*at_) - '0'; }
-    void skip() {
-        while (!at_end() && digit() > 9) ++at_;
+    std::uint64_t take_digits(std::uint64_t value) {
+        for (; !at_end(); ++at_) {
+            const std::uint64_t digit = static_cast<unsigned char>(*at_) - std::uint64_t{'0'};
+            if (digit > 9) break;
+            value = 10 * value + digit;
+        }
+        return value;
     }
-    // Of more digits than fit: only leading zeros keep them small.
-    int long_integer(const char* digits) const {
+    // Of more digits than are sure to fit.
+    static int long_integer(const char* digits, const char* end) {
         std::int64_t value = 0;
-        for (; digits != at_; ++digits)
+        for (; digits != end; ++digits)
             if ((value = 10 * value + (*digits - '0')) > INT_MAX) return INT_MAX;
         return static_cast<int>(value);
     }
@@ -115,8 +125,9 @@ bool month_first(Reading& r) {
 // given, they are what stood in their fields before.
 void set_date(Reading& r, int a, const int* b, const int* c) {
     Parts& parts = r.parts;
-    int& first = month_first(r) ? parts.month : parts.day;
-    int& second = month_first(r) ? parts.day : parts.month;
+    const bool american = month_first(r);
+    int& first = american ? parts.month : parts.day;
+    int& second = american ? parts.day : parts.month;
     const int middle = b != nullptr ? *b : second;
     const int last = c != nullptr ? *c : parts.year;
     if (a < 32) {
@@ -145,17 +156,16 @@ void dash_numbers(Reading& r, const Token& token) {
 }
 
 void iso_date(Reading& r, const Token& token) {
-    Numbers numbers(token.text);
-    r.parts.year = numbers.integer();
-    r.parts.month = numbers.integer();
-    r.parts.day = numbers.integer();
+    const char* date = token.text.data();
+    r.parts.year = digits_at(date, 4);
+    r.parts.month = digits_at(date + 5, 2);
+    r.parts.day = digits_at(date + 8, 2);
     check_date(r, token);
 }
 
 void year_and_doy(Reading& r, const Token& token) {
-    Numbers numbers(token.text);
-    r.parts.year = numbers.integer();
-    r.parts.doy = numbers.integer();
+    r.parts.year = digits_at(token.text.data(), 4);
+    r.parts.doy = digits_at(token.text.data() + 5, 3);
     if (r.parts.doy > 366) bad(r, "Bad date format:", token.text);
 }
 
@@ -176,16 +186,16 @@ void day_with_comma(Reading& r, const Token& token) {
 }
 
 void yearday_number(Reading& r, const Token& token) {
-    set_yearday(r.parts, Numbers(token.text).integer());
+    set_yearday(r.parts, digits_at(token.text.data(), 7));
     if (r.parts.doy > 366) bad(r, "Bad jdate format:", token.text);
 }
 
 void doy_in_parentheses(Reading& r, const Token& token) {
-    r.parts.doy = Numbers(token.text).integer();
+    r.parts.doy = Numbers(token.text, 1).integer();
 }
 
 void minute_second(Reading& r, const Token& token) {
-    Numbers numbers(token.text);
+    Numbers numbers(token.text, 1);
     r.parts.minute = numbers.integer();
     r.parts.second = numbers.number();
 }
@@ -232,6 +242,7 @@ void year_doy_clock_milliseconds(Reading& r, const Token& token) {
     r.parts.year = numbers.integer();
     r.parts.doy = numbers.integer();
     set_clock(r.parts, numbers);
+    numbers.skip(1);
     r.parts.second += numbers.number() / 1000;
 }
 
@@ -247,13 +258,14 @@ int month_of(const char* letters) {
 void year_month_day_clock(Reading& r, const Token& token) {
     Numbers numbers(token.text);
     r.parts.year = numbers.integer();
-    r.parts.month = month_of(token.text.data() + token.text.find(':') + 1);
+    r.parts.month = month_of(numbers.rest());
+    numbers.skip(4);
     r.parts.day = numbers.integer();
     set_clock(r.parts, numbers);
 }
 
 void minute(Reading& r, const Token& token) {
-    r.parts.minute = Numbers(token.text).integer();
+    r.parts.minute = Numbers(token.text, 1).integer();
 }
 
 void hour_minute(Reading& r, const Token& token) {
@@ -262,10 +274,10 @@ void hour_minute(Reading& r, const Token& token) {
     r.parts.minute = numbers.integer();
 }
 
-// Offsets from now: up to three numbers, of which the first is minutes behind a colon, else hours.
+// Offsets from now: hours, of which there need not be any, minutes and perhaps seconds.
 void offset_from_now(Reading& r, const Token& token) {
-    Numbers numbers(token.text);
-    const double hours = token.text[1] == ':' ? 0 : numbers.integer();
+    Numbers numbers(token.text, 1);
+    const double hours = numbers.integer();
     const double minutes = numbers.integer();
     const double seconds = numbers.integer();
     const double offset = hours * kHour + minutes * kMinute + seconds;
@@ -279,7 +291,7 @@ void set_day_of(Parts& parts, double epoch) {
 }
 
 void days_ago(Reading& r, const Token& token) {
-    set_day_of(r.parts, std_now() - Numbers(token.text).integer() * kDay);
+    set_day_of(r.parts, std_now() - Numbers(token.text, 1).integer() * kDay);
 }
 
 void days_since_origin(Reading& r, const Token& token) {
@@ -287,10 +299,10 @@ void days_since_origin(Reading& r, const Token& token) {
 }
 
 void epoch_number(Reading& r, const Token& token) {
-    Numbers plain(token.text);
+    const bool negative = token.text[0] == '-';
+    Numbers plain(token.text, negative || token.text[0] == '+' ? 1 : 0);
     const double value = plain.number();
-    const bool is_plain = plain.at_end() && token.text[0] >= '0';
-    r.parts.etime = is_plain ? value : real(token.text);
+    r.parts.etime = !plain.at_end() ? real(token.text) : negative ? -value : value;
 }
 
 void bare_number(Reading& r, const Token& token) {
@@ -392,12 +404,22 @@ constexpr Rule kRules[] = {
 };
 
 const Shapes& shapes() {
-    static const Shapes made = [] {
+    static const Shapes* const made = [] {
         const char* all[std::size(kRules)];
         for (std::size_t i = 0; i < std::size(kRules); ++i) all[i] = kRules[i].shape;
-        return Shapes(all);
+        return new Shapes(all);
     }();
-    return made;
+    return *made;
+}
+
+[[gnu::noinline]] void take_and_tell(Reading& reading, const Rule& rule, const Token& token) {
+    const Parts before = reading.parts;
+    rule.take(reading, token);
+    reading.listener->token(rule, token.text, before, reading.parts);
+}
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\n';
 }
 
 }  // namespace
@@ -420,17 +442,16 @@ void Reading::fault(const char* format, ...) {
 
 void scan(const char* text, Reading& reading) {
     const Shapes& known = shapes();
-    while (*text != '\0') {
+    for (;;) {
+        while (is_blank(*text)) ++text;  // as their rules have it, but at once
+        if (*text == '\0') return;
         const auto [shape, end] = known.longest(text);
         const Rule& rule = kRules[shape];
         const Token token{{text, static_cast<std::size_t>(end - text)}, rule.value};
-        if (reading.listener == nullptr) {
+        if (reading.listener == nullptr)
             rule.take(reading, token);
-        } else {
-            const Parts before = reading.parts;
-            rule.take(reading, token);
-            reading.listener->token(rule, token.text, before, reading.parts);
-        }
+        else
+            take_and_tell(reading, rule, token);
         text = end;
     }
 }

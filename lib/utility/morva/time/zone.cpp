@@ -35,23 +35,42 @@ const ZoneType& first_standard(const Zone& zone) {
     return zone.types.front();
 }
 
-// How many of the ascending instants are not later. Steps that depend on no branch: instants come
-// in any order.
+// How many of the ascending instants are not later.
 std::size_t count_until(const Vector<std::int64_t>& instants, std::int64_t instant) {
-    std::size_t first = 0, rest = instants.size();
-    while (rest > 0) {
-        const std::size_t half = (rest + 1) / 2;
-        first += static_cast<std::size_t>(instants[first + half - 1] <= instant) * half;
-        rest -= half;
-    }
-    return first;
+    const auto later = std::upper_bound(instants.begin(), instants.end(), instant);
+    return static_cast<std::size_t>(later - instants.begin());
+}
+
+// Slots are half years, nearly, from 1833 to 2106.
+constexpr std::size_t kSlots = 512;
+constexpr std::int64_t kSlotSeconds = 1 << 24;
+constexpr std::int64_t kFirstSlot = -kSlotSeconds * std::int64_t{kSlots} / 2;
+
+// Beyond the slots, far too large.
+std::size_t slot_of(std::int64_t instant) {
+    return (static_cast<std::uint64_t>(instant) - static_cast<std::uint64_t>(kFirstSlot)) /
+           kSlotSeconds;
+}
+
+std::int64_t start_of_slot(std::size_t slot) {
+    return kFirstSlot + static_cast<std::int64_t>(slot) * kSlotSeconds;
+}
+
+// The same of a zone's transitions, by way of its slots where they help.
+std::size_t transitions_until(const Zone& zone, std::int64_t instant) {
+    const auto& changes = zone.transitions;
+    const std::size_t slot = slot_of(instant);
+    if (slot >= zone.slots.size()) return count_until(changes, instant);
+    std::size_t passed = zone.slots[slot];
+    while (passed < changes.size() && changes[passed] <= instant) ++passed;
+    return passed;
 }
 
 Period period_at(const Zone& zone, std::int64_t instant) {
     const bool beyond = !zone.transitions.empty() && instant >= zone.transitions.back();
     if (zone.rules && (beyond || zone.types.empty())) return by_rules(*zone.rules, instant);
     const auto& changes = zone.transitions;
-    const std::size_t passed = count_until(changes, instant);
+    const std::size_t passed = transitions_until(zone, instant);
     const ZoneType& type =
         passed == 0 ? first_standard(zone) : zone.types[zone.type_after[passed - 1]];
     return {type.offset, type.daylight, zone.names.c_str() + type.name,
@@ -101,6 +120,19 @@ std::int64_t as_utc(const LocalTime& local, int second) {
 }
 
 }  // namespace
+
+void make_slots(Zone& zone) {
+    constexpr std::size_t kMostInSlot = 8;
+    const auto& changes = zone.transitions;
+    if (changes.size() > UINT16_MAX) return;
+    Vector<std::uint16_t> slots;
+    for (std::size_t slot = 0; slot < kSlots; ++slot) {
+        const std::size_t before = count_until(changes, start_of_slot(slot));
+        if (count_until(changes, start_of_slot(slot + 1)) - before > kMostInSlot) return;
+        slots.push_back(static_cast<std::uint16_t>(before));
+    }
+    zone.slots = std::move(slots);
+}
 
 LocalTime local_time(const Zone& zone, std::int64_t instant) {
     instant = std::clamp(instant, -kFarthest, kFarthest);
@@ -156,6 +188,10 @@ std::optional<std::int64_t> instant_of(const Zone& zone, const LocalTime& local)
 }
 
 std::optional<std::int64_t> instant_of(const Zone& zone, std::int64_t local) {
+    // Most times are of the period that the same time in UTC is of.
+    const Period period = period_at(zone, local);
+    const std::int64_t guess = local - period.offset;
+    if (zone.leaps.empty() && period.contains(local) && period.contains(guess)) return guess;
     const auto second = static_cast<int>(local - 60 * floor_div(local, 60));
     return search(zone, local, second, second);
 }

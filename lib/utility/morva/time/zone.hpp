@@ -67,11 +67,15 @@ struct Zone {
 
     Vector<std::int64_t> transitions;  // ascending
     Vector<std::uint8_t> type_after;   // one for each transition
+    Vector<std::uint16_t> slots;       // how many transitions are over when each half year starts
     Vector<ZoneType> types;            // empty: there are only the rules
     Vector<LeapSecond> leaps;          // ascending
     String names;                      // abbreviations, each with a zero byte behind it
     std::optional<ZoneRules> rules;
 };
+
+// Fills the slots of a zone, by which its transitions are found, unless these are too close.
+void make_slots(Zone& zone);
 
 // Reads the contents of a zone file. Null when they are not what they should be; whatever the bytes
 // are, a zone that is returned is safe to use.

@@ -128,6 +128,7 @@ bool read_data(Reader& file, const Header& header, std::size_t time_size, Zone& 
         !read_leaps(file, header, time_size, zone))
         return false;
     file.take(header.standard_marks + header.universal_marks);  // how the rules were stated
+    make_slots(zone);
     return file.good();
 }
 

@@ -24,7 +24,7 @@ namespace {
 
 constexpr int kMostFiles = 4096;
 constexpr int kMostTexts = 256;
-constexpr std::size_t kBuckets = 1024;
+constexpr std::size_t kBuckets = 1 << 10;
 constexpr std::size_t kLongestKey = 1023;
 constexpr off_t kLargestFile = 1 << 20;
 constexpr std::int64_t kSecondsBetweenLooks = 5;
@@ -48,9 +48,12 @@ struct KeptZone {
 using Loaded = std::unique_ptr<KeptZone>;
 
 struct Entry {
+    Entry(String name, bool file, const KeptZone* kept, std::int64_t now)
+        : key(std::move(name)), is_file(file), zone(kept), looked(now) {}
     static void* operator new(std::size_t size) { return must_malloc(size, "zone", MORVA_HERE); }
     static void operator delete(void* entry) { std::free(entry); }
-    String key;
+    const String key;
+    const bool is_file;
     std::atomic<const KeptZone*> zone;
     std::atomic<std::int64_t> looked;  // at the file
     Entry* next = nullptr;
@@ -108,10 +111,18 @@ Loaded load(const String& key) {
     return text.complete ? kept(make_zone(text.rules)) : nullptr;
 }
 
+// Multiplicative hashing, eight bytes at a time, of which the last may be hashed twice.
 std::atomic<Entry*>& bucket_of(std::string_view key) {
-    std::uint32_t hash = 2166136261;  // FNV-1a
-    for (const char c : key) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619;
-    return table[(hash ^ hash >> 16) % kBuckets];
+    constexpr std::uint64_t kGolden = 0x9e3779b97f4a7c15;
+    std::uint64_t hash = key.size(), word = 0;
+    if (key.size() < sizeof word)
+        for (const char c : key) hash = (hash ^ static_cast<unsigned char>(c)) * kGolden;
+    else
+        for (std::size_t i = 0; i < key.size(); i += sizeof word) {
+            std::memcpy(&word, key.data() + std::min(i, key.size() - sizeof word), sizeof word);
+            hash = (hash ^ word) * kGolden;
+        }
+    return table[hash >> 54];  // the bits that all others take part in
 }
 
 Entry* find(const std::atomic<Entry*>& bucket, std::string_view key) {
@@ -143,10 +154,6 @@ const Zone* current(Entry& entry) {
     return entry.zone.load(std::memory_order_acquire)->zone.get();
 }
 
-bool is_file(const Entry& entry) {
-    return !(entry.zone.load(std::memory_order_acquire)->file == FileId{});
-}
-
 // Adds a zone to the table. Of two threads that add the same, the later one's stays unused.
 ZoneRef add(std::atomic<Entry*>& bucket, String key, Loaded loaded) {
     const bool is_text = loaded->file == FileId{};
@@ -155,11 +162,8 @@ ZoneRef add(std::atomic<Entry*>& bucket, String key, Loaded loaded) {
         count.fetch_sub(1);
         return ZoneRef(std::move(loaded->zone));
     }
-    auto* entry = new Entry;
-    entry->key = std::move(key);
-    entry->looked = std::time(nullptr);
-    entry->zone = loaded.get();
-    const Zone* zone = loaded.release()->zone.get();
+    const Zone* zone = loaded->zone.get();
+    auto* entry = new Entry(std::move(key), !is_text, loaded.release(), std::time(nullptr));
     entry->next = bucket.load(std::memory_order_relaxed);
     while (!bucket.compare_exchange_weak(entry->next, entry, std::memory_order_acq_rel)) {
     }
@@ -210,7 +214,7 @@ ZoneRef find_zone(std::string_view name) {
 
 ZoneRef find_named_zone(std::string_view name) {
     Entry* entry = find(bucket_of(name), name);
-    if (entry != nullptr && is_file(*entry) && name.front() != '/') return ZoneRef(current(*entry));
+    if (entry != nullptr && entry->is_file && name.front() != '/') return ZoneRef(current(*entry));
     return is_timezone(String(name).c_str()) != 0 ? find_zone(name) : ZoneRef();
 }
 
