@@ -50,4 +50,14 @@ inline constexpr int kUndecided = -1;
 int look_ahead(const std::int32_t* samples, std::size_t count, std::size_t i, int current,
                Rule rule);
 
+// Writes the first sample, and returns the place behind it.
+inline std::uint8_t* put_first(std::int32_t sample, std::uint8_t* out) {
+    store_be32(out, sample);
+    return out + kFirstSampleSize;
+}
+
+// Writes a run at `at`, in bytes that begin at `begin`, and returns the place behind it.
+std::uint8_t* put_run(const std::int32_t* samples, std::size_t first, std::size_t count,
+                      int class_index, const std::uint8_t* begin, std::uint8_t* at);
+
 }  // namespace morva::ucsd

@@ -4,8 +4,9 @@
 //   1. For each class, which differences are narrower than it.
 //   2. For each pair of classes, where a run of the first may give way to one of the second: where
 //      all differences that the look-ahead sees are narrow enough. Together these tell for each
-//      class where a run of it ends.
-//   3. Runs are found by looking for the next bit, and packed eight values at a time.
+//      class where a run of it ends, and the class of the run that follows.
+//   3. Runs are found by looking for the next bit.
+//   4. Their values are packed, eight at a time.
 //
 // Behind the end of the series all differences count as 0.
 #include "codec/ucsd_compress.hpp"
@@ -20,7 +21,7 @@
 #include <cstring>
 
 #include "base/simd.hpp"
-#include "codec/ucsd_run_writer.hpp"
+#include "codec/ucsd_code.hpp"
 
 namespace morva::ucsd {
 namespace {
@@ -30,7 +31,7 @@ constexpr std::size_t kWord = 64;
 constexpr std::size_t kWords = 32;
 constexpr std::size_t kChunk = kWord * kWords;
 constexpr std::size_t kBlock = 8;   // values that are packed together
-constexpr std::size_t kSlack = 16;  // samples behind a run that packing may read, and their bytes
+constexpr std::size_t kSlack = 32;  // samples behind a run that packing may read, and their bytes
 
 using Plane = std::array<std::uint64_t, kWords + 1>;
 
@@ -74,51 +75,50 @@ MORVA_AVX2 inline std::uint32_t wider_than(const Sizes& sizes, int bits) {
                    _mm256_cmpgt_epi16(_mm256_min_epu16(sizes.high, largest), limit));
 }
 
+// A run of a class up to the place where the next one begins.
+struct Start {
+    std::size_t first;
+    int class_index;
+};
+
 class Chunk {
   public:
     MORVA_AVX2 Chunk(const std::int32_t* samples, std::size_t count)
         : samples_(samples), count_(count), all_(_mm256_setzero_si256()) {
-        zeros_.fill(0);
-        ones_.fill(~std::uint64_t{0});
-        for (int from = 0; from < kClassCount; ++from)
-            for (int to = 0; to < kClassCount; ++to)
-                choice_[from][to] = to < from    ? &gives_way_[from][to]
-                                    : to == from ? &zeros_
-                                                 : narrower(to + 1);
-        find_narrow(kWords, 0);
+        find_narrow(kWords, 1);
     }
 
-    // Moves to the chunk that begins with the difference of sample `first`.
+    // Moves to the chunk that begins with the difference of sample `first`, the one behind the last
+    // chunk.
     MORVA_AVX2 void move_to(std::size_t first) {
         first_ = first;
-        for (Plane& plane : narrow_) plane[0] = plane[kWords];
-        if (first == 1) find_narrow(0, first);
+        for (int index = 1; index < kClassCount; ++index)
+            narrow_[index][0] = narrow_[index][kWords];
         for (std::size_t word = 1; word <= kWords; ++word) find_narrow(word, first + word * kWord);
-        find_ends();
+        find_ends<0>();
+        find_ends<1>();
+        find_ends<2>();
+        find_ends<3>();
+        find_ends<4>();
     }
 
-    // The next sample from `i` on, of this chunk, that a run of the class does not take; the first
-    // sample behind the chunk when it takes all.
-    std::size_t end_of_run(int class_index, std::size_t i) const {
-        const Plane& ends = ends_[class_index];
-        const std::size_t at = i - first_;
-        std::size_t word = at / kWord;
-        if (word >= kWords) return i;
-        std::uint64_t bits = ends[word] & ~std::uint64_t{0} << at % kWord;
-        while (bits == 0) {
-            if (++word == kWords) return first_ + kChunk;
-            bits = ends[word];
+    // Lists the runs that begin in this chunk behind the given one, and returns their number.
+    MORVA_AVX2 std::size_t find_runs(const Start& before, Start* starts) const {
+        std::size_t n = 0;
+        int current = before.class_index;
+        for (std::size_t word = 0; word < kWords; ++word) {
+            // The places not yet passed: a run takes the one it begins with.
+            std::uint64_t left = ~std::uint64_t{before.first == first_ + word * kWord};
+            for (std::uint64_t ends; (ends = ends_[current][word] & left) != 0; ++n) {
+                const auto bit = static_cast<unsigned>(_tzcnt_u64(ends));
+                current = static_cast<int>((code_[0][current][word] >> bit & 1) |
+                                           (code_[1][current][word] >> bit & 1) << 1 |
+                                           (code_[2][current][word] >> bit & 1) << 2);
+                starts[n] = {first_ + word * kWord + bit, current};
+                left = ~std::uint64_t{1} << bit;
+            }
         }
-        return first_ + word * kWord + static_cast<std::size_t>(std::countr_zero(bits));
-    }
-
-    // The class of the run that begins with a sample which ends one of the given class.
-    int next_class(int class_index, std::size_t i) const {
-        const std::size_t word = (i - first_) / kWord, bit = (i - first_) % kWord;
-        unsigned choices = 0;
-        for (int to = 0; to < kClassCount; ++to)
-            choices |= static_cast<unsigned>((*choice_[class_index][to])[word] >> bit & 1) << to;
-        return std::countr_zero(choices);
+        return n;
     }
 
     // True when a difference before the end of this chunk needs more than 24 bits.
@@ -128,14 +128,9 @@ class Chunk {
     }
 
   private:
-    // The plane of the differences that are of a class before the given one.
-    const Plane* narrower(int class_index) const {
-        return class_index > kSampleClass ? &ones_ : &narrow_[class_index];
-    }
-
     // Fills a word of the planes of narrow differences, from the one of sample i on.
     MORVA_AVX2 void find_narrow(std::size_t word, std::size_t i) {
-        if (i == 0 || i >= count_) {
+        if (i >= count_) {
             for (Plane& plane : narrow_) plane[word] = ~std::uint64_t{0};
             return;
         }
@@ -160,49 +155,52 @@ class Chunk {
                   << kWord / 2);
     }
 
-    // Where a run of class From may give way to one of class To, and all others of To + 1 on.
+    // The places whose difference, and all others that the look-ahead then sees, are narrow enough
+    // for a run of class To behind one of class From.
     template <int From, int To>
-    MORVA_AVX2 void find_ends_of(Plane& ends) {
-        if constexpr (To < From) {
-            const Plane& narrow = narrow_[To + 1];
-            Plane& result = gives_way_[From][To];
-            for (std::size_t word = 0; word < kWords; ++word) {
-                std::uint64_t bits = narrow[word];
-                for (int j = 1; j <= differences_to_see(From, To); ++j)
-                    bits &= narrow[word] >> j | narrow[word + 1]
-                                                    << (kWord - static_cast<unsigned>(j));
-                result[word] = bits;
-                ends[word] |= bits;
-            }
-            find_ends_of<From, To + 1>(ends);
+    MORVA_AVX2 std::uint64_t gives_way(std::size_t word) const {
+        const Plane& narrow = narrow_[To + 1];
+        std::uint64_t places = narrow[word];
+        for (unsigned j = 1; j <= static_cast<unsigned>(differences_to_see(From, To)); ++j)
+            places &= narrow[word] >> j | narrow[word + 1] << (kWord - j);
+        return places;
+    }
+
+    // Of the places where a run of class From ends, `open` are those without a class for the next
+    // run yet. Narrower classes come first: the first one that is wide enough is the one.
+    template <int From, int To>
+    MORVA_AVX2 void choose(std::size_t word, std::uint64_t open) {
+        if constexpr (To < kClassCount) {
+            std::uint64_t places = 0;
+            if constexpr (To < From) places = gives_way<From, To>(word);
+            if constexpr (To > From) places = open;
+            if constexpr (To > From && To < kSampleClass) places &= narrow_[To + 1][word];
+            if constexpr (To < From) ends_[From][word] |= places;
+            places &= open;
+            for (unsigned bit = 0; bit < kCodeBits; ++bit)
+                if ((To >> bit & 1) != 0) code_[bit][From][word] |= places;
+            choose<From, To + 1>(word, open & ~places);
         }
     }
 
     template <int From>
-    MORVA_AVX2 void find_ends_of() {
-        Plane& ends = ends_[From];
-        const Plane& taken = *narrower(From + 1);
-        for (std::size_t word = 0; word < kWords; ++word) ends[word] = ~taken[word];
-        find_ends_of<From, 0>(ends);
+    MORVA_AVX2 void find_ends() {
+        for (std::size_t word = 0; word < kWords; ++word) {
+            ends_[From][word] = From < kSampleClass ? ~narrow_[From + 1][word] : 0;
+            for (auto& code : code_) code[From][word] = 0;
+            choose<From, 0>(word, ~std::uint64_t{0});
+        }
     }
 
-    MORVA_AVX2 void find_ends() {
-        find_ends_of<0>();
-        find_ends_of<1>();
-        find_ends_of<2>();
-        find_ends_of<3>();
-        find_ends_of<4>();
-    }
+    static constexpr unsigned kCodeBits = 3;
 
     const std::int32_t* samples_;
     std::size_t count_;
     std::size_t first_ = 1;
-    __m256i all_;  // all sizes or'ed together
-    Plane zeros_, ones_;
-    std::array<Plane, kClassCount> narrow_;  // differences of a class before this one
-    Plane gives_way_[kClassCount][kClassCount];
-    std::array<Plane, kClassCount> ends_;
-    const Plane* choice_[kClassCount][kClassCount];
+    __m256i all_;                         // all sizes or'ed together
+    Plane narrow_[kClassCount];           // differences of a class before this one
+    Plane ends_[kClassCount];             // where runs of the class end
+    Plane code_[kCodeBits][kClassCount];  // the bits of the class that follows there
 };
 
 // How eight values of a class become bytes.
@@ -230,7 +228,7 @@ constexpr std::array<Packing, kClassCount> kPackings = [] {
     return packings;
 }();
 
-// Packs values in blocks, the last of which may reach behind the run.
+// Packs values in pairs of blocks, the last of which may reach behind the run.
 MORVA_AVX2 void pack(const std::int32_t* samples, std::size_t count, int class_index,
                      std::uint8_t* out) {
     const Packing& packing = kPackings[static_cast<std::size_t>(class_index)];
@@ -239,96 +237,95 @@ MORVA_AVX2 void pack(const std::int32_t* samples, std::size_t count, int class_i
     const __m128i bits = _mm_cvtsi32_si128(packing.bits);
     const __m256i last_first = _mm256_broadcastsi128_si256(
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(packing.last_first.data())));
-    for (std::size_t i = 0; i < count; i += kBlock, out += 2 * packing.size) {
-        const __m256i here = load(samples + i);
-        const __m256i difference = _mm256_sub_epi32(load(samples + i - 1), here);
+    const auto pack_block = [&](const std::int32_t* block, std::uint8_t* to) MORVA_AVX2 {
+        const __m256i here = load(block);
+        const __m256i difference = _mm256_sub_epi32(load(block - 1), here);
         const __m256i values =
             _mm256_and_si256(_mm256_blendv_epi8(difference, here, of_sample), mask);
         const __m256i pairs =
             _mm256_or_si256(_mm256_sll_epi64(values, bits), _mm256_srli_epi64(values, 32));
         const __m256i bytes = _mm256_shuffle_epi8(pairs, last_first);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(bytes));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + packing.size),
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(bytes));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + packing.size),
                          _mm256_extracti128_si256(bytes, 1));
+    };
+    for (std::size_t i = 0; i < count; i += 2 * kBlock, out += 4 * packing.size) {
+        pack_block(samples + i, out);
+        pack_block(samples + i + kBlock, out + 2 * packing.size);
     }
 }
 
-class Compressor {
-  public:
-    Compressor(const std::int32_t* samples, std::size_t count, std::uint8_t* out)
-        : samples_(samples), count_(count), writer_(out, samples[0]) {}
-
-    // Writes samples begin..end-1 as runs of a class.
-    MORVA_AVX2 void put(std::size_t begin, std::size_t end, int class_index) {
-        if (class_index == kSampleClass) check_samples(begin, end);
-        for (; begin < end; begin += std::min(kMaxRun, end - begin))
-            put_run(begin, std::min(kMaxRun, end - begin), class_index);
-    }
-
-    bool lossy() const { return lossy_; }
-    std::uint8_t* end() { return writer_.close(); }
-
-  private:
-    void check_samples(std::size_t begin, std::size_t end) {
-        for (std::size_t i = begin; i < end; ++i)
-            lossy_ |= !fits(samples_[i], bits_of(kSampleClass));
-    }
-
-    MORVA_AVX2 void put_run(std::size_t i, std::size_t count, int class_index) {
-        writer_.open(class_index);
-        if (i + count + kSlack > count_) {
-            for (; count > 0; --count, ++i)
-                writer_.push(class_index == kSampleClass ? samples_[i]
-                                                         : difference_at(samples_, i));
-            return;
-        }
-        std::uint8_t* const values = writer_.push_many(count);
-        pack(samples_ + i, count, class_index, values);
-        // What lies in the other half of the last byte belongs to a value behind the run.
-        if (count * static_cast<std::size_t>(bits_of(class_index)) % 8 != 0)
-            values[run_size(class_index, count) - 1] &= 0xf0;
-    }
-
-    const std::int32_t* samples_;
-    std::size_t count_;
-    RunWriter writer_;
-    bool lossy_ = false;
+// The series and the bytes written so far.
+struct Output {
+    const std::int32_t* samples;
+    std::size_t count;
+    std::uint8_t* begin;
+    bool lossy;
 };
+
+MORVA_AVX2 inline std::uint8_t* put_short_run(const Output& output, std::size_t first,
+                                              std::size_t count, int class_index,
+                                              std::uint8_t* at) {
+    if (first + count + kSlack > output.count)
+        return put_run(output.samples, first, count, class_index, output.begin, at);
+    *at = 0;
+    at += (at - output.begin) % 2;
+    *at++ = kClasses[class_index].code;
+    *at++ = static_cast<std::uint8_t>(count);
+    pack(output.samples + first, count, class_index, at);
+    at += run_size(class_index, count);
+    // What lies in the other half of a half-filled byte belongs to a value behind the run.
+    const bool half = count * static_cast<std::size_t>(bits_of(class_index)) % 8 != 0;
+    at[-1] &= half ? 0xf0 : 0xff;
+    return at;
+}
+
+// Writes the samples first..end-1 as runs of a class.
+MORVA_AVX2 inline std::uint8_t* put(Output& output, std::size_t first, std::size_t end,
+                                    int class_index, std::uint8_t* at) {
+    if (class_index == kSampleClass)
+        for (std::size_t i = first; i < end; ++i)
+            output.lossy |= !fits(output.samples[i], bits_of(kSampleClass));
+    for (; end - first > kMaxRun; first += kMaxRun)
+        at = put_short_run(output, first, kMaxRun, class_index, at);
+    return put_short_run(output, first, end - first, class_index, at);
+}
+
+// True when the look-ahead that led from one run to the next met the end of the series.
+bool saw_the_end(const Start& start, int before, std::size_t count) {
+    return start.class_index < before &&
+           start.first + static_cast<std::size_t>(differences_to_see(before, start.class_index)) >=
+               count;
+}
 
 }  // namespace
 
 MORVA_AVX2 Compressed compress_avx2(const std::int32_t* samples, std::size_t count, Rule rule,
                                     std::uint8_t* out) {
-    Compressor compressor(samples, count, out);
-    if (count == 1) return {compressor.end(), false, false, false};
-    int current = look_ahead(samples, count, 1, kBeforeFirst, rule);
-    if (current == kUndecided) return {out, true, false, false};
+    std::uint8_t* at = put_first(samples[0], out);
+    if (count == 1) return {at, false, false, false};
+    Start run = {1, look_ahead(samples, count, 1, kBeforeFirst, rule)};
+    if (run.class_index == kUndecided) return {out, true, false, false};
+    Output output = {samples, count, out, false};
     Chunk chunk(samples, count);
-    std::size_t begin = 1;  // of the run
+    Start starts[kChunk];
     for (std::size_t first = 1; first < count; first += kChunk) {
         chunk.move_to(first);
-        const std::size_t limit = std::min(first + kChunk, count);
-        std::size_t i = std::max(first, begin + 1);
-        while ((i = chunk.end_of_run(current, i)) < limit) {
-            compressor.put(begin, i, current);
-            const int next = chunk.next_class(current, i);
-            if (rule == Rule::kStrict && next < current &&
-                i + static_cast<std::size_t>(differences_to_see(current, next)) >= count)
+        const std::size_t n = chunk.find_runs(run, starts);
+        for (std::size_t i = 0; i < n && starts[i].first < count; ++i) {
+            if (rule == Rule::kStrict && saw_the_end(starts[i], run.class_index, count))
                 return {out, true, false, false};
-            current = next;
-            begin = i++;
+            at = put(output, run.first, starts[i].first, run.class_index, at);
+            run = starts[i];
         }
-        // Whole runs of a long series of equal class are written while they are in the cache.
-        const std::size_t whole = (limit - begin - 1) / kMaxRun * kMaxRun;
-        compressor.put(begin, begin + whole, current);
-        begin += whole;
-        if (compressor.lossy() && rule == Rule::kLenient)
-            return compress_plain(samples, count, rule, out);
+        // Whole runs of a long series of one class are written while they are in the cache.
+        for (; std::min(first + kChunk, count) - run.first > kMaxRun; run.first += kMaxRun)
+            at = put(output, run.first, run.first + kMaxRun, run.class_index, at);
+        if (output.lossy && rule == Rule::kLenient) break;
     }
-    compressor.put(begin, count, current);
-    if (compressor.lossy() && rule == Rule::kLenient)
-        return compress_plain(samples, count, rule, out);
-    return {compressor.end(), false, compressor.lossy(), chunk.too_steep()};
+    at = put(output, run.first, count, run.class_index, at);
+    if (output.lossy && rule == Rule::kLenient) return compress_plain(samples, count, rule, out);
+    return {at, false, output.lossy, chunk.too_steep()};
 }
 
 }  // namespace morva::ucsd

@@ -2,10 +2,32 @@
 
 #include "codec/ucsd_code.hpp"
 #include "codec/ucsd_compress.hpp"
-#include "codec/ucsd_run_writer.hpp"
 
 namespace morva::ucsd {
 namespace {
+
+// Appends the lowest bits of values, the upper ones first.
+class BitWriter {
+  public:
+    explicit BitWriter(std::uint8_t* out) : at_(out) {}
+
+    void put(std::int32_t value, int bits) {
+        pending_ = pending_ << bits | (static_cast<std::uint32_t>(value) & ((1u << bits) - 1));
+        for (pending_bits_ += bits; pending_bits_ >= 8; pending_bits_ -= 8)
+            *at_++ = static_cast<std::uint8_t>(pending_ >> (pending_bits_ - 8));
+    }
+
+    // Completes a half-filled byte.
+    std::uint8_t* finish() {
+        if (pending_bits_ > 0) *at_++ = static_cast<std::uint8_t>(pending_ << 4);
+        return at_;
+    }
+
+  private:
+    std::uint8_t* at_;
+    std::uint32_t pending_ = 0;  // bits that wait for their byte to fill, and older ones above
+    int pending_bits_ = 0;
+};
 
 class Compressor {
   public:
@@ -13,14 +35,17 @@ class Compressor {
         : samples_(samples), count_(count), rule_(rule) {}
 
     Compressed run(std::uint8_t* out) {
-        RunWriter writer(out, samples_[0]);
-        for (std::size_t i = 1; i < count_; ++i) {
-            const int next = class_for(i, writer.current_class());
-            if (next == kUndecided) return {out, true, lossy_, too_steep_};
-            if (next != writer.current_class()) writer.open(next);
-            writer.push(next == kSampleClass ? samples_[i] : difference_at(samples_, i));
+        std::uint8_t* at = put_first(samples_[0], out);
+        int current = kBeforeFirst;
+        for (std::size_t begin = 1, i = 1; i <= count_; ++i) {
+            const int next = i < count_ ? class_for(i, current) : kBeforeFirst;
+            if (next == kUndecided) return {out, true, false, false};
+            if (next == current && i - begin < kMaxRun) continue;
+            if (i > begin) at = put_run(samples_, begin, i - begin, current, out, at);
+            begin = i;
+            current = next;
         }
-        return {writer.close(), false, lossy_, too_steep_};
+        return {at, false, lossy_, too_steep_};
     }
 
   private:
@@ -54,6 +79,18 @@ int look_ahead(const std::int32_t* samples, std::size_t count, std::size_t i, in
         widest = std::max(widest, ahead);
         if (static_cast<int>(j) >= differences_to_see(current, widest)) return widest;
     }
+}
+
+std::uint8_t* put_run(const std::int32_t* samples, std::size_t first, std::size_t count,
+                      int class_index, const std::uint8_t* begin, std::uint8_t* at) {
+    if ((at - begin) % 2 != 0) *at++ = 0;
+    *at++ = kClasses[class_index].code;
+    *at++ = static_cast<std::uint8_t>(count);
+    BitWriter values(at);
+    for (std::size_t i = first; i < first + count; ++i)
+        values.put(class_index == kSampleClass ? samples[i] : difference_at(samples, i),
+                   bits_of(class_index));
+    return values.finish();
 }
 
 Compressed compress_plain(const std::int32_t* samples, std::size_t count, Rule rule,
