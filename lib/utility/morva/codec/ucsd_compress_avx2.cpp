@@ -33,7 +33,19 @@ constexpr std::size_t kChunk = kWord * kWords;
 constexpr std::size_t kBlock = 8;   // values that are packed together
 constexpr std::size_t kSlack = 32;  // samples behind a run that packing may read, and their bytes
 
+constexpr unsigned kCodeBits = 3;
+
 using Plane = std::array<std::uint64_t, kWords + 1>;
+
+// Words of a plane that are worked on together.
+constexpr std::size_t kTogether = 4;
+typedef std::uint64_t Words __attribute__((vector_size(kTogether * sizeof(std::uint64_t))));
+
+MORVA_AVX2 inline Words words_at(const Plane& plane, std::size_t word) {
+    Words words;
+    std::memcpy(&words, &plane[word], sizeof words);
+    return words;
+}
 
 MORVA_AVX2 inline __m256i load(const std::int32_t* samples) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples));
@@ -95,11 +107,13 @@ class Chunk {
         for (int index = 1; index < kClassCount; ++index)
             narrow_[index][0] = narrow_[index][kWords];
         for (std::size_t word = 1; word <= kWords; ++word) find_narrow(word, first + word * kWord);
-        find_ends<0>();
-        find_ends<1>();
-        find_ends<2>();
-        find_ends<3>();
-        find_ends<4>();
+        for (std::size_t word = 0; word < kWords; word += kTogether) {
+            find_ends<0>(word);
+            find_ends<1>(word);
+            find_ends<2>(word);
+            find_ends<3>(word);
+            find_ends<4>(word);
+        }
     }
 
     // Lists the runs that begin in this chunk behind the given one, and returns their number.
@@ -158,41 +172,48 @@ class Chunk {
     // The places whose difference, and all others that the look-ahead then sees, are narrow enough
     // for a run of class To behind one of class From.
     template <int From, int To>
-    MORVA_AVX2 std::uint64_t gives_way(std::size_t word) const {
-        const Plane& narrow = narrow_[To + 1];
-        std::uint64_t places = narrow[word];
-        for (unsigned j = 1; j <= static_cast<unsigned>(differences_to_see(From, To)); ++j)
-            places &= narrow[word] >> j | narrow[word + 1] << (kWord - j);
+    MORVA_AVX2 Words gives_way(std::size_t word) const {
+        const Words here = words_at(narrow_[To + 1], word);
+        const Words next = words_at(narrow_[To + 1], word + 1);
+        Words places = here;
+        for (int j = 1; j <= differences_to_see(From, To); ++j)
+            places &= here >> j | next << (static_cast<int>(kWord) - j);
         return places;
     }
 
-    // Of the places where a run of class From ends, `open` are those without a class for the next
-    // run yet. Narrower classes come first: the first one that is wide enough is the one.
+    // What is found out about the places where runs of a class end.
+    struct Ends {
+        Words open;  // those without a class for the next run yet
+        Words ends, code[kCodeBits];
+    };
+
+    // Narrower classes come first: the first one that is wide enough is the next one.
     template <int From, int To>
-    MORVA_AVX2 void choose(std::size_t word, std::uint64_t open) {
+    MORVA_AVX2 void choose(std::size_t word, Ends& found) {
         if constexpr (To < kClassCount) {
-            std::uint64_t places = 0;
-            if constexpr (To < From) places = gives_way<From, To>(word);
-            if constexpr (To > From) places = open;
-            if constexpr (To > From && To < kSampleClass) places &= narrow_[To + 1][word];
-            if constexpr (To < From) ends_[From][word] |= places;
-            places &= open;
-            for (unsigned bit = 0; bit < kCodeBits; ++bit)
-                if ((To >> bit & 1) != 0) code_[bit][From][word] |= places;
-            choose<From, To + 1>(word, open & ~places);
+            if constexpr (To != From) {
+                Words places = found.open;
+                if constexpr (To < From) places &= gives_way<From, To>(word);
+                if constexpr (To > From && To < kSampleClass)
+                    places &= words_at(narrow_[To + 1], word);
+                if constexpr (To < From) found.ends |= places;
+                for (unsigned bit = 0; bit < kCodeBits; ++bit)
+                    if ((To >> bit & 1) != 0) found.code[bit] |= places;
+                found.open &= ~places;
+            }
+            choose<From, To + 1>(word, found);
         }
     }
 
     template <int From>
-    MORVA_AVX2 void find_ends() {
-        for (std::size_t word = 0; word < kWords; ++word) {
-            ends_[From][word] = From < kSampleClass ? ~narrow_[From + 1][word] : 0;
-            for (auto& code : code_) code[From][word] = 0;
-            choose<From, 0>(word, ~std::uint64_t{0});
-        }
+    MORVA_AVX2 void find_ends(std::size_t word) {
+        Ends found = {~Words{}, {}, {}};
+        if constexpr (From < kSampleClass) found.ends = ~words_at(narrow_[From + 1], word);
+        choose<From, 0>(word, found);
+        std::memcpy(&ends_[From][word], &found.ends, sizeof found.ends);
+        for (unsigned bit = 0; bit < kCodeBits; ++bit)
+            std::memcpy(&code_[bit][From][word], &found.code[bit], sizeof found.code[bit]);
     }
-
-    static constexpr unsigned kCodeBits = 3;
 
     const std::int32_t* samples_;
     std::size_t count_;
