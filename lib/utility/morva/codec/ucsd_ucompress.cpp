@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "base/diagnostics.hpp"
+#include "base/simd.hpp"
 #include "codec/ucsd_code.hpp"
 #include "codec/ucsd_ucompress.hpp"
 #include "morva/ucsd.h"
@@ -62,21 +63,7 @@ int uucsd_anyway(int32_t* samples, char** cursor, int nbytes, int nsamp) {
 
 namespace morva::ucsd {
 
-Run read_run(const std::uint8_t* bytes, std::size_t size, std::size_t offset, std::size_t left) {
-    const std::size_t header = offset + offset % 2;
-    if (header + kHeaderSize > size) return {Stop::kCut, 0, 0, 0, 0};
-    if (header != offset && bytes[offset] != 0) return {Stop::kBadGap, 0, 0, 0, 0};
-    const int class_index = (bytes[header] >> 4) - 1;
-    if (class_index < 0 || class_index > kSampleClass) return {Stop::kBadClass, 0, 0, 0, 0};
-    const std::size_t count = bytes[header + 1], values = header + kHeaderSize;
-    if (count == 0) return {Stop::kEmptyRun, 0, 0, 0, 0};
-    if (count > left) return {Stop::kTooMany, 0, 0, 0, 0};
-    const std::size_t end = values + run_size(class_index, count);
-    if (end > size) return {Stop::kCut, 0, 0, 0, 0};
-    return {Stop::kDone, class_index, count, values, end};
-}
-
-void expand_values(const std::uint8_t* bytes, const Run& run, std::int32_t* samples) {
+void expand_run(const std::uint8_t* bytes, const Run& run, std::int32_t* samples) {
     const int bits = bits_of(run.class_index);
     auto sample = static_cast<std::uint32_t>(samples[-1]);
     std::uint32_t pending = 0;  // bits read and not used, and older ones above
@@ -91,19 +78,25 @@ void expand_values(const std::uint8_t* bytes, const Run& run, std::int32_t* samp
     }
 }
 
-Expanded expand(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
-                std::size_t count) {
+Expanded expand_plain(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
+                      std::size_t count) {
     if (size < kFirstSampleSize) return {0, 0, Stop::kCut};
     samples[0] = load_be32(bytes);
     std::size_t done = 1, used = kFirstSampleSize;
     while (done < count) {
         const Run run = read_run(bytes, size, used, count - done);
         if (run.stop != Stop::kDone) return {done, used, run.stop};
-        expand_values(bytes, run, samples + done);
+        expand_run(bytes, run, samples + done);
         done += run.count;
         used = run.end;
     }
     return {done, used, Stop::kDone};
+}
+
+Expanded expand(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
+                std::size_t count) {
+    return simd() == Simd::kAvx2 ? expand_avx2(bytes, size, samples, count)
+                                 : expand_plain(bytes, size, samples, count);
 }
 
 }  // namespace morva::ucsd

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "codec/ucsd_code.hpp"
+
 namespace morva::ucsd {
 
 enum class Stop {
@@ -21,21 +23,42 @@ struct Expanded {
     Stop stop;
 };
 
-// Expands `count` samples from `size` bytes.
+// Expands `count` samples, at least one, from `size` bytes.
 Expanded expand(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                 std::size_t count);
 
-// The run at an offset, where `left` samples are left to expand.
+// The versions behind it. Both give the same result for any bytes.
+Expanded expand_plain(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
+                      std::size_t count);
+Expanded expand_avx2(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
+                     std::size_t count);
+
+// A run, or why there is none.
 struct Run {
-    Stop stop;  // kDone when it is a good one
-    int class_index;
-    std::size_t count;
-    std::size_t values;  // offset of its values
-    std::size_t end;     // offset behind them
+    Stop stop;  // kDone when there is one
+    int class_index = 0;
+    std::size_t count = 0;
+    std::size_t values = 0;  // offset of its values
+    std::size_t end = 0;     // offset behind them
 };
-Run read_run(const std::uint8_t* bytes, std::size_t size, std::size_t offset, std::size_t left);
+
+// Reads the run at an offset, where `left` samples are left to expand.
+inline Run read_run(const std::uint8_t* bytes, std::size_t size, std::size_t offset,
+                    std::size_t left) {
+    const std::size_t header = offset + offset % 2;
+    if (header + kHeaderSize > size) return {Stop::kCut};
+    if (header != offset && bytes[offset] != 0) return {Stop::kBadGap};
+    const int class_index = (bytes[header] >> 4) - 1;
+    if (class_index < 0 || class_index > kSampleClass) return {Stop::kBadClass};
+    const std::size_t count = bytes[header + 1], values = header + kHeaderSize;
+    if (count == 0) return {Stop::kEmptyRun};
+    if (count > left) return {Stop::kTooMany};
+    const std::size_t end = values + run_size(class_index, count);
+    if (end > size) return {Stop::kCut};
+    return {Stop::kDone, class_index, count, values, end};
+}
 
 // Writes the values of a run behind the sample before them.
-void expand_values(const std::uint8_t* bytes, const Run& run, std::int32_t* samples);
+void expand_run(const std::uint8_t* bytes, const Run& run, std::int32_t* samples);
 
 }  // namespace morva::ucsd
