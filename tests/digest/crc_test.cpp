@@ -1,4 +1,4 @@
-#include "digest/crc.hpp"
+#include "digest/crc_fold.hpp"
 
 #include "digest/checksums_kit.hpp"
 #include "morva/checksums.h"
@@ -51,7 +51,15 @@ struct Vk64 : morva::Crc64 {
 
 template <class Crc>
 class Crcs : public testing::Test {};
-using All = testing::Types<Vk16, Vk32, Vk64>;
+struct Qt : morva::QtCrc {
+    static Word add(Word crc, std::string_view bytes) {
+        Word result = 1;
+        return crc == 0 ? qtcrc(&result, bytes.data(), kit::count_of(bytes))
+                        : add_plain(crc, kit::bytes_of(bytes), bytes.size());
+    }
+    static Word combine(Word a, Word b, long n) { return qtcrc_combine(a, b, n); }
+};
+using All = testing::Types<Vk16, Vk32, Vk64, Qt>;
 TYPED_TEST_SUITE(Crcs, All);
 
 TYPED_TEST(Crcs, AreTheRemaindersOfDivision) {
@@ -106,14 +114,35 @@ TEST(Checksums, AreTheKnownOnes) {
     EXPECT_EQ(qtchecksum(&sum, high.data(), -1), 0);
 }
 
-TEST(QtCrc, CombinesFromPieces) {
-    const std::string text = kit::noise(100);
-    uint32_t whole, first, second;
-    qtcrc(&whole, text.data(), 100);
-    qtcrc(&first, text.data(), 33);
-    qtcrc(&second, text.data() + 33, 67);
-    EXPECT_EQ(qtcrc_combine(first, second, 67), whole);
-    EXPECT_EQ(qtcrc_combine(first, second, 0), first);
+// Each version over bytes that end at an unmapped page, so that none is read behind them, and that
+// begin at every alignment.
+TYPED_TEST(Crcs, AreTheSameByEveryVersion) {
+    using Word = typename TypeParam::Word;
+    const std::string text = kit::noise(3000);
+    for (const auto& version : morva::fold_versions()) {
+        if (!version.runs()) continue;
+        for (size_t n = 0; n <= 3000; n += n < 700 ? 1 : 37) {
+            const kit::Guarded guarded(std::string_view(text).substr(0, n));
+            const unsigned char* bytes = kit::bytes_of({guarded.data(), n});
+            for (const Word start : {Word{0}, static_cast<Word>(0x8a2b3c4d5e6f7081 * (n + 1))})
+                ASSERT_EQ((morva::add_folded<TypeParam>(version, start, bytes, n)),
+                          TypeParam::add_plain(start, bytes, n))
+                    << version.name << " " << n;
+        }
+    }
+}
+
+// The first bytes of a message in front of which nothing may be read either.
+TYPED_TEST(Crcs, ReadNothingInFront) {
+    const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+    auto* map = static_cast<unsigned char*>(
+        ::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_EQ(::mprotect(map, page, PROT_NONE), 0);
+    std::memcpy(map + page, kit::noise(400).data(), 400);
+    for (size_t n = 0; n < 400; ++n)
+        ASSERT_EQ(TypeParam::add(0, {reinterpret_cast<char*>(map) + page, n}),
+                  TypeParam::add_plain(0, map + page, n));
+    ::munmap(map, 2 * page);
 }
 
 }  // namespace

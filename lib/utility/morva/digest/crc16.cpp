@@ -1,4 +1,4 @@
-#include "digest/crc.hpp"
+#include "digest/crc_fold.hpp"
 #include "morva/checksums.h"
 
 using morva::Crc16;
@@ -6,10 +6,7 @@ using morva::Crc16;
 extern "C" {
 
 uint16_t vk_crc16(uint16_t* crc, const void* bytes, int n) {
-    if (n > 0)
-        *crc = Crc16::add_plain(*crc, static_cast<const unsigned char*>(bytes),
-                                static_cast<std::size_t>(n));
-    return *crc;
+    return *crc = morva::add_bytes<Crc16>(*crc, bytes, n);
 }
 
 uint16_t vk_crc16_combine(uint16_t first, uint16_t second, long n) {

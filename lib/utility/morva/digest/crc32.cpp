@@ -1,4 +1,4 @@
-#include "digest/crc.hpp"
+#include "digest/crc_fold.hpp"
 #include "morva/checksums.h"
 
 using morva::Crc32;
@@ -6,10 +6,7 @@ using morva::Crc32;
 extern "C" {
 
 uint32_t vk_crc32(uint32_t* crc, const void* bytes, int n) {
-    if (n > 0)
-        *crc = Crc32::add_plain(*crc, static_cast<const unsigned char*>(bytes),
-                                static_cast<std::size_t>(n));
-    return *crc;
+    return *crc = morva::add_bytes<Crc32>(*crc, bytes, n);
 }
 
 uint32_t vk_crc32_combine(uint32_t first, uint32_t second, long n) {

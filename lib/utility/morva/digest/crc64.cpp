@@ -1,4 +1,4 @@
-#include "digest/crc.hpp"
+#include "digest/crc_fold.hpp"
 #include "morva/checksums.h"
 
 using morva::Crc64;
@@ -6,10 +6,7 @@ using morva::Crc64;
 extern "C" {
 
 uint64_t vk_crc64(uint64_t* crc, const void* bytes, int n) {
-    if (n > 0)
-        *crc = Crc64::add_plain(*crc, static_cast<const unsigned char*>(bytes),
-                                static_cast<std::size_t>(n));
-    return *crc;
+    return *crc = morva::add_bytes<Crc64>(*crc, bytes, n);
 }
 
 uint64_t vk_crc64_combine(uint64_t first, uint64_t second, long n) {

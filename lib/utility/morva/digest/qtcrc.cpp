@@ -1,6 +1,6 @@
 #include <numeric>
 
-#include "digest/crc.hpp"
+#include "digest/crc_fold.hpp"
 #include "morva/checksums.h"
 
 using morva::QtCrc;
@@ -8,9 +8,7 @@ using morva::QtCrc;
 extern "C" {
 
 uint32_t qtcrc(uint32_t* crc, const void* bytes, int n) {
-    const auto count = static_cast<std::size_t>(n > 0 ? n : 0);
-    *crc = QtCrc::add_plain(0, static_cast<const unsigned char*>(bytes), count);
-    return *crc;
+    return *crc = morva::add_bytes<QtCrc>(0, bytes, n);
 }
 
 uint32_t qtcrc_combine(uint32_t first, uint32_t second, long n) {
