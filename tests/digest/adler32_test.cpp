@@ -20,6 +20,21 @@ TEST(Adler32, IsThatOfZlib) {
                     << n;
 }
 
+TEST(Adler32, IsTheSameByEveryVersion) {
+    for (const std::string& text : {kit::noise(20000), std::string(20000, '\xff')})
+        for (const auto& version : morva::adler::versions()) {
+            if (!version.runs()) continue;
+            for (size_t n = 0; n <= text.size(); n += n < 300 ? 1 : 499) {
+                const kit::Guarded guarded(std::string_view(text).substr(0, n));
+                const unsigned char* bytes = kit::bytes_of({guarded.data(), n});
+                for (const uint32_t start : {1u, 0xfff0fff0u})
+                    ASSERT_EQ(version.add(start, bytes, n),
+                              morva::adler::add_plain(start, bytes, n))
+                        << version.name << " " << n;
+            }
+        }
+}
+
 TEST(Adler32, CombinesFromPieces) {
     const std::string text = kit::noise(9000);
     const uint32_t whole = vk_adler32(1, text.data(), 9000);

@@ -1,6 +1,7 @@
-#include "morva/sha.h"
+#include "digest/sha.hpp"
 
 #include "digest/checksums_kit.hpp"
+#include "morva/sha.h"
 
 namespace {
 
@@ -41,6 +42,18 @@ TEST(Sha1, IsTheSameInPieces) {
         const std::string whole = sha_of(part, 1000);
         for (const size_t piece : {1u, 3u, 55u, 56u, 63u, 64u, 65u, 128u})
             ASSERT_EQ(sha_of(part, piece), whole) << n << " by " << piece;
+    }
+}
+
+TEST(Sha1, IsTheSameByEveryVersion) {
+    const auto faster = morva::sha::add_blocks_x86();
+    if (faster == nullptr) GTEST_SKIP() << "no instructions for SHA-1";
+    const std::string text = kit::noise(64 * 20);
+    for (size_t blocks = 0; blocks <= 20; ++blocks) {
+        uint32_t plain[] = {1, 2, 3, 0x80000004, ~0u}, fast[] = {1, 2, 3, 0x80000004, ~0u};
+        morva::sha::add_blocks_plain(plain, kit::bytes_of(text), blocks);
+        faster(fast, kit::bytes_of(text), blocks);
+        EXPECT_EQ(std::memcmp(plain, fast, sizeof plain), 0) << blocks;
     }
 }
 

@@ -28,8 +28,8 @@ extern "C" {
 uint32_t vk_adler32(uint32_t adler, const void* bytes, int n) {
     if (bytes == nullptr) return 1;
     if (n <= 0) return adler;
-    return morva::adler::add_plain(adler, static_cast<const unsigned char*>(bytes),
-                                   static_cast<std::size_t>(n));
+    return morva::adler::g_add(adler, static_cast<const unsigned char*>(bytes),
+                               static_cast<std::size_t>(n));
 }
 
 // The second piece's first sum began with 1 instead of the first piece's sum, and every one of its

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace morva::adler {
 
@@ -13,6 +14,19 @@ constexpr std::size_t kRun = 5552;
 static_assert(255ull * kRun * (kRun + 1) / 2 + (kRun + 1) * (kModulus - 1) <= UINT32_MAX);
 static_assert(255ull * (kRun + 1) * (kRun + 2) / 2 + (kRun + 2) * (kModulus - 1) > UINT32_MAX);
 
+using Add = std::uint32_t (*)(std::uint32_t adler, const unsigned char* bytes, std::size_t n);
+
 std::uint32_t add_plain(std::uint32_t adler, const unsigned char* bytes, std::size_t n);
+
+// Versions for processors that can do more; better ones first.
+struct Version {
+    const char* name;
+    bool (*runs)();
+    Add add;
+};
+std::span<const Version> versions();
+
+// The best of all, chosen when the library is loaded.
+extern Add g_add;
 
 }  // namespace morva::adler

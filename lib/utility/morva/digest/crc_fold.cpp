@@ -21,6 +21,7 @@ using Constants = FoldConstants;
 using Pair = FoldConstants::Pair;
 constexpr std::size_t kPiece = 16;
 constexpr std::size_t kWide = 64;
+constexpr std::size_t kAhead = 2048;  // how far ahead of the work memory is asked for
 
 MORVA_CLMUL inline __m128i load(const void* bytes) {
     return _mm_loadu_si128(static_cast<const __m128i*>(bytes));
@@ -128,9 +129,9 @@ MORVA_VCLMUL std::uint64_t fold_vclmul(std::uint64_t start, const unsigned char*
     };
     __m512i a;
     if (odd > 0) {
-        const __mmask64 last = ~std::uint64_t{0} << (kWide - odd);
-        a = _mm512_maskz_loadu_epi8(last, bytes + odd - kWide);
-        a = turned<kReflected>(_mm512_xor_si512(a, _mm512_maskz_expand_epi8(last, more)));
+        const __mmask64 front = ~std::uint64_t{0} >> (kWide - odd), back = front << (kWide - odd);
+        a = n < kWide ? _mm512_maskz_loadu_epi8(front, bytes) : _mm512_loadu_si512(bytes);
+        a = turned<kReflected>(_mm512_maskz_expand_epi8(back, _mm512_xor_si512(a, more)));
         more = _mm512_zextsi128_si512(word(odd < sizeof start ? start >> (8 * odd) : 0));
         bytes += odd;
         if (bytes < end)
@@ -141,6 +142,8 @@ MORVA_VCLMUL std::uint64_t fold_vclmul(std::uint64_t start, const unsigned char*
     if (end - bytes >= static_cast<std::ptrdiff_t>(3 * kWide)) {
         __m512i b = next(), d = next(), e = next();
         while (end - bytes >= static_cast<std::ptrdiff_t>(4 * kWide)) {
+            for (std::size_t line = 0; line < 4; ++line)
+                _mm_prefetch(bytes + kAhead + line * kWide, _MM_HINT_T0);
             a = added(a, c.fold[16], next());
             b = added(b, c.fold[16], next());
             d = added(d, c.fold[16], next());

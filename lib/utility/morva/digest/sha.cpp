@@ -11,7 +11,7 @@ void sha_init(Sha* sha) {
 void sha_update(Sha* sha, const void* bytes, int n) {
     if (n > 0)
         morva::take(*sha, static_cast<const unsigned char*>(bytes), static_cast<std::size_t>(n),
-                    morva::sha::add_blocks);
+                    morva::sha::g_add_blocks);
 }
 
 void sha_block(Sha* sha, const unsigned char* block) {
@@ -23,7 +23,7 @@ void sha_transform(Sha* sha, const uint32_t* words) {
 }
 
 void sha_final(Sha* sha) {
-    morva::pad<std::endian::big>(*sha, morva::sha::add_blocks);
+    morva::pad<std::endian::big>(*sha, morva::sha::g_add_blocks);
 }
 
 void sha_digest(const Sha* sha, unsigned char* digest) {

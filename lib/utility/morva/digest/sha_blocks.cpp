@@ -47,7 +47,7 @@ void add_words(std::uint32_t* state, const std::uint32_t* words) {
     for (int i = 0; i < 5; ++i) state[i] += now[i];
 }
 
-void add_blocks(std::uint32_t* state, const unsigned char* bytes, std::size_t blocks) {
+void add_blocks_plain(std::uint32_t* state, const unsigned char* bytes, std::size_t blocks) {
     for (; blocks > 0; --blocks, bytes += kBlock) {
         std::uint32_t words[kBlock / 4];
         load_words<std::endian::big>(bytes, words);
