@@ -37,8 +37,9 @@ class Forced {
 
 // The versions that this processor can run.
 inline std::vector<morva::Simd> versions() {
-    if (morva::best_simd() == morva::Simd::kPlain) return {morva::Simd::kPlain};
-    return {morva::Simd::kPlain, morva::Simd::kAvx2};
+    std::vector<morva::Simd> all = {morva::Simd::kPlain, morva::Simd::kAvx2, morva::Simd::kAvx512};
+    all.resize(static_cast<size_t>(morva::best_simd()) + 1);
+    return all;
 }
 
 inline std::string encoded(const Samples& samples) {

@@ -8,11 +8,16 @@ constinit Simd g_simd = Simd::kPlain;
 Simd best_simd() {
 #ifdef __x86_64__
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-        __builtin_cpu_supports("bmi2"))
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("bmi") ||
+        !__builtin_cpu_supports("bmi2"))
+        return Simd::kPlain;
+    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
+        !__builtin_cpu_supports("avx512vl") || !__builtin_cpu_supports("avx512vbmi"))
         return Simd::kAvx2;
-#endif
+    return Simd::kAvx512;
+#else
     return Simd::kPlain;
+#endif
 }
 
 void force_simd(Simd version) {

@@ -1,15 +1,22 @@
-// Which version of a hot loop runs. Each such loop exists once in plain C++ and once for AVX2; the
-// choice falls when the library is loaded, by what the processor offers.
+// Which version of a hot loop runs. Each such loop exists once in plain C++, once for AVX2, and
+// where it pays once for AVX-512; the choice falls when the library is loaded, by what the
+// processor offers.
 #pragma once
 
 namespace morva {
 
-enum class Simd { kPlain, kAvx2 };  // kAvx2 stands for AVX2, BMI1 and BMI2 together
+// In this order each offers all that the one before it does.
+enum class Simd {
+    kPlain,
+    kAvx2,   // AVX2, BMI1 and BMI2
+    kAvx512  // AVX-512 F, BW, VL and VBMI too
+};
 
 extern Simd g_simd;
 
-inline Simd simd() {
-    return g_simd;
+// Whether loops written for a version may run.
+inline bool may_use(Simd version) {
+    return g_simd >= version;
 }
 
 // The best version that this processor can run.
@@ -20,9 +27,11 @@ void force_simd(Simd version);
 
 }  // namespace morva
 
-// Marks a function that is compiled for the kAvx2 version.
+// Marks a function that is compiled for a version.
 #ifdef __x86_64__
 #define MORVA_AVX2 __attribute__((target("avx2,bmi,bmi2")))
+#define MORVA_AVX512 __attribute__((target("avx2,bmi,bmi2,avx512f,avx512bw,avx512vl,avx512vbmi")))
 #else
 #define MORVA_AVX2
+#define MORVA_AVX512
 #endif

@@ -58,8 +58,8 @@ std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_
 }
 
 std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
-    return simd() == Simd::kAvx2 ? encode_avx2(series, keys, data)
-                                 : encode_plain(series, keys, data);
+    return may_use(Simd::kAvx2) ? encode_avx2(series, keys, data)
+                                : encode_plain(series, keys, data);
 }
 
 }  // namespace morva::canada

@@ -33,8 +33,8 @@ Encoded encode_plain(const std::int32_t* samples, std::size_t count, char* out) 
 }
 
 Encoded encode_samples(const std::int32_t* samples, std::size_t count, char* out) {
-    return simd() == Simd::kAvx2 ? encode_avx2(samples, count, out)
-                                 : encode_plain(samples, count, out);
+    return may_use(Simd::kAvx2) ? encode_avx2(samples, count, out)
+                                : encode_plain(samples, count, out);
 }
 
 }  // namespace morva

@@ -51,7 +51,7 @@ void decode_plain(const Source& source, std::int32_t* samples) {
 }
 
 void decode(const Source& source, std::int32_t* samples) {
-    simd() == Simd::kAvx2 ? decode_avx2(source, samples) : decode_plain(source, samples);
+    may_use(Simd::kAvx2) ? decode_avx2(source, samples) : decode_plain(source, samples);
 }
 
 }  // namespace morva::canada

@@ -95,8 +95,8 @@ Expanded expand_plain(const std::uint8_t* bytes, std::size_t size, std::int32_t*
 
 Expanded expand(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                 std::size_t count) {
-    return simd() == Simd::kAvx2 ? expand_avx2(bytes, size, samples, count)
-                                 : expand_plain(bytes, size, samples, count);
+    return may_use(Simd::kAvx2) ? expand_avx2(bytes, size, samples, count)
+                                : expand_plain(bytes, size, samples, count);
 }
 
 }  // namespace morva::ucsd

@@ -88,7 +88,7 @@ Decoded decode_plain(std::string_view data, std::int32_t* samples) {
 }
 
 Decoded decode_samples(std::string_view data, std::int32_t* samples) {
-    return simd() == Simd::kAvx2 ? decode_avx2(data, samples) : decode_plain(data, samples);
+    return may_use(Simd::kAvx2) ? decode_avx2(data, samples) : decode_plain(data, samples);
 }
 
 }  // namespace morva

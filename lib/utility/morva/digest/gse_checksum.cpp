@@ -71,8 +71,8 @@ std::int32_t add_to_checksum_plain(std::int32_t sum, const std::int32_t* samples
 }
 
 std::int32_t add_to_checksum(std::int32_t sum, const std::int32_t* samples, std::size_t count) {
-    return simd() == Simd::kAvx2 ? add_blocks_avx2(sum, samples, count)
-                                 : add_blocks(sum, samples, count);
+    return may_use(Simd::kAvx2) ? add_blocks_avx2(sum, samples, count)
+                                : add_blocks(sum, samples, count);
 }
 
 }  // namespace morva

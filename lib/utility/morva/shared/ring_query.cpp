@@ -53,7 +53,7 @@ void for_each(const View& view, const Selection& selection, Visit visit) {
 
 Extreme extreme_of(const View& view, const Selection& selection, double sign) {
     const auto scan =
-        morva::simd() == Simd::kAvx2 ? morva::ring::extreme_avx2 : morva::ring::extreme_plain;
+        morva::may_use(Simd::kAvx2) ? morva::ring::extreme_avx2 : morva::ring::extreme_plain;
     const auto newer = view.first_piece();
     const Extreme first = scan(newer, selection, sign);
     const Extreme second = scan(view.second_piece(), selection, sign);
@@ -72,7 +72,7 @@ double extreme_ring(Ring* ring, int* i, double span, double sign) {
 
 Moments moments_of(const View& view, const Selection& selection) {
     const auto scan =
-        morva::simd() == Simd::kAvx2 ? morva::ring::moments_avx2 : morva::ring::moments_plain;
+        morva::may_use(Simd::kAvx2) ? morva::ring::moments_avx2 : morva::ring::moments_plain;
     Moments moments = scan(view.first_piece(), selection);
     moments.add(scan(view.second_piece(), selection));
     return moments;
