@@ -41,7 +41,8 @@ MORVA_BEGIN
 
 /* The files that `name` stands for, from lowest to highest priority: a new list of full names, to
  * be freed with freetbl(list, free). With a non-zero `all`, also those that do not exist or cannot
- * be read, in folders that do exist. Preserves errno. */
+ * be read, in folders of the path that do exist, and the one that the name itself is. Preserves
+ * errno. */
 MORVA_API Tbl* pffiles(const char* name, int all);
 
 /* Reads all files of `name` into a new tree, *pf, which the caller frees with pffree, also after a
