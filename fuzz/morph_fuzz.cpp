@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/pattern_guard.hpp"
 #include "morva/elog.h"
 #include "morva/morph.h"
 #include "morva/strings.h"
@@ -58,6 +59,13 @@ void rename(const std::string& name, Tbl* table, int flags) {
     if (strlen(small.data()) >= small.size()) abort();
 }
 
+// Whether the C library alone would take minutes for a rule.
+bool is_slow(Tbl* table) {
+    for (long i = 0; i < maxtbl(table); ++i)
+        if (morva::over_ceiling(static_cast<Morph_rule*>(gettbl(table, i))->pattern)) return true;
+    return false;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -78,6 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Tbl* table;
     const long bad = newmorphtbl(rules, &table);
     if (bad + maxtbl(table) != maxtbl(rules)) abort();
+    if (is_slow(table)) at = lines.size();
     for (; at < lines.size(); ++at) rename(lines[at], table, flags);
     freemorphtbl(table);
     freetbl(rules, nullptr);
