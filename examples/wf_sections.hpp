@@ -10,6 +10,7 @@
 //     STOP
 #pragma once
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -22,11 +23,13 @@ struct Section {
     char start[24];     // as the message gives it: 2007/03/21 22:23:00.004
     char station[8];
     char channel[8];
-    char format[8];    // CM6, INT, CM8, ...; empty when the WID2 line can't be read
-    bool announced;    // by a WID2 line; false for data that stand in the message without one
-    long samples;      // stated, -1 when unknown
-    double rate;       // samples a second
-    const char* text;  // from the DAT2 line on; null without one
+    char format[8];      // CM6, INT, CM8, ...; empty when the WID2 line can't be read
+    bool announced;      // by a WID2 line; false for data that stand in the message without one
+    long samples;        // stated, -1 when unknown
+    double rate;         // samples a second
+    double calibration;  // nm a count at the calibration period; 0 when unknown
+    double period;       // the calibration period, in seconds; 0 when unknown
+    const char* text;    // from the DAT2 line on; null without one
     long length;
 };
 
@@ -82,6 +85,13 @@ inline bool is_rate(double rate) {
     return rate > 0 && rate < 1e6;
 }
 
+// Calibration and its period, from their texts. What is no reasonable number counts as unknown.
+inline void take_calibration(Section* section, const char* calibration, const char* period) {
+    const auto sound = [](double value) { return std::fabs(value) < 1e12 ? value : 0; };
+    section->calibration = sound(std::strtod(calibration, nullptr));
+    section->period = sound(std::strtod(period, nullptr));
+}
+
 // CM6, INT, AU8: a damaged name must not pass for a format that is merely unknown.
 inline bool is_format(std::string_view name) {
     const auto is_letter = [](char c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; };
@@ -105,6 +115,10 @@ inline bool read_wid2_columns(Section* section, std::string_view line) {
     copy_columns(rate, line, 58, 68);
     section->samples = whole_number(samples);
     section->rate = std::strtod(rate, nullptr);
+    char calibration[11], period[8];
+    copy_columns(calibration, line, 70, 79);
+    copy_columns(period, line, 81, 87);
+    take_calibration(section, calibration, period);
     return section->samples >= 0 && is_rate(section->rate) && is_format(section->format);
 }
 
@@ -133,6 +147,7 @@ inline bool read_wid2_words(Section* section, std::string_view line) {
         copy_columns(section->format, word(at - 1), 1, 7);
         section->samples = whole_number(word(at).data());
         section->rate = std::strtod(word(at + 1).data(), nullptr);
+        take_calibration(section, word(at + 2).data(), word(at + 3).data());
     }
     freetbl(words, nullptr);
     return found && is_rate(section->rate) && is_format(section->format);

@@ -15,6 +15,8 @@ struct Settings {
     std::vector<std::string> files;  // to report on when none is named
     std::string select;              // stations and channels; empty: all
     std::vector<Column> columns = all_columns();
+    std::string unit;            // of amplitudes; empty: counts
+    bool announce = true;        // tell who the program is
     double max_file_size = 1e9;  // bytes
     long max_bad_files = 0;      // 0: any number
 };
@@ -55,6 +57,9 @@ inline void take_settings(Pf* pf, Settings& settings) {
     const auto headings = texts(pf, "columns");
     if (!headings.empty()) settings.columns.clear();
     for (const std::string& heading : headings) settings.columns.push_back(column_named(heading));
+    if (const char* unit = pfget_string(pf, "amplitude_unit")) settings.unit = unit;
+    require_motion(settings.unit);
+    if (pfget_string(pf, "announce")) settings.announce = pfget_boolean(pf, "announce") != 0;
     if (pfget_string(pf, "max_file_size")) settings.max_file_size = pfget_size(pf, "max_file_size");
     if (pfget_string(pf, "max_bad_files")) settings.max_bad_files = pfget_int(pf, "max_bad_files");
 }

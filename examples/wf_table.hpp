@@ -4,11 +4,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <numeric>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "wf_sections.hpp"
+#include "wf_units.hpp"
 
 struct Row {
     std::string_view file;
@@ -17,6 +20,7 @@ struct Row {
     const int32_t* decoded;  // null when they were not
     std::string verdict;
     double seconds;  // that decoding took
+    Scale scale;     // of the amplitudes
 };
 
 inline std::string with_decimals(int decimals, double value) {
@@ -35,15 +39,43 @@ inline std::string start_time(const Section* section) {
     return start;
 }
 
+inline bool has_samples(const Row& row) {
+    return row.decoded != nullptr && row.samples > 0;
+}
+
+using Samples = std::span<const int32_t>;
+
+// A number made of the counts, in the unit of the row: with six digits, or counts as they are.
+template <class Counts>
+std::string amplitude(const Row& row, int decimals, Counts counts) {
+    if (!has_samples(row)) return "-";
+    const double number = counts(Samples(row.decoded, static_cast<std::size_t>(row.samples)));
+    if (is_counts(row.scale.unit)) return with_decimals(decimals, number);
+    char text[64];
+    std::snprintf(text, sizeof text, "%.6g", number * row.scale.factor);
+    return text;
+}
+
+// The smallest or the largest amplitude; a negative calibration turns the ground upside down.
+inline std::string extreme(const Row& row, bool largest) {
+    return amplitude(row, 0, [&](Samples counts) -> double {
+        const auto [least, most] = std::ranges::minmax(counts);
+        return largest == (row.scale.factor > 0) ? most : least;
+    });
+}
+
+inline std::string mean(const Row& row) {
+    return amplitude(row, 3, [](Samples counts) {
+        return std::accumulate(counts.begin(), counts.end(), 0.0) /
+               static_cast<double>(counts.size());
+    });
+}
+
 struct Column {
     const char* heading;
     int width;  // negative: flush left
     std::string (*cell)(const Row&);
 };
-
-inline bool has_samples(const Row& row) {
-    return row.decoded != nullptr && row.samples > 0;
-}
 
 inline const std::vector<Column>& all_columns() {
     static const std::vector<Column> columns = {
@@ -53,23 +85,11 @@ inline const std::vector<Column>& all_columns() {
         {"start", -23, [](const Row& row) { return start_time(row.section); }},
         {"samples", 8, [](const Row& row) { return std::to_string(row.samples); }},
         {"rate", 10, [](const Row& row) { return with_decimals(4, row.section->rate); }},
-        {"minimum", 11,
-         [](const Row& row) {
-             if (!has_samples(row)) return std::string("-");
-             return std::to_string(*std::min_element(row.decoded, row.decoded + row.samples));
-         }},
-        {"maximum", 11,
-         [](const Row& row) {
-             if (!has_samples(row)) return std::string("-");
-             return std::to_string(*std::max_element(row.decoded, row.decoded + row.samples));
-         }},
-        {"mean", 13,
-         [](const Row& row) {
-             if (!has_samples(row)) return std::string("-");
-             double sum = 0;
-             for (long i = 0; i < row.samples; ++i) sum += row.decoded[i];
-             return with_decimals(3, sum / static_cast<double>(row.samples));
-         }},
+        {"minimum", 11, [](const Row& row) { return extreme(row, false); }},
+        {"maximum", 11, [](const Row& row) { return extreme(row, true); }},
+        {"mean", 13, mean},
+        {"unit", -6,
+         [](const Row& row) { return std::string(has_samples(row) ? row.scale.unit : "-"); }},
         {"checksum", -9, [](const Row& row) { return row.verdict; }},
         {"B/sample", 8,
          [](const Row& row) {

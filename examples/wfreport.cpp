@@ -26,6 +26,7 @@
 
 namespace {
 
+constexpr char kVersion[] = "1.0";
 constexpr char kUsage[] =
     "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard input\n"
     "\twithout FILE: of those that the parameter file wfreport names\n";
@@ -133,7 +134,8 @@ void print_row(const File& file, const Settings& settings, const Row& row) {
 
 void skip_section(const File& file, const Section* section, Totals& totals) {
     const std::string verdict = std::string("skipped: ") + section->format;
-    print_row(file, totals.settings, {file.name, section, section->samples, nullptr, verdict, 0});
+    print_row(file, totals.settings,
+              {file.name, section, section->samples, nullptr, verdict, 0, {}});
     setarr(totals.formats, section->format, "");
     ++totals.skipped;
 }
@@ -141,9 +143,10 @@ void skip_section(const File& file, const Section* section, Totals& totals) {
 void report_section(File& file, const Section* section, long number, Decoder& decoder,
                     const Settings& settings) {
     decode(section, decoder);
-    print_row(file, settings,
-              {file.name, section, decoder.nsamp, decoder.samples,
-               verdict_word(decoder.verdict.status), decoder.seconds});
+    print_row(
+        file, settings,
+        {file.name, section, decoder.nsamp, decoder.samples, verdict_word(decoder.verdict.status),
+         decoder.seconds, scale_of(section, settings.unit)});
     if (decoder.verdict.status != UM6_GOOD) {
         note_verdict(file, section, number, decoder.verdict);
     } else if (decoder.nsamp != section->samples) {
@@ -288,6 +291,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> files =
         argc > 1 ? std::vector<std::string>(argv + 1, argv + argc) : settings.files;
     if (files.empty()) elog_die(0, kUsage, Program_Name);
+    if (settings.announce) announce(nullptr, kVersion);
     if (!settings.sources.empty()) elog_notify(0, "settings from %s\n", settings.sources.c_str());
     totals.formats = newarr(nullptr);
     process_files(files, totals);

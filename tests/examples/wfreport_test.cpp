@@ -8,6 +8,7 @@ namespace {
 
 const std::string kPrograms = MORVA_BINARY_DIR "/bin/";
 const std::string kShipped = MORVA_SOURCE_DIR "/data/samples/";
+const std::string kUnits = MORVA_SOURCE_DIR "/data/units";
 const std::string kWid2 =
     "WID2 2026/03/14 04:21:07.350 ALDA  HHZ      CM6        4  100.000000   6.25e-02   1.000\n";
 
@@ -28,8 +29,9 @@ class Wfreport : public testing::Test {
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out,
                 kit::read_file(folder_.file("errors"))};
     }
+    // Without what a good run has to say.
     Outcome report(const std::string& arguments) {
-        return run(kPrograms + "wfreport " + arguments);
+        return run("ELOG_DELIVER=/dev/null@n " + kPrograms + "wfreport " + arguments);
     }
     void write(const std::string& name, const std::string& text) {
         kit::write_file(folder_.file(name), text);
@@ -83,7 +85,7 @@ TEST_F(Wfreport, PrintsWhatASectionHolds) {
     EXPECT_THAT(seen.err, testing::HasSubstr("m.gse2: section 1 (ALDA HHZ), line 3: CHK2 says 13, "
                                              "samples give 53\n"));
     EXPECT_EQ(fixed_part(seen.out, "m.gse2"),
-              "m.gse2 ALDA HHZ 2026-03-14 04:21:07.350 4 100.0000 5 20 13.250 DIFFERS 4.50");
+              "m.gse2 ALDA HHZ 2026-03-14 04:21:07.350 4 100.0000 5 20 13.250 counts DIFFERS 4.50");
     EXPECT_THAT(seen.out, testing::EndsWith("\n1 section in 1 file: 1 bad section, 1 bad file\n"));
 }
 
@@ -119,7 +121,7 @@ TEST_F(Wfreport, TakesSloppyLines) {
         write("m.gse2", text);
         const Outcome seen = report("m.gse2");
         EXPECT_EQ(seen.status, 0) << text << seen.err;
-        EXPECT_EQ(row_of(seen.out, "m.gse2").at(10), "good") << text;
+        EXPECT_EQ(row_of(seen.out, "m.gse2").at(11), "good") << text;
     }
 }
 
@@ -176,7 +178,7 @@ TEST_F(Wfreport, GoesOnAfterABadFile) {
     EXPECT_EQ(seen.err,
               "wfreport: missing.gse2: can't read it: No such file or directory\n"
               "wfreport: .: can't read it: Is a directory\n");
-    EXPECT_EQ(row_of(seen.out, "good.gse2").at(10), "good");
+    EXPECT_EQ(row_of(seen.out, "good.gse2").at(11), "good");
     EXPECT_EQ(row_of(seen.out, "skipped.gse2").back(), "CM8");
     EXPECT_THAT(seen.out, testing::EndsWith("\n2 sections in 4 files: 0 bad sections, 2 bad files, "
                                             "1 section skipped (CM8)\n"));
@@ -195,7 +197,8 @@ TEST_F(Wfreport, ReadsStandardInputAndExplainsItself) {
 
 TEST_F(Wfreport, TakesItsSettingsFromAParameterFile) {
     const std::string root = MORVA_SOURCE_DIR;
-    write("wfreport.pf", "select &Tbl{\nBREK:HHN\n}\ncolumns &Tbl{\nsta\nchecksum\nstart\n}\n");
+    write("wfreport.pf",
+          "announce no\nselect &Tbl{\nBREK:HHN\n}\ncolumns &Tbl{\nsta\nchecksum\nstart\n}\n");
     const std::string path = "PFPATH=" + root + "/data/pf:. ";
     const Outcome seen = run("KORVALIN=" + root + " " + path + kPrograms + "wfreport");
     EXPECT_EQ(seen.err,
@@ -214,6 +217,60 @@ TEST_F(Wfreport, TakesItsSettingsFromAParameterFile) {
     write("wfreport.pf", "columns &Tbl{\n");
     EXPECT_THAT(report(kShipped + "synthetic.gse2").err,
                 testing::EndsWith("errors in the settings; they come from ./wfreport.pf\n"));
+}
+
+// A section of the counts 5, 13, 15 and 20, with a calibration.
+std::string calibrated(const std::string& calibration) {
+    std::string wid2 = kWid2;
+    wid2.replace(wid2.find("  6.25e-02   1.000"), 18, calibration);
+    return wid2 + "DAT2\n31K1\nCHK2 53\n";
+}
+
+TEST_F(Wfreport, ReportsAmplitudesInPhysicalUnits) {
+    const struct {
+        const char *unit, *calibration, *cells;
+    } rows[] = {
+        {"nm", "  6.25e-02   1.000", "0.3125 1.25 0.828125 nm"},
+        {"um", "  6.25e-02        ", "0.0003125 0.00125 0.000828125 um"},
+        {"nm/s", "  6.25e-02   1.000", "1.9635 7.85398 5.20326 nm/s"},
+        {"nm/s", "  6.25e-02   2.000", "0.981748 3.92699 2.60163 nm/s"},
+        {"nm/s^2", "  6.25e-02   1.000", "12.337 49.348 32.6931 nm/s^2"},
+        {"mgal", "  6.25e-02   1.000", "0.0012337 0.0049348 0.00326931 mgal"},
+        {"nm", " -6.25e-02   1.000", "-1.25 -0.3125 -0.828125 nm"},
+        {"counts", "  6.25e-02   1.000", "5 20 13.250 counts"},
+        {"nm", "  0.00e+00   1.000", "5 20 13.250 counts"},
+        {"nm", "", "5 20 13.250 counts"},
+        {"nm", "       nan   1.000", "5 20 13.250 counts"},
+        {"nm/s", "  6.25e-02   0.000", "5 20 13.250 counts"},
+    };
+    for (const auto& row : rows) {
+        write("wfreport.pf", std::string("amplitude_unit ") + row.unit + "\n");
+        write("m.gse2", calibrated(row.calibration));
+        const kit::Env table("UNITS", kUnits.c_str());
+        const Outcome seen = report("m.gse2");
+        EXPECT_EQ(seen.status, 0) << row.unit << seen.err;
+        EXPECT_THAT(fixed_part(seen.out, "m.gse2"),
+                    testing::HasSubstr(std::string(" 100.0000 ") + row.cells + " good"))
+            << row.unit << row.calibration;
+    }
+    const kit::Env table("UNITS", kUnits.c_str());
+    for (const char* unit : {"kg", "m/furlog"}) {
+        write("wfreport.pf", std::string("amplitude_unit ") + unit + "\n");
+        const Outcome seen = report("m.gse2");
+        EXPECT_EQ(seen.status, 1);
+        EXPECT_THAT(seen.err,
+                    testing::HasSubstr(std::string("parameter file wfreport: '") + unit +
+                                       "' is neither counts nor a unit of ground motion\n"));
+    }
+}
+
+TEST_F(Wfreport, AnnouncesItself) {
+    write("m.gse2", calibrated(""));
+    EXPECT_THAT(run(kPrograms + "wfreport m.gse2").err,
+                testing::AllOf(testing::HasSubstr("wfreport 1.0   using libmorva "),
+                               testing::HasSubstr("wfreport m.gse2 <#>\n")));
+    write("wfreport.pf", "announce no\n");
+    EXPECT_EQ(run(kPrograms + "wfreport m.gse2").err, "wfreport: settings from ./wfreport.pf\n");
 }
 
 }  // namespace

@@ -1,0 +1,49 @@
+// What a count of a section stands for, in the unit that the settings ask for.
+//
+// The WID2 line gives the calibration: so many nm of ground displacement for a count, at the
+// calibration period. Velocity and acceleration are those of a sine of that period.
+#pragma once
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "morva.h"
+#include "wf_sections.hpp"
+
+struct Scale {
+    double factor = 1;  // for a count
+    const char* unit = "counts";
+};
+
+inline bool is_counts(const std::string& unit) {
+    return unit.empty() || unit == "count" || unit == "counts";
+}
+
+// Displacement, and what follows from it by a derivative each.
+constexpr const char* kMotions[] = {"nm", "nm/s", "nm/s^2"};
+
+// Ends the program when the unit is none of ground motion.
+inline void require_motion(const std::string& unit) {
+    if (is_counts(unit)) return;
+    for (const char* motion : kMotions) {
+        double ignored;
+        if (units_convert(1, motion, &ignored, unit.c_str(), nullptr) == 0) return;
+    }
+    elog_die(0, "parameter file wfreport: '%s' is neither counts nor a unit of ground motion\n",
+             unit.c_str());
+}
+
+// Counts for a section whose WID2 line does not give what is needed.
+inline Scale scale_of(const Section* section, const std::string& unit) {
+    if (is_counts(unit) || section->calibration == 0) return {};
+    double amplitude = section->calibration;
+    for (const char* motion : kMotions) {
+        double factor;
+        if (units_convert(amplitude, motion, &factor, unit.c_str(), nullptr) == 0)
+            return {factor, unit.c_str()};
+        if (section->period <= 0) break;
+        amplitude *= 2 * M_PI / section->period;
+    }
+    return {};
+}
