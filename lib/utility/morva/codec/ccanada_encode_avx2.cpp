@@ -1,6 +1,5 @@
-// The AVX2 version of the encoder. A group is a vector of four; its values are squeezed together
-// with PEXT, and stored as 16 bytes whatever their width: the next group overwrites what is too
-// much.
+// The AVX2 version of the encoder. A group is a vector of four, which shifts squeeze together. It
+// is stored as 16 bytes whatever its width: the next group overwrites what is too much.
 #include "codec/ccanada_encode.hpp"
 
 #ifdef __x86_64__
@@ -9,26 +8,56 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 
 #include "base/simd.hpp"
 #include "codec/big_endian.hpp"
-#include "codec/bit_field.hpp"
 #include "codec/ccanada_code.hpp"
 
 namespace morva::canada {
 
 namespace {
 
-// The low bits of both halves of a word, by width.
-constexpr auto kPairMasks = [] {
-    std::array<std::uint64_t, 33> masks{};
-    for (int width = 0; width <= 32; ++width)
-        masks[static_cast<std::size_t>(width)] = low_bits(width) * 0x100000001U;
-    return masks;
+// How four values become bits one behind the other, at the top of 16 bytes. In little-endian words
+// of 64 bits, of which each holds two values, the first one low:
+//
+//   first    moves the first of two values to the top, and the second one out
+//   clear    moves the second one to the top of its half, and clears the first
+//   second   moves the second one down behind the first
+//   down     moves the second pair behind the first pair, as far as it fits there
+//   up       moves the rest of the second pair to the top
+struct alignas(32) Squeezing {
+    std::uint64_t first[2];
+    std::uint32_t clear[4];
+    std::uint64_t second[2];
+    std::uint64_t down[2];
+    std::uint64_t up[2];
+    unsigned code;
+    unsigned size;
+};
+
+constexpr Squeezing squeezing_of(unsigned flag, unsigned code) {
+    const unsigned width = kWidths[flag][code], half = 32 - width;
+    return {{64 - width, 64 - width},
+            {32, half, 32, half},
+            {width, width},
+            {2 * width, 64},
+            {0, 64 - 2 * width},
+            code,
+            static_cast<unsigned>(group_size(flag, code))};
+}
+
+// By flag, and the number of bits that a group needs less one.
+constexpr auto kSqueezings = [] {
+    std::array<std::array<Squeezing, 32>, 2> rows{};
+    for (unsigned flag = 0; flag < 2; ++flag)
+        for (unsigned bits = 1; bits <= 32; ++bits)
+            rows[flag][bits - 1] = squeezing_of(flag, kCodes[flag][bits]);
+    return rows;
 }();
 
-MORVA_AVX2 inline __m128i load(const std::int32_t* samples) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(samples));
+MORVA_AVX2 inline __m128i load(const void* items) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(items));
 }
 
 // The second differences of four samples, from the ones before to the ones behind them.
@@ -45,17 +74,16 @@ MORVA_AVX2 inline std::uint32_t changes_of(__m128i values) {
     return static_cast<std::uint32_t>(pair | pair >> 32);
 }
 
-// Stores four values of a width, and zeros up to 16 bytes.
-MORVA_AVX2 inline void store_group(__m128i values, unsigned width, std::uint8_t* out) {
-    const __m128i swapped = _mm_shuffle_epi32(values, _MM_SHUFFLE(2, 3, 0, 1));
-    const std::uint64_t mask = kPairMasks[width];
-    const unsigned rest = 64 - 2 * width;
-    const std::uint64_t front =
-        _pext_u64(static_cast<std::uint64_t>(_mm_cvtsi128_si64(swapped)), mask) << rest;
-    const std::uint64_t back =
-        _pext_u64(static_cast<std::uint64_t>(_mm_extract_epi64(swapped, 1)), mask) << rest;
-    store_big_endian(out, front | back >> width >> width);
-    store_big_endian(out + 8, back << rest);
+// Stores four values, and zeros up to 16 bytes.
+MORVA_AVX2 inline void store_group(__m128i values, const Squeezing& how, std::uint8_t* out) {
+    const __m128i bytes = _mm_set_epi8(8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7);
+    const __m128i first = _mm_sllv_epi64(values, load(how.first));
+    const __m128i second =
+        _mm_srlv_epi64(_mm_sllv_epi32(values, load(how.clear)), load(how.second));
+    const __m128i pairs = _mm_or_si128(first, second);
+    const __m128i down = _mm_srlv_epi64(_mm_unpackhi_epi64(pairs, pairs), load(how.down));
+    const __m128i all = _mm_or_si128(_mm_sllv_epi64(pairs, load(how.up)), down);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(all, bytes));
 }
 
 // As the plain encode_block, from the samples: also the one before and the one behind are read.
@@ -69,13 +97,14 @@ MORVA_AVX2 inline std::uint8_t* encode_block(const std::int32_t* samples, std::u
         all |= changes[group];
     }
     const unsigned flag = all >> kWidestUnflagged != 0;
+    const auto& rows = kSqueezings[flag];
     unsigned bits = flag;
     for (std::size_t group = 0; group < kGroups; ++group) {
-        const auto needed = static_cast<unsigned>(std::bit_width(changes[group]));
-        const unsigned code = kCodes[flag][needed];
-        bits = bits << 3 | code;
-        store_group(values[group], kWidths[flag][code], data);
-        data += group_size(flag, code);
+        const Squeezing& row =
+            rows[static_cast<unsigned>(31 - std::countl_zero(changes[group] | 1))];
+        store_group(values[group], row, data);
+        bits = bits << 3 | row.code;
+        data += row.size;
     }
     store_big_endian(key, static_cast<std::uint16_t>(bits));
     return data;

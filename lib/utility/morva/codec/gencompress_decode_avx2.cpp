@@ -92,12 +92,14 @@ MORVA_AVX2 inline void integrate(const std::int32_t* values, std::size_t count,
     for (std::size_t i = 0; i < count; i += kVector) {
         __m256i result = _mm256_load_si256(reinterpret_cast<const __m256i*>(values + i));
         if constexpr (order == kSecondDifferences) {
-            result = _mm256_add_epi32(running_sums(result), difference);
-            difference = last_of(result);
+            const __m256i sums = running_sums(result);
+            result = _mm256_add_epi32(sums, difference);
+            difference = _mm256_add_epi32(difference, last_of(sums));
         }
         if constexpr (order != kSamples) {
-            result = _mm256_add_epi32(running_sums(result), sample);
-            sample = last_of(result);
+            const __m256i sums = running_sums(result);
+            result = _mm256_add_epi32(sums, sample);
+            sample = _mm256_add_epi32(sample, last_of(sums));
         }
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(samples + i), result);
     }
@@ -105,9 +107,12 @@ MORVA_AVX2 inline void integrate(const std::int32_t* values, std::size_t count,
 
 MORVA_AVX2 inline void integrate(unsigned order, const std::int32_t* values, std::size_t count,
                                  std::int32_t* samples) {
-    if (order == kSamples) integrate<kSamples>(values, count, samples);
-    if (order == kDifferences) integrate<kDifferences>(values, count, samples);
-    if (order == kSecondDifferences) integrate<kSecondDifferences>(values, count, samples);
+    if (order == kSecondDifferences)
+        integrate<kSecondDifferences>(values, count, samples);
+    else if (order == kDifferences)
+        integrate<kDifferences>(values, count, samples);
+    else
+        integrate<kSamples>(values, count, samples);
 }
 
 constexpr std::size_t rounded_up(std::size_t count) {
