@@ -319,6 +319,20 @@ MORVA_API int cucsd_try_(const int32_t* samples, const int* nsamp, char* bytes, 
 MORVA_API int uucsd_(int32_t* samples, const char* bytes, const int* nbytes, const int* nsamp,
                      size_t bytes_length);
 
+/* Canadian compression and gencompress. A character variable holds the bytes, as for UCSD. ucanada
+ * and genuncompress read the first nbytes into the caller's array, which has room for buffer_size
+ * samples; those of ucanada are one more than nsamp tells. -1, registered, when they don't fit. */
+MORVA_API int ccanada_(const int32_t* samples, const int* nsamp, char* bytes, int* nbytes,
+                       size_t bytes_length);
+MORVA_API int ucanada_(const char* bytes, const int* nbytes, int32_t* samples, int* nsamp,
+                       const int* buffer_size, size_t bytes_length);
+MORVA_API void cc_bitpack_(char* buffer, int* byte_index, int* bit_position, const int* nbits,
+                           const int* value, size_t buffer_length);
+MORVA_API int gencompress_(char* bytes, int* nbytes, const int32_t* samples, const int* nsamp,
+                           const int* block, size_t bytes_length);
+MORVA_API int genuncompress_(int32_t* samples, int* nsamp, const int* buffer_size,
+                             const char* bytes, const int* nbytes, size_t bytes_length);
+
 /* Times. Texts are as of rule 4; fmttime has its text where C has it, and blanks for a zone are
  * UTC. The six bytes of a BCD clock are an array of that size. The record of fields is
  * type(datetime) of the module, with the components of the C one in their order; mname ends with a

@@ -463,6 +463,32 @@ contains
         call check(cucsd_try(samples, 4, short, nbytes) == -1, 'too short for UCSD')
         call check(clear_register(0) == 0, 'UCSD reasons')
     end subroutine
+
+    subroutine packed_samples()
+        integer(c_int32_t) :: samples(21), decoded(21)
+        integer(c_int) :: nbytes, nsamp, byte, bit
+        character(len=100) :: bytes
+        character(len=15) :: short
+        samples = 7
+        call check(ccanada(samples, 21, bytes, nbytes) == 0, 'ccanada')
+        call check(nbytes == 16, 'ccanada')
+        nsamp = 20
+        call check(ucanada(bytes, nbytes, decoded, nsamp, 21) == 0, 'ucanada')
+        call check(all(decoded == samples), 'Canadian samples')
+        call check(ucanada(bytes, nbytes, decoded, nsamp, 20) == -1, 'array too short')
+        call check(ccanada(samples, 21, short, nbytes) == -1, 'bytes too short')
+        call check(gencompress(bytes, nbytes, samples, 21, 0) == 0, 'gencompress')
+        call check(nbytes == 10, 'gencompress')
+        decoded = 0
+        call check(genuncompress(decoded, nsamp, 21, bytes, nbytes) == 0, 'genuncompress')
+        call check(nsamp == 21 .and. all(decoded == samples), 'gencompress samples')
+        call check(genuncompress(decoded, nsamp, 20, bytes, nbytes) == -1, 'array too short')
+        call check(clear_register(0) == 0, 'packing reasons')
+        byte = 1
+        bit = 7
+        call cc_bitpack(bytes, byte, bit, 8, ichar('A'))
+        call check(bytes(2:2) == 'A' .and. byte == 2 .and. bit == 7, 'cc_bitpack')
+    end subroutine
 end module checks
 
 program twins
@@ -493,5 +519,6 @@ program twins
     call records_of_fields()
     call time_strings()
     call waveforms()
+    call packed_samples()
     if (failures > 0) stop 1
 end program twins
