@@ -23,6 +23,7 @@
 
 #include "morva/arr.h"
 #include "morva/banner.h"
+#include "morva/bns.h"
 #include "morva/cabinets.h"
 #include "morva/ccanada.h"
 #include "morva/checksums.h"
