@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "log/elog_child.hpp"
+#include "shared/dynamic_controls.hpp"
 #include "skerrows.h"
 #include "support/kit.hpp"
 
@@ -29,6 +30,7 @@ class Controls : public testing::Test {
     // first failed check, or 0.
     kit::Ended run(const std::function<int()>& body, const char* program = "prog") {
         return kit::in_child([&] {
+            morva::dc::config().selected = nullptr;  // as in a fresh process
             std::string name = std::string("/usr/bin/") + program;
             char* argv[] = {name.data(), nullptr};
             elog_init(1, argv);

@@ -168,6 +168,8 @@ void use_file(Config& dc, Opened opened) {
 }
 
 void use_memory(Config& dc) {
+    dc.fd = -1;
+    dc.guard = nullptr;
     dc.first = must_alloc<Dcset>(kPrivateSets, "sets", MORVA_HERE);
     dc.count = kPrivateSets;
     dc.length = kPrivateSets * sizeof(Dcset);
