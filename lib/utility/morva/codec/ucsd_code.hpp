@@ -15,6 +15,7 @@ struct Class {
 // In order of width. The last one holds samples, the others hold differences.
 inline constexpr Class kClasses[] = {{0x10, 4}, {0x20, 8}, {0x30, 12}, {0x40, 16}, {0x50, 24}};
 inline constexpr int kSampleClass = 4;
+inline constexpr int kClassCount = kSampleClass + 1;
 // What precedes the first run counts as a run of a class wider than all others.
 inline constexpr int kBeforeFirst = 5;
 inline constexpr int kBitsBeforeFirst = 32;

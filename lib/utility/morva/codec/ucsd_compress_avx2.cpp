@@ -26,7 +26,6 @@
 namespace morva::ucsd {
 namespace {
 
-constexpr int kClassCount = kSampleClass + 1;
 constexpr std::size_t kWord = 64;
 constexpr std::size_t kWords = 32;
 constexpr std::size_t kChunk = kWord * kWords;

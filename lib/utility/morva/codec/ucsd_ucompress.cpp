@@ -80,23 +80,15 @@ void expand_run(const std::uint8_t* bytes, const Run& run, std::int32_t* samples
 
 Expanded expand_plain(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                       std::size_t count) {
-    if (size < kFirstSampleSize) return {0, 0, Stop::kCut};
-    samples[0] = load_be32(bytes);
-    std::size_t done = 1, used = kFirstSampleSize;
-    while (done < count) {
-        const Run run = read_run(bytes, size, used, count - done);
-        if (run.stop != Stop::kDone) return {done, used, run.stop};
-        expand_run(bytes, run, samples + done);
-        done += run.count;
-        used = run.end;
-    }
-    return {done, used, Stop::kDone};
+    return expand_runs(bytes, size, samples, count, 0, 0, expand_run);
 }
 
 Expanded expand(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                 std::size_t count) {
-    return may_use(Simd::kAvx2) ? expand_avx2(bytes, size, samples, count)
-                                : expand_plain(bytes, size, samples, count);
+    const auto version = may_use(Simd::kAvx512) ? expand_avx512
+                         : may_use(Simd::kAvx2) ? expand_avx2
+                                                : expand_plain;
+    return version(bytes, size, samples, count);
 }
 
 }  // namespace morva::ucsd

@@ -27,11 +27,13 @@ struct Expanded {
 Expanded expand(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                 std::size_t count);
 
-// The versions behind it. Both give the same result for any bytes.
+// The versions behind it. All give the same result for any bytes.
 Expanded expand_plain(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                       std::size_t count);
 Expanded expand_avx2(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                      std::size_t count);
+Expanded expand_avx512(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
+                       std::size_t count);
 
 // A run, or why there is none.
 struct Run {
@@ -60,5 +62,28 @@ inline Run read_run(const std::uint8_t* bytes, std::size_t size, std::size_t off
 
 // Writes the values of a run behind the sample before them.
 void expand_run(const std::uint8_t* bytes, const Run& run, std::int32_t* samples);
+
+// The runs, one after the other, for versions whose `blocks` expand `together` values at a time and
+// read up to `slack` bytes behind a run.
+template <class Blocks>
+[[gnu::always_inline]] inline Expanded expand_runs(const std::uint8_t* bytes, std::size_t size,
+                                                   std::int32_t* samples, std::size_t count,
+                                                   std::size_t together, std::size_t slack,
+                                                   Blocks&& blocks) {
+    if (size < kFirstSampleSize) return {0, 0, Stop::kCut};
+    samples[0] = load_be32(bytes);
+    std::size_t done = 1, used = kFirstSampleSize;
+    while (done < count) {
+        const Run run = read_run(bytes, size, used, count - done);
+        if (run.stop != Stop::kDone) return {done, used, run.stop};
+        if (count - done >= run.count + together && size - run.end >= slack)
+            blocks(bytes, run, samples + done);
+        else
+            expand_run(bytes, run, samples + done);
+        done += run.count;
+        used = run.end;
+    }
+    return {done, used, Stop::kDone};
+}
 
 }  // namespace morva::ucsd

@@ -13,7 +13,6 @@
 namespace morva::ucsd {
 namespace {
 
-constexpr int kClassCount = kSampleClass + 1;
 constexpr std::size_t kBlock = 8;
 constexpr std::size_t kTogether = 2 * kBlock;  // values that are written together
 constexpr std::size_t kSlack = 64;             // bytes behind a run that may be read
@@ -51,8 +50,9 @@ MORVA_AVX2 inline __m256i running_sums(__m256i numbers) {
 }
 
 // Expands a run in pairs of blocks, the last of which may reach behind it.
-MORVA_AVX2 inline void expand_blocks(const std::uint8_t* values, const Run& run,
+MORVA_AVX2 inline void expand_blocks(const std::uint8_t* bytes, const Run& run,
                                      std::int32_t* samples) {
+    const std::uint8_t* values = bytes + run.values;
     const Unpacking& unpacking = kUnpackings[static_cast<std::size_t>(run.class_index)];
     const __m256i to_top = _mm256_broadcastsi128_si256(
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(unpacking.to_top.data())));
@@ -89,20 +89,7 @@ MORVA_AVX2 inline void expand_blocks(const std::uint8_t* values, const Run& run,
 
 MORVA_AVX2 Expanded expand_avx2(const std::uint8_t* bytes, std::size_t size, std::int32_t* samples,
                                 std::size_t count) {
-    if (size < kFirstSampleSize) return {0, 0, Stop::kCut};
-    samples[0] = load_be32(bytes);
-    std::size_t done = 1, used = kFirstSampleSize;
-    while (done < count) {
-        const Run run = read_run(bytes, size, used, count - done);
-        if (run.stop != Stop::kDone) return {done, used, run.stop};
-        if (count - done >= run.count + kTogether && size - run.end >= kSlack)
-            expand_blocks(bytes + run.values, run, samples + done);
-        else
-            expand_run(bytes, run, samples + done);
-        done += run.count;
-        used = run.end;
-    }
-    return {done, used, Stop::kDone};
+    return expand_runs(bytes, size, samples, count, kTogether, kSlack, expand_blocks);
 }
 
 }  // namespace morva::ucsd
