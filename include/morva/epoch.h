@@ -242,9 +242,9 @@ MORVA_API void bcdtime(const unsigned char* bcd, DateTime* time);
  * TZ is changed for all threads; each call holds a lock, which the library takes, too, when it
  * looks at TZ. The C library's own functions know nothing of it. */
 
-/* Makes `name`, of which 61 characters count, the process's zone by way of TZ; "" removes TZ, which
- * leaves the system's zone. The first switch since the last restoreTZ remembers what was there.
- * errno is what loading the zone left in it, 0 when there was nothing to complain of. */
+/* Makes `name`, of which 61 characters count, the process's zone by way of TZ; "" or null removes
+ * TZ, which leaves the system's zone. The first switch since the last restoreTZ remembers what was
+ * there. errno is what loading the zone left in it, 0 when there was nothing to complain of. */
 MORVA_API void switchTZ(const char* name);
 
 /* Goes back to before all switches. errno as with switchTZ. */

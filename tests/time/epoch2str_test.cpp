@@ -152,6 +152,9 @@ TEST(ZoneSwitch, ChangesAndRestoresTz) {
     switchTZ("");
     EXPECT_EQ(::getenv("TZ"), nullptr);
     EXPECT_EQ(mygetTZ(), nullptr);
+    switchTZ("Asia/Tokyo");
+    switchTZ(nullptr);
+    EXPECT_EQ(::getenv("TZ"), nullptr);
     switchTZ((std::string(61, 'x') + "cut").c_str());
     EXPECT_EQ(std::string(mygetTZ()), "TZ=" + std::string(61, 'x'));
     restoreTZ();

@@ -76,7 +76,7 @@ char* mygetTZ(void) {
 }
 
 void switchTZ(const char* name) {
-    if (install(name)) return;
+    if (install(name != nullptr ? name : "")) return;
     elog_die(1, "*stack*Unexpected failure: %s in file %s, line %d\n", "switchTZ", "str2epoch",
              __LINE__);
 }
