@@ -10,7 +10,7 @@ function(morva_release_source out)
     find_package(Git QUIET)
     set(moves "")
     if(GIT_FOUND AND EXISTS "${CMAKE_SOURCE_DIR}/.git")
-        execute_process(COMMAND "${GIT_EXECUTABLE}" rev-parse --git-path logs/HEAD
+        execute_process(COMMAND "${GIT_EXECUTABLE}" -c safe.directory=* rev-parse --git-path logs/HEAD
             WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}" OUTPUT_VARIABLE log ERROR_QUIET
             OUTPUT_STRIP_TRAILING_WHITESPACE)
         get_filename_component(log "${log}" ABSOLUTE BASE_DIR "${CMAKE_SOURCE_DIR}")

@@ -8,7 +8,8 @@ cmake_minimum_required(VERSION 3.25)
 function(ask_git out)
     set(${out} "" PARENT_SCOPE)
     if(GIT AND EXISTS "${SOURCE}/.git")
-        execute_process(COMMAND "${GIT}" ${ARGN} WORKING_DIRECTORY "${SOURCE}"
+        # The checkout may be another user's: nothing in it is run.
+        execute_process(COMMAND "${GIT}" -c safe.directory=* ${ARGN} WORKING_DIRECTORY "${SOURCE}"
             OUTPUT_VARIABLE said ERROR_QUIET RESULT_VARIABLE status OUTPUT_STRIP_TRAILING_WHITESPACE)
         if(status EQUAL 0)
             set(${out} "${said}" PARENT_SCOPE)
@@ -20,9 +21,10 @@ if(NOT REVISION)
     ask_git(REVISION rev-parse HEAD)
 endif()
 string(TOLOWER "${REVISION}" REVISION)
+string(LENGTH "${REVISION}" revision_length)
 if(NOT REVISION)
     string(REPEAT 0 40 REVISION)
-elseif(NOT REVISION MATCHES "^[0-9a-f]+$")
+elseif(NOT REVISION MATCHES "^[0-9a-f]+$" OR NOT revision_length EQUAL 40)
     message(FATAL_ERROR "MORVA_REVISION: '${REVISION}' is no revision")
 endif()
 

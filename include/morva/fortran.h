@@ -401,5 +401,17 @@ MORVA_API int units_convert_affine_(const double* value, const char* from, doubl
 MORVA_API Tbl* units_match_(const char* units, size_t units_length);
 MORVA_API void show_all_units_(void);
 
+/* Renaming, and announcements. The result of morphtbl is cut or padded as of rule 4; the function
+ * itself returns the number of rules. */
+MORVA_API long newmorphtbl_(Tbl* const* rule_lines, Tbl** table);
+MORVA_API long morphtbl_(const char* string, Tbl* const* table, const int* flags, char* result,
+                         size_t string_length, size_t result_length);
+MORVA_API void freemorphtbl_(Tbl* const* table);
+MORVA_API void announce_(const char* program, const char* version, size_t program_length,
+                         size_t version_length);
+MORVA_API void banner_(const char* program, const char* version, size_t program_length,
+                       size_t version_length);
+MORVA_API void deprecate_(const char* replacement, size_t replacement_length);
+
 MORVA_END
 #endif

@@ -281,6 +281,23 @@ contains
         call check(blank(text) == 0, 'blank')
     end subroutine
 
+    subroutine renaming()
+        integer(handle) :: lines, rules
+        integer(c_long) :: i
+        character(len=6) :: name
+        lines = newtbl(2_c_long)
+        i = strsettbl(lines, -1_c_long, '/^BH(.)$/HH$1/')
+        i = strsettbl(lines, -1_c_long, '(bad')
+        call check(newmorphtbl(lines, rules) == 1, 'newmorphtbl')
+        call check(morphtbl('BHZ  ', rules, 0, name) == 1, 'morphtbl')
+        call check(name == 'HHZ', 'morphtbl')
+        call check(morphtbl('LHZ', rules, 0, name) == 0, 'morphtbl of another name')
+        call check(name == 'LHZ', 'morphtbl of another name')
+        call freemorphtbl(rules)
+        call strfreetbl(lines)
+        call check(clear_register(0) == 0, 'clear_register')
+    end subroutine
+
     ! Below the folder that MORVAPATH names.
     subroutine data_search(folder)
         character(len=*), intent(in) :: folder
@@ -514,6 +531,7 @@ program twins
     call cabinets_and_sets()
     call register()
     call strings()
+    call renaming()
     call parameters(trim(argument)//'/tree.pf')
     call times()
     call records_of_fields()
