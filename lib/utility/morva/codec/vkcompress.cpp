@@ -52,11 +52,11 @@ int zlib_fails(int result) {
     return -1;
 }
 
-int expand(const Vk_packet* in, Vk_packet* out) {
+int expand(const Vk_packet* in, Vk_packet* out, morva::Site site) {
     const std::uint32_t stated = stated_length(in);
     if (in->used < kHeader) return zlib_fails(Z_DATA_ERROR);
     const std::size_t stream = in->used - kHeader;
-    make_room(out, std::min(stated + kSpare, kExpansion * stream + 64), "out->data", MORVA_HERE);
+    make_room(out, std::min(stated + kSpare, kExpansion * stream + 64), "out->data", site);
     std::size_t length = 0;
     const int result =
         morva::zlib::inflate_bytes(in->data + kHeader, stream, out->data, out->size, &length);
@@ -100,7 +100,7 @@ int vkcompress(const Vk_packet* in, Vk_packet* out) {
 }
 
 int vkexpand(const Vk_packet* in, Vk_packet* out) {
-    return is_frame(in) ? expand(in, out) : 1;
+    return is_frame(in) ? expand(in, out, MORVA_HERE) : 1;
 }
 
 int vkexpand_max(const Vk_packet* in, Vk_packet* out, size_t most) {

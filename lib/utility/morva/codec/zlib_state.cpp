@@ -22,14 +22,14 @@ struct Direction {
     int (*reset)(z_stream*);
     int (*end)(z_stream*);
     int (*work)(z_stream*, int flush);
-    int flush;
+    bool may_finish_again;  // whether Z_FINISH may be given before the last of the room
 };
 
 constexpr Direction kDeflate = {
     [](z_stream* stream) { return deflateInit(stream, Z_DEFAULT_COMPRESSION); }, deflateReset,
-    deflateEnd, deflate, Z_FINISH};
+    deflateEnd, deflate, true};
 constexpr Direction kInflate = {[](z_stream* stream) { return inflateInit(stream); }, inflateReset,
-                                inflateEnd, inflate, Z_NO_FLUSH};
+                                inflateEnd, inflate, false};
 
 template <const Direction& kWay>
 class State {
@@ -76,7 +76,8 @@ unsigned chunk_of(std::size_t left) {
     return static_cast<unsigned>(std::min<std::size_t>(left, UINT_MAX));
 }
 
-// zlib counts in 32 bits: longer input and output are handed over in chunks.
+// zlib counts in 32 bits: longer input and output are handed over in chunks. With the last of them
+// it is told to finish, which spares it the keeping of a window.
 template <const Direction& kWay>
 int run(const char* bytes, std::size_t n, char* out, std::size_t room, std::size_t* written) {
     Lease<kWay> lease;
@@ -89,7 +90,8 @@ int run(const char* bytes, std::size_t n, char* out, std::size_t room, std::size
     do {
         const unsigned in = stream->avail_in = chunk_of(left_in);
         const unsigned space = stream->avail_out = chunk_of(left_out);
-        result = kWay.work(stream, in < left_in ? Z_NO_FLUSH : kWay.flush);
+        const bool last = in == left_in && (kWay.may_finish_again || space == left_out);
+        result = kWay.work(stream, last ? Z_FINISH : Z_NO_FLUSH);
         left_in -= in - stream->avail_in;
         left_out -= space - stream->avail_out;
     } while (result == Z_OK);
