@@ -61,7 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     demand(samples == unpacked(bytes, nsamp, morva::Simd::kPlain));
     if (!samples.empty()) there_and_back(samples);
     Samples own(bytes.size() / 4 / 20 * 20 + 1);
-    std::memcpy(own.data(), bytes.data(), std::min(4 * own.size(), bytes.size()));
+    if (!bytes.empty())
+        std::memcpy(own.data(), bytes.data(), std::min(4 * own.size(), bytes.size()));
     if (own.size() > 1) there_and_back(own);
     elog_clear();
     return 0;

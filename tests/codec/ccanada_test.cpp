@@ -175,13 +175,13 @@ TEST(Ccanada, SeriesOfEveryKindAndLengthComeBack) {
             for (const auto version : versions()) {
                 Forced forced(version);
                 results.push_back(packed(samples));
+                ASSERT_EQ(results.back(), results.front());
                 if (length < 20) continue;
                 Samples expected = samples;
                 if (length % 20 == 0) expected.push_back(INT32_MIN);
                 const auto nsamp = static_cast<int>(length / 20 * 20);
                 ASSERT_EQ(unpacked(results.back(), nsamp), expected) << what << ' ' << length;
             }
-            ASSERT_EQ(results.front(), results.back()) << what << ' ' << length;
         }
     }
 }

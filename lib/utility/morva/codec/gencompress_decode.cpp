@@ -50,7 +50,12 @@ void decode_plain(const Source& source, std::int32_t* samples) {
 }
 
 void decode(const Source& source, std::int32_t* samples) {
-    may_use(Simd::kAvx2) ? decode_avx2(source, samples) : decode_plain(source, samples);
+    if (may_use(Simd::kAvx512))
+        decode_avx512(source, samples);
+    else if (may_use(Simd::kAvx2))
+        decode_avx2(source, samples);
+    else
+        decode_plain(source, samples);
 }
 
 }  // namespace morva::gen

@@ -27,5 +27,6 @@ void decode(const Source& source, std::int32_t* samples);
 // The versions behind it. All give the same samples.
 void decode_plain(const Source& source, std::int32_t* samples);
 void decode_avx2(const Source& source, std::int32_t* samples);
+void decode_avx512(const Source& source, std::int32_t* samples);
 
 }  // namespace morva::gen

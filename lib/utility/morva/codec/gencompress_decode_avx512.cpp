@@ -1,0 +1,117 @@
+// The AVX-512 version of the decoder: as the AVX2 version, with sixteen values at a time, and one
+// shuffle across the whole vector that brings the bytes of each into its lane.
+#include "codec/gencompress_decode.hpp"
+
+#ifdef __x86_64__
+
+#include <immintrin.h>
+
+#include <array>
+
+#include "base/simd.hpp"
+#include "codec/gencompress_vectors.hpp"
+
+namespace morva::gen {
+
+namespace {
+
+constexpr std::size_t kVector = 16;
+
+// The first bits of sixteen values, by width.
+constexpr auto kFirstBits = [] {
+    std::array<std::array<std::uint32_t, kVector>, kWidestNarrow + 1> bits{};
+    for (std::uint32_t width = 0; width <= kWidestNarrow; ++width)
+        for (std::uint32_t i = 0; i < kVector; ++i) bits[width][i] = i * width;
+    return bits;
+}();
+
+// The same byte four times, in each lane of four bytes; and which of four bytes goes where.
+constexpr std::int32_t kRepeat[4] = {0x00000000, 0x04040404, 0x08080808, 0x0C0C0C0C};
+constexpr std::int32_t kMostSignificantFirst = 0x00010203;
+
+MORVA_AVX512 inline __m512i running_sums(__m512i values) {
+    values = _mm512_add_epi32(values, _mm512_bslli_epi128(values, 4));
+    values = _mm512_add_epi32(values, _mm512_bslli_epi128(values, 8));
+    // The last sums of parts of four: each part adds that of its neighbour, then of the one before.
+    const __m512i neighbour = _mm512_set_epi32(11, 11, 11, 11, 7, 7, 7, 7, 3, 3, 3, 3, 0, 0, 0, 0);
+    const __m512i second = _mm512_set_epi32(7, 7, 7, 7, 3, 3, 3, 3, 0, 0, 0, 0, 0, 0, 0, 0);
+    values = _mm512_add_epi32(values, _mm512_maskz_permutexvar_epi32(0xFFF0, neighbour, values));
+    return _mm512_add_epi32(values, _mm512_maskz_permutexvar_epi32(0xFF00, second, values));
+}
+
+MORVA_AVX512 inline __m512i last_of(__m512i values) {
+    return _mm512_permutexvar_epi32(_mm512_set1_epi32(15), values);
+}
+
+template <unsigned order>
+MORVA_AVX512 inline void integrate(const std::int32_t* values, std::size_t count, std::int32_t last,
+                                   std::int32_t before, std::int32_t* samples) {
+    __m512i sample = _mm512_set1_epi32(last);
+    __m512i difference = _mm512_sub_epi32(sample, _mm512_set1_epi32(before));
+    for (std::size_t i = 0; i < count; i += kVector) {
+        __m512i result = _mm512_load_si512(values + i);
+        if constexpr (order == kSecondDifferences) {
+            const __m512i sums = running_sums(result);
+            result = _mm512_add_epi32(sums, difference);
+            difference = _mm512_add_epi32(difference, last_of(sums));
+        }
+        if constexpr (order != kSamples) {
+            const __m512i sums = running_sums(result);
+            result = _mm512_add_epi32(sums, sample);
+            sample = _mm512_add_epi32(sample, last_of(sums));
+        }
+        _mm512_storeu_si512(samples + i, result);
+    }
+}
+
+struct Avx512 {
+    static constexpr std::size_t kVector = gen::kVector;
+
+    MORVA_AVX512 static void unpack(const std::uint8_t* data, std::size_t start, std::size_t width,
+                                    std::size_t count, std::int32_t* values) {
+        const __m512i bits = _mm512_add_epi32(_mm512_loadu_si512(kFirstBits[width].data()),
+                                              _mm512_set1_epi32(static_cast<int>(start)));
+        const __m512i repeat =
+            _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kRepeat)));
+        const __m512i bytes =
+            _mm512_add_epi32(_mm512_shuffle_epi8(_mm512_srli_epi32(bits, 3), repeat),
+                             _mm512_set1_epi32(kMostSignificantFirst));
+        const __m512i up = _mm512_and_si512(bits, _mm512_set1_epi32(7));
+        const __m128i down = _mm_cvtsi32_si128(static_cast<int>(32 - width));
+        for (std::size_t i = 0; i < count; i += kVector, data += 2 * width) {
+            const __m512i lanes = _mm512_permutexvar_epi8(bytes, _mm512_loadu_si512(data));
+            _mm512_store_si512(values + i, _mm512_sra_epi32(_mm512_sllv_epi32(lanes, up), down));
+        }
+    }
+
+    MORVA_AVX512 static void integrate(unsigned order, const std::int32_t* values,
+                                       std::size_t count, std::int32_t last, std::int32_t before,
+                                       std::int32_t* samples) {
+        if (order == kSecondDifferences)
+            gen::integrate<kSecondDifferences>(values, count, last, before, samples);
+        else if (order == kDifferences)
+            gen::integrate<kDifferences>(values, count, last, before, samples);
+        else
+            gen::integrate<kSamples>(values, count, last, before, samples);
+    }
+};
+
+}  // namespace
+
+MORVA_AVX512 void decode_avx512(const Source& source, std::int32_t* samples) {
+    decode_blocks<Avx512>(source, samples);
+}
+
+}  // namespace morva::gen
+
+#else
+
+namespace morva::gen {
+
+void decode_avx512(const Source& source, std::int32_t* samples) {
+    decode_plain(source, samples);
+}
+
+}  // namespace morva::gen
+
+#endif
