@@ -46,6 +46,8 @@ class Listener {
 };
 
 struct Reading {
+    Reading() noexcept {}  // of members one by one, which is faster than of the whole at once
+
     Parts parts;
     ZoneRef zone;
     int errors = 0;
