@@ -70,12 +70,12 @@ MORVA_AVX2 inline __m256i last_of(__m256i values) {
     return _mm256_permutevar8x32_epi32(values, _mm256_set1_epi32(7));
 }
 
-// Makes samples of at least `count` values, from the two samples before them.
+// Makes samples of at least `count` values; the two samples before them are read.
 template <unsigned order>
-MORVA_AVX2 inline void integrate(const std::int32_t* values, std::size_t count, std::int32_t last,
-                                 std::int32_t before, std::int32_t* samples) {
-    __m256i sample = _mm256_set1_epi32(last);
-    __m256i difference = _mm256_sub_epi32(sample, _mm256_set1_epi32(before));
+MORVA_AVX2 inline void integrate(const std::int32_t* values, std::size_t count,
+                                 std::int32_t* samples) {
+    __m256i sample = _mm256_set1_epi32(samples[-1]);
+    __m256i difference = _mm256_sub_epi32(sample, _mm256_set1_epi32(samples[-2]));
     for (std::size_t i = 0; i < count; i += kVector) {
         __m256i result = _mm256_load_si256(reinterpret_cast<const __m256i*>(values + i));
         if constexpr (order == kSecondDifferences) {
@@ -99,14 +99,13 @@ struct Avx2 {
         unpack_narrow(data, start, width, count, values);
     }
     MORVA_AVX2 static void integrate(unsigned order, const std::int32_t* values, std::size_t count,
-                                     std::int32_t last, std::int32_t before,
                                      std::int32_t* samples) {
         if (order == kSecondDifferences)
-            gen::integrate<kSecondDifferences>(values, count, last, before, samples);
+            gen::integrate<kSecondDifferences>(values, count, samples);
         else if (order == kDifferences)
-            gen::integrate<kDifferences>(values, count, last, before, samples);
+            gen::integrate<kDifferences>(values, count, samples);
         else
-            gen::integrate<kSamples>(values, count, last, before, samples);
+            gen::integrate<kSamples>(values, count, samples);
     }
 };
 

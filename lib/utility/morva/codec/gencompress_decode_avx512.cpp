@@ -43,11 +43,12 @@ MORVA_AVX512 inline __m512i last_of(__m512i values) {
     return _mm512_permutexvar_epi32(_mm512_set1_epi32(15), values);
 }
 
+// Makes samples of at least `count` values; the two samples before them are read.
 template <unsigned order>
-MORVA_AVX512 inline void integrate(const std::int32_t* values, std::size_t count, std::int32_t last,
-                                   std::int32_t before, std::int32_t* samples) {
-    __m512i sample = _mm512_set1_epi32(last);
-    __m512i difference = _mm512_sub_epi32(sample, _mm512_set1_epi32(before));
+MORVA_AVX512 inline void integrate(const std::int32_t* values, std::size_t count,
+                                   std::int32_t* samples) {
+    __m512i sample = _mm512_set1_epi32(samples[-1]);
+    __m512i difference = _mm512_sub_epi32(sample, _mm512_set1_epi32(samples[-2]));
     for (std::size_t i = 0; i < count; i += kVector) {
         __m512i result = _mm512_load_si512(values + i);
         if constexpr (order == kSecondDifferences) {
@@ -85,14 +86,13 @@ struct Avx512 {
     }
 
     MORVA_AVX512 static void integrate(unsigned order, const std::int32_t* values,
-                                       std::size_t count, std::int32_t last, std::int32_t before,
-                                       std::int32_t* samples) {
+                                       std::size_t count, std::int32_t* samples) {
         if (order == kSecondDifferences)
-            gen::integrate<kSecondDifferences>(values, count, last, before, samples);
+            gen::integrate<kSecondDifferences>(values, count, samples);
         else if (order == kDifferences)
-            gen::integrate<kDifferences>(values, count, last, before, samples);
+            gen::integrate<kDifferences>(values, count, samples);
         else
-            gen::integrate<kSamples>(values, count, last, before, samples);
+            gen::integrate<kSamples>(values, count, samples);
     }
 };
 

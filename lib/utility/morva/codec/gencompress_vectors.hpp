@@ -54,14 +54,13 @@ inline void unpack_wide(const std::uint8_t* data, std::size_t start, std::size_t
 // A kernel has
 //   kVector     the number of values in a vector: blocks are rounded up to it
 //   unpack      from data, start bit, width (1 to 25) and count, to values
-//   integrate   from order, values, count, and the two samples before them, to samples
+//   integrate   from order, values and count, to samples behind the two that are known
 template <class Kernel>
 [[gnu::always_inline]] inline void decode_blocks(const Source& source, std::int32_t* samples) {
     PackedValues packed(source.data, source.end);
     const std::size_t block_size = source.block, total = source.count;
     const std::uint8_t* key_at = source.keys;
     alignas(64) std::int32_t values[kLargest];
-    std::int32_t last = source.first, before = source.first;
     samples[0] = source.first;
     for (std::size_t begin = 1; begin < total; begin += block_size) {
         const std::size_t count = std::min(block_size, total - begin);
@@ -77,15 +76,16 @@ template <class Kernel>
         else
             unpack_wide(packed.data(), packed.start(), width, count, values);
         packed.skip(width * count);
-        if (begin + rounded <= total) {
-            Kernel::integrate(key.order, values, count, last, before, samples + begin);
-        } else {  // the last vector would be stored behind the end
-            alignas(64) std::int32_t aside[kLargest];
-            Kernel::integrate(key.order, values, count, last, before, aside);
-            std::copy_n(aside, count, samples + begin);
+        if (begin > 1 && begin + rounded <= total) {
+            Kernel::integrate(key.order, values, count, samples + begin);
+            continue;
         }
-        before = samples[begin + count - 2];
-        last = samples[begin + count - 1];
+        // The first sample has none before it, and the last vector would be stored behind the end.
+        std::int32_t aside[2 + kLargest];
+        aside[0] = samples[begin > 1 ? begin - 2 : 0];
+        aside[1] = samples[begin - 1];
+        Kernel::integrate(key.order, values, count, aside + 2);
+        std::copy_n(aside + 2, count, samples + begin);
     }
 }
 
