@@ -14,6 +14,8 @@
  *     vk_crc64  CRC-64/ISO 3309, as in SWISS-PROT    0            46a5a9388a5beffe
  *     qtcrc     packets of data loggers              always 0     37c7ca30
  *
+ * The CRC-32 of zlib and of Ethernet takes the bits in the other order: none of these gives it.
+ *
  * Lengths are bytes; one of 0 or below adds nothing. Longer data go in in pieces, or piece by piece
  * in several threads and together with the ..._combine routines, which take any length.
  *
