@@ -51,6 +51,10 @@ struct Message {
 };
 using Messages = Vector<Message>;
 
+// The value of an expression: `room`, or one that is kept and may go with the next call. Null when
+// it is wrong. The caller holds the lock.
+const Unit* value_of(std::string_view text, Unit* room, Messages* messages);
+
 // Registers what was found wrong in an expression or in a table of this name, and shows warnings.
 void tell(const Messages& messages, std::string_view expression);
 void tell_of_table(const Messages& messages, const char* path);

@@ -1,99 +1,12 @@
-// Conversions. Expressions that were parsed lately are kept, names looked up: what is left of a
-// conversion is to evaluate two of them, from the records as they are at the moment.
-#include <cmath>
+// Conversions, and the units that measure the same.
+#include <cstdio>
 #include <cstring>
 
 #include "base/diagnostics.hpp"
-#include "text/strings.hpp"
-#include "units/units_yacc.hpp"
+#include "units/units.hpp"
 
 namespace morva::units {
 namespace {
-
-constexpr std::size_t kKeptText = 32;
-constexpr std::size_t kKeptTerms = 4;
-constexpr std::size_t kKept = 256;  // a power of two
-
-// The text in whole words, zeros behind it.
-struct Key {
-    std::uint64_t words[kKeptText / 8] = {};
-
-    bool operator==(const Key& other) const {
-        std::uint64_t difference = 0;
-        for (std::size_t i = 0; i < kKeptText / 8; ++i) difference |= words[i] ^ other.words[i];
-        return difference == 0;
-    }
-    std::size_t slot() const {
-        std::uint64_t hash = 0;
-        for (const std::uint64_t word : words) hash = (hash ^ word) * 0x9e3779b97f4a7c15;
-        return hash >> 32 & (kKept - 1);
-    }
-};
-
-struct KeptExpression {
-    Key key;
-    std::size_t count = 0;  // 0: none is kept here; such expressions are parsed each time
-    double number = 1;
-    Term terms[kKeptTerms] = {};
-};
-
-// Guarded by the lock of the units. Empties itself when names may have got another meaning.
-class Memory {
-  public:
-    KeptExpression& at(const Key& key) {
-        const Names now = {table_generation(), Units_arr, cntarr(Units_arr)};
-        if (!(now == names_)) {
-            for (KeptExpression& expression : kept_) expression.count = 0;
-            names_ = now;
-        }
-        return kept_[key.slot()];
-    }
-
-  private:
-    struct Names {
-        unsigned generation = 0;
-        Arr* units = nullptr;
-        long count = 0;
-        bool operator==(const Names&) const = default;
-    };
-    Names names_ = {};
-    KeptExpression kept_[kKept] = {};
-};
-constinit Memory g_memory;
-
-bool parse(std::string_view text, Unit* value, Messages* messages, Expression* read) {
-    Parser parser(units_of_process(), text, messages);
-    return parser.read_expression(read) &&
-           evaluate(read->number, read->terms.data(), read->terms.size(), value);
-}
-
-bool value_of_long(std::string_view text, Unit* value, Messages* messages) {
-    Expression read;
-    return parse(text, value, messages, &read);
-}
-
-bool value_of_new(std::string_view text, const Key& key, KeptExpression& place, Unit* value,
-                  Messages* messages) {
-    Expression read;
-    if (!parse(text, value, messages, &read)) return false;
-    if (read.terms.size() > kKeptTerms) return true;
-    place.key = key;
-    place.count = read.terms.size();
-    place.number = read.number;
-    std::copy(read.terms.begin(), read.terms.end(), place.terms);
-    return true;
-}
-
-// The value of an expression. The caller holds the lock.
-bool value_of(std::string_view text, Unit* value, Messages* messages) {
-    if (text.size() > kKeptText) return value_of_long(text, value, messages);
-    Key key;
-    copy_text(reinterpret_cast<char*>(key.words), text.data(), text.size());
-    KeptExpression& kept = g_memory.at(key);
-    if (kept.count > 0 && kept.key == key && evaluate(kept.number, kept.terms, kept.count, value))
-        return true;
-    return value_of_new(text, key, kept, value, messages);
-}
 
 std::string_view text_of(const char* units) {
     return units != nullptr ? std::string_view(units) : std::string_view();
@@ -119,9 +32,32 @@ char* describe_difference(const Unit& from, const Unit& to) {
 
 enum { kCompatible = 0, kIncompatible = 1, kUnusable = -1 };
 
+// What a conversion needs of both sides.
 struct Pair {
-    Unit from, to;
+    struct Scale {
+        double factor, offset;
+    };
+    Scale from, to;
 };
+
+// The caller holds the lock. What is wrong is said in the messages, and with which text.
+int read_both(std::string_view from, std::string_view to, Pair* pair, char** difference,
+              Messages* messages, std::string_view* wrong) {
+    Unit rooms[2];
+    *wrong = from;
+    const Unit* a = value_of(from, &rooms[0], messages);
+    if (a == nullptr) return kUnusable;
+    *wrong = to;
+    // The first may be kept where the second is going to be.
+    pair->from = {a->factor, a->offset};
+    rooms[0] = *a;
+    const Unit* b = value_of(to, &rooms[1], messages);
+    if (b == nullptr) return kUnusable;
+    pair->to = {b->factor, b->offset};
+    if (same_exponents(rooms[0], *b, UNITS_BASIS)) return kCompatible;
+    if (difference != nullptr) *difference = describe_difference(rooms[0], *b);
+    return kIncompatible;
+}
 
 // Evaluates both sides; 0, 1 or -1 as units_convert.
 int read_pair(const char* from, const char* to, Pair* pair, char** difference) {
@@ -129,21 +65,13 @@ int read_pair(const char* from, const char* to, Pair* pair, char** difference) {
     if (difference != nullptr) *difference = nullptr;
     Messages messages;
     std::string_view wrong;
+    int status;
     {
         const std::lock_guard held(units_lock());
-        for (const auto& [text, value] :
-             {std::pair(text_of(from), &pair->from), std::pair(text_of(to), &pair->to)}) {
-            wrong = text;
-            if (!value_of(text, value, &messages)) break;
-        }
-        if (messages.empty() && !same_exponents(pair->from, pair->to, UNITS_BASIS)) {
-            if (difference != nullptr) *difference = describe_difference(pair->from, pair->to);
-            return kIncompatible;
-        }
+        status = read_both(text_of(from), text_of(to), pair, difference, &messages, &wrong);
     }
-    tell(messages, wrong);
-    if (!messages.empty()) return kUnusable;
-    if (pair->to.factor != 0) return kCompatible;
+    if (!messages.empty()) tell(messages, wrong);
+    if (status != kCompatible || pair->to.factor != 0) return status;
     elog_log(0, "can't convert to the units '%s', which are zero\n", to);
     return kUnusable;
 }
@@ -184,22 +112,24 @@ int units_convert_array(const double* values, long count, const char* from, doub
     const int status = read_pair(from, to, &pair, difference);
     if (status != kCompatible) return status;
     const double multiply = pair.from.factor, divide = pair.to.factor;
-    for (long i = 0; i < count; ++i) results[i] = values[i] * multiply / divide;
+    if (divide == 1)
+        for (long i = 0; i < count; ++i) results[i] = values[i] * multiply;
+    else
+        for (long i = 0; i < count; ++i) results[i] = values[i] * multiply / divide;
     return status;
 }
 
 int units_parse(const char* units, Unit* unit) {
     units_init();
-    Unit value;
     Messages messages;
+    Unit room;
     {
         const std::lock_guard held(units_lock());
-        value_of(text_of(units), &value, &messages);
+        const Unit* value = value_of(text_of(units), &room, &messages);
+        if (value != nullptr) copy_basis(unit, value);
     }
     tell(messages, text_of(units));
-    if (!messages.empty()) return -1;
-    copy_basis(unit, &value);
-    return 0;
+    return messages.empty() ? 0 : -1;
 }
 
 Tbl* units_match(const char* units) {

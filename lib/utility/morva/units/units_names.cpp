@@ -1,66 +1,13 @@
 // Names of units: as they stand, as plurals, behind a prefix.
-#include <algorithm>
 #include <cstring>
 
 #include "base/diagnostics.hpp"
+#include "containers/arr.hpp"
 #include "morva/strings.h"
 #include "units/units.hpp"
 
 namespace morva::units {
 namespace {
-
-// A name that the search cuts at its end and that stays terminated.
-class Name {
-  public:
-    explicit Name(std::string_view name) : whole_(name), length_(name.size()) {
-        if (name.size() >= sizeof room_) {
-            long_.assign(name);
-            text_ = long_.data();
-        } else {
-            std::copy(name.begin(), name.end(), room_);
-        }
-        text_[length_] = '\0';
-    }
-    const char* c_str() const { return text_; }
-    bool is_cut() const { return length_ < whole_.size(); }
-    bool ends_in(char c) const { return length_ > 0 && text_[length_ - 1] == c; }
-    void cut() { text_[--length_] = '\0'; }
-    void put_back() {
-        text_[length_] = whole_[length_];
-        text_[++length_] = '\0';
-    }
-
-  private:
-    std::string_view whole_;
-    std::size_t length_;
-    String long_;
-    char room_[64];
-    char* text_ = room_;
-};
-
-const Unit* record(Arr* units, const char* name) {
-    return static_cast<const Unit*>(getarr(units, name));
-}
-
-// Cuts off the "s" of a plural, and an "e" before it, until a name is found.
-const Unit* find_singular(Arr* units, Name& name) {
-    for (const char last : {'s', 'e'}) {
-        if (!name.ends_in(last)) break;
-        name.cut();
-        if (const Unit* unit = record(units, name.c_str())) return unit;
-    }
-    return nullptr;
-}
-
-// What is left behind the prefix, first as it was cut, then with what was cut put back.
-const Unit* find_behind(Arr* units, Name& name, std::size_t prefix_length) {
-    const Unit* unit = record(units, name.c_str() + prefix_length);
-    while (unit == nullptr && name.is_cut()) {
-        name.put_back();
-        unit = record(units, name.c_str() + prefix_length);
-    }
-    return unit;
-}
 
 const Unit_prefix* prefix_of(std::string_view name) {
     for (const Unit_prefix& prefix : prefixes)
@@ -70,16 +17,25 @@ const Unit_prefix* prefix_of(std::string_view name) {
 
 }  // namespace
 
-bool find_unit(Arr* units, std::string_view text, Found* found) {
-    Name name(text);
-    found->prefix = 1;
-    found->unit = record(units, name.c_str());
-    if (found->unit == nullptr) found->unit = find_singular(units, name);
+bool find_unit(Arr* units, std::string_view name, Found* found) {
+    const auto record = [&](std::string_view text) {
+        return units != nullptr ? static_cast<const Unit*>(find_key(units, text)) : nullptr;
+    };
+    *found = {record(name), 1};
+    std::string_view singular = name;
+    for (const char last : {'s', 'e'}) {
+        if (found->unit != nullptr || !singular.ends_with(last)) break;
+        singular.remove_suffix(1);
+        found->unit = record(singular);
+    }
     if (found->unit != nullptr) return true;
-    const Unit_prefix* prefix = prefix_of(name.c_str());
+    const Unit_prefix* prefix = prefix_of(singular);
     if (prefix == nullptr) return false;
     found->prefix = prefix->factor;
-    found->unit = find_behind(units, name, std::strlen(prefix->name));
+    // As it was cut, then with what was cut put back.
+    const std::size_t begin = std::strlen(prefix->name);
+    for (std::size_t end = singular.size(); end <= name.size() && found->unit == nullptr; ++end)
+        found->unit = record(name.substr(begin, end - begin));
     return found->unit != nullptr;
 }
 

@@ -12,6 +12,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <functional>
 
 namespace morva::units {
 namespace {
@@ -28,20 +29,33 @@ String joined(const char* before, std::string_view name, const char* behind = "'
     return String(before).append(name).append(behind);
 }
 
-void apply(const Term& term, Unit* value) {
-    const double factor = term.unit->factor * term.prefix;
-    if (term.power == 1)
-        value->factor *= factor;
-    else if (term.power < 0)
-        value->factor /= raised(factor, -term.power);
-    else
-        value->factor *= raised(factor, term.power);
+void apply_power(const Term& term, Unit* value) {
+    const double factor = raised(term.unit->factor * term.prefix, std::abs(term.power));
+    value->factor = term.power < 0 ? value->factor / factor : value->factor * factor;
     // Unsigned: a program's own records may hold anything.
-    const auto power = static_cast<unsigned>(term.power);
     for (int i = 0; i < UNITS_BASIS; ++i)
-        value->exponents[i] =
-            static_cast<int>(static_cast<unsigned>(value->exponents[i]) +
-                             power * static_cast<unsigned>(term.unit->exponents[i]));
+        value->exponents[i] = static_cast<int>(static_cast<unsigned>(value->exponents[i]) +
+                                               static_cast<unsigned>(term.power) *
+                                                   static_cast<unsigned>(term.unit->exponents[i]));
+}
+
+// The same without multiplications, for the commonest powers.
+void apply(const Term& term, Unit* value) {
+    const auto& exponents = term.unit->exponents;
+    const auto combine = [&](auto operation) {
+        for (int i = 0; i < UNITS_BASIS; ++i)
+            value->exponents[i] = static_cast<int>(operation(
+                static_cast<unsigned>(value->exponents[i]), static_cast<unsigned>(exponents[i])));
+    };
+    if (term.power == 1) {
+        value->factor *= term.unit->factor * term.prefix;
+        combine(std::plus<>());
+    } else if (term.power == -1) {
+        value->factor /= term.unit->factor * term.prefix;
+        combine(std::minus<>());
+    } else {
+        apply_power(term, value);
+    }
 }
 
 }  // namespace
