@@ -34,7 +34,7 @@ morva_fortran_program(fortran_twins "${MORVA_FORTRAN_MODULE};${fortran_tests}/tw
     -Wno-compare-reals)
 set_target_properties(fortran_twins PROPERTIES OUTPUT_NAME twins)
 add_test(NAME fortran.twins COMMAND fortran_twins "${fortran_work}/files")
-set_tests_properties(fortran.twins PROPERTIES ENVIRONMENT "MORVAPATH=${fortran_work}/files;TZ=UTC"
+set_tests_properties(fortran.twins PROPERTIES ENVIRONMENT "MORVAPATH=${fortran_work}/files;TZ=UTC;UNITS=${CMAKE_SOURCE_DIR}/data/units"
     PASS_REGULAR_EXPRESSION "^ 1403613015.500  2014175 Jun 24,2014 12:30:15.500\n$")
 morva_fortran_end(fortran.die
     "prog: no instrument answers\\nprog: this was heard\\nprog: nor does a second\\nprog *fatal*: giving up\\n"

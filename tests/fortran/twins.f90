@@ -453,6 +453,23 @@ contains
         call check(clear_register(0) == 0, 'reasons')
     end subroutine
 
+    subroutine units()
+        real(c_double) :: result
+        character(len=16) :: difference
+        integer(handle) :: names
+        call check(units_init() == 0, 'units_init')
+        call check(units_convert(90d0, 'km/h ', result, 'm/s', difference) == 0, 'units_convert')
+        call check(abs(result - 25) < 1d-12, 'units_convert')
+        call check(difference == ' ', 'units_convert')
+        call check(units_convert(1d0, 'm', result, 's', difference) == 1, 'units_convert')
+        call check(difference == 'm s^-1', 'difference of units')
+        call check(units_convert_affine(20d0, 'degC', result, 'K', difference) == 0, 'readings')
+        call check(abs(result - 293.15d0) < 1d-12, 'readings')
+        names = units_match('lux')
+        call check(maxtbl(names) == 4, 'units_match')
+        call freetbl(names)
+    end subroutine
+
     subroutine waveforms()
         integer(c_int32_t) :: samples(4) = [0, 1, 2, 3], decoded(4)
         integer(c_int) :: nbytes, nsamp
@@ -536,6 +553,7 @@ program twins
     call times()
     call records_of_fields()
     call time_strings()
+    call units()
     call waveforms()
     call packed_samples()
     if (failures > 0) stop 1
