@@ -40,6 +40,10 @@ class Pattern {
         return table_.ready() ? table_.matches_whole(string) : regex_matches_whole(string);
     }
 
+    // False when no string that begins with the character matches as a whole; 0 stands for the
+    // empty string.
+    bool may_begin_with(char c) const { return !table_.ready() || table_.may_begin_with(c); }
+
     // True when the pattern matches anywhere.
     bool found_in(const char* string) const;
 

@@ -22,6 +22,8 @@ class PatternTable {
         while (running(row)) row = step(row, *string++);
         return row != 0;
     }
+    // Whether some whole match begins with the character; 0 stands for the empty string.
+    bool may_begin_with(char c) const { return step(start_, c) != 0; }
     bool found_in(const char* string) const;
     bool search(const char* string, int* start, int* length) const;
 

@@ -1,6 +1,7 @@
 // Morph tables: the rules of a list of lines, and names rewritten by them.
 #include "morva/morph.h"
 
+#include <bitset>
 #include <new>
 #include <utility>
 
@@ -10,8 +11,9 @@
 #include "text/substitute.hpp"
 
 struct Morph_pattern {
+    std::bitset<256> first;  // the characters that a whole match may begin with
+    bool keeps_groups;       // the replacement names some
     morva::Pattern regex;
-    bool keeps_groups;  // the replacement names some
 };
 
 namespace {
@@ -87,7 +89,11 @@ bool compile(Rule& rule) {
     const auto groups =
         rule.compiled->keeps_groups ? Pattern::Groups::kKept : Pattern::Groups::kIgnored;
     Pattern::Reason reason;
-    if (rule.compiled->regex.compile(rule.pattern, reason, groups)) return true;
+    if (rule.compiled->regex.compile(rule.pattern, reason, groups)) {
+        for (std::size_t c = 0; c < rule.compiled->first.size(); ++c)
+            rule.compiled->first[c] = rule.compiled->regex.may_begin_with(static_cast<char>(c));
+        return true;
+    }
     elog_log(0, "'%s' did not compile: %s", rule.pattern, reason);
     return false;
 }
@@ -125,6 +131,7 @@ bool find_groups(const Pattern& regex, std::string_view string, bool partial, re
 // is a terminated one.
 bool counts(const Morph_pattern& pattern, std::string_view string, bool partial,
             regmatch_t* matches) {
+    if (!partial && !pattern.first[static_cast<unsigned char>(*string.data())]) return false;
     int start = 0, length = static_cast<int>(string.size());
     const bool found = partial ? pattern.regex.search(string.data(), &start, &length)
                                : pattern.regex.matches_whole(string.data());
