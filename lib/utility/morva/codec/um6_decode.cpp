@@ -88,7 +88,10 @@ Decoded decode_plain(std::string_view data, std::int32_t* samples) {
 }
 
 Decoded decode_samples(std::string_view data, std::int32_t* samples) {
-    return may_use(Simd::kAvx2) ? decode_avx2(data, samples) : decode_plain(data, samples);
+    const auto version = may_use(Simd::kAvx512) ? decode_avx512
+                         : may_use(Simd::kAvx2) ? decode_avx2
+                                                : decode_plain;
+    return version(data, samples);
 }
 
 }  // namespace morva

@@ -23,9 +23,10 @@ struct Decoded {
 // Decodes data into `samples`, which has room for one sample for each character.
 Decoded decode_samples(std::string_view data, std::int32_t* samples);
 
-// The two versions behind it. Both give the same result for any bytes.
+// The versions behind it. All give the same result for any bytes.
 Decoded decode_plain(std::string_view data, std::int32_t* samples);
 Decoded decode_avx2(std::string_view data, std::int32_t* samples);
+Decoded decode_avx512(std::string_view data, std::int32_t* samples);
 
 // Reads one value. `at` moves behind what was read, never past `end`. `first_error` is the place of
 // the first error, `end` for a value that the text cuts off; it is set only with errors.
@@ -54,5 +55,11 @@ class Integrator {
   private:
     std::uint32_t difference_ = 0, sample_ = 0;
 };
+
+// Decodes all whole values of at most kMostCodes codes, of which the first one begins a value.
+// False when one has more than seven characters: then nothing is decoded.
+inline constexpr std::size_t kMostCodes = 33 * 64;
+bool decode_codes_avx512(const std::uint8_t* codes, std::size_t count, Integrator& integrator,
+                         std::int32_t* samples, std::size_t* decoded);
 
 }  // namespace morva

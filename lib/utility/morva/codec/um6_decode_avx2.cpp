@@ -5,7 +5,8 @@
 //   3. the codes of each value are moved into four bytes of its own, two values at a time;
 //   4. eight of these become numbers, and the numbers are summed up twice to samples.
 //
-// A chunk with a value of more than four characters takes its values one by one after step 2.
+// A chunk with a value of more than four characters takes its values one by one after step 2. With
+// AVX-512 the steps after the first are those of um6_decode_avx512.
 #include "codec/um6_decode.hpp"
 
 #ifdef __x86_64__
@@ -32,6 +33,7 @@ constexpr std::size_t kWord = 64;        // codes whose ends are looked at toget
 constexpr std::size_t kWindow = 8;       // codes that are read for one value
 constexpr std::size_t kShort = 4;        // characters of a value that fits in a lane
 constexpr std::size_t kChunk = 32 * 64;  // codes between two visits to the samples
+static_assert(kChunk + kVector <= kMostCodes);
 constexpr std::uint8_t kSignMark = 2 * kNegative;
 
 // A chunk of codes that begins with the first code of a value, and what is found out about it. What
@@ -351,7 +353,11 @@ MORVA_AVX2 void integrate_lanes(const std::uint32_t* lanes, std::size_t count,
 }
 
 // Decodes all whole values of a chunk, and tells how many they are.
-MORVA_AVX2 std::size_t decode_chunk(Chunk& chunk, Integrator& integrator, std::int32_t* samples) {
+MORVA_AVX2 std::size_t decode_chunk(Chunk& chunk, bool wide, Integrator& integrator,
+                                    std::int32_t* samples) {
+    std::size_t decoded;
+    if (wide && decode_codes_avx512(chunk.codes, chunk.count, integrator, samples, &decoded))
+        return decoded;
     if (!mark_values(chunk)) return decode_any(chunk, integrator, samples);
     std::uint32_t lanes[kChunk + kVector + 8];
     const std::size_t count = fill_lanes(chunk, lanes);
@@ -371,9 +377,7 @@ void keep_tail(Chunk& chunk) {
     std::memmove(chunk.codes + 1, chunk.codes + first + length - others, others);
 }
 
-}  // namespace
-
-MORVA_AVX2 Decoded decode_avx2(std::string_view data, std::int32_t* samples) {
+MORVA_AVX2 Decoded decode(std::string_view data, bool wide, std::int32_t* samples) {
     Chunk chunk;
     CodeReader reader(data);
     Integrator integrator;
@@ -381,7 +385,7 @@ MORVA_AVX2 Decoded decode_avx2(std::string_view data, std::int32_t* samples) {
     std::size_t total = 0;
     while (!reader.done()) {
         chunk.count = reader.fill(chunk.codes, chunk.count, kChunk, total > 0);
-        const std::size_t decoded = decode_chunk(chunk, integrator, samples + total);
+        const std::size_t decoded = decode_chunk(chunk, wide, integrator, samples + total);
         sum = add_to_checksum(sum, samples + total, decoded);
         total += decoded;
         keep_tail(chunk);
@@ -394,6 +398,16 @@ MORVA_AVX2 Decoded decode_avx2(std::string_view data, std::int32_t* samples) {
     return result;
 }
 
+}  // namespace
+
+Decoded decode_avx2(std::string_view data, std::int32_t* samples) {
+    return decode(data, false, samples);
+}
+
+Decoded decode_avx512(std::string_view data, std::int32_t* samples) {
+    return decode(data, true, samples);
+}
+
 }  // namespace morva
 
 #else
@@ -401,6 +415,10 @@ MORVA_AVX2 Decoded decode_avx2(std::string_view data, std::int32_t* samples) {
 namespace morva {
 
 Decoded decode_avx2(std::string_view data, std::int32_t* samples) {
+    return decode_plain(data, samples);
+}
+
+Decoded decode_avx512(std::string_view data, std::int32_t* samples) {
     return decode_plain(data, samples);
 }
 
