@@ -42,7 +42,7 @@ void over_times(State& state, Body body) {
     std::size_t i = 0;
     for (auto _ : state) {
         body(list[i]);
-        i = (i + 1) % list.size();
+        if (++i == list.size()) i = 0;
     }
 }
 
@@ -89,14 +89,37 @@ void etoh_morva(State& state) {
     });
 }
 
-void h2e_morva(State& state) {
-    int doy = 1;
+struct CalendarTime {
+    int year, doy, hour, minute;
+    double second;
+};
+
+const std::vector<CalendarTime>& calendar_times() {
+    static const std::vector<CalendarTime> made = [] {
+        std::vector<CalendarTime> list(1 << 12);
+        for (std::size_t i = 0; i < list.size(); ++i)
+            e2h(times()[i], &list[i].year, &list[i].doy, &list[i].hour, &list[i].minute,
+                &list[i].second);
+        return list;
+    }();
+    return made;
+}
+
+template <class Body>
+void over_calendar_times(State& state, Body body) {
+    const auto& list = calendar_times();
+    std::size_t i = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(doy);
-        double epoch = h2e(1970 + (doy & 63), doy, doy & 15, doy & 31, 15.5);
+        double epoch = body(list[i]);
         benchmark::DoNotOptimize(epoch);
-        doy = (doy + 97) % 365 + 1;
+        if (++i == list.size()) i = 0;
     }
+}
+
+void h2e_morva(State& state) {
+    over_calendar_times(state, [](const CalendarTime& t) {
+        return h2e(t.year, t.doy, t.hour, t.minute, t.second);
+    });
 }
 
 #ifdef MORVA_PEER_FMT
@@ -155,16 +178,11 @@ void etoh_date(State& state) {
 
 void h2e_date(State& state) {
     using namespace std::chrono;
-    int doy = 1;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(doy);
-        const auto day =
-            date::sys_days(date::year(1970 + (doy & 63)) / 1 / 1) + date::days(doy - 1);
-        const auto clock = hours(doy & 15) + minutes(doy & 31) + duration<double>(15.5);
-        double epoch = (day.time_since_epoch() + clock).count();
-        benchmark::DoNotOptimize(epoch);
-        doy = (doy + 97) % 365 + 1;
-    }
+    over_calendar_times(state, [](const CalendarTime& t) {
+        const auto day = date::sys_days(date::year(t.year) / 1 / 1) + date::days(t.doy - 1);
+        const auto clock = hours(t.hour) + minutes(t.minute) + duration<double>(t.second);
+        return duration<double>(day.time_since_epoch() + clock).count();
+    });
 }
 #endif
 

@@ -57,7 +57,7 @@ void over_texts(State& state, const Shape& shape, Read read) {
         double epoch = 0;
         if (!read(texts[i].c_str(), epoch)) return state.SkipWithError(texts[i].c_str());
         benchmark::DoNotOptimize(epoch);
-        i = (i + 1) % texts.size();
+        if (++i == texts.size()) i = 0;
     }
 }
 
