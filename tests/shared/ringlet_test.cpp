@@ -157,7 +157,7 @@ TEST_F(RingletFile, IsReadWithinItsBoundsWhateverItSaysLater) {
 
 TEST_F(RingletFile, IsWholeAfterTheWriterIsKilled) {
     struct Record {
-        long number, square, cube;
+        long number, sevenfold, opposite;
     };
     std::mt19937 random(5);
     long last = 0;
@@ -169,7 +169,7 @@ TEST_F(RingletFile, IsWholeAfterTheWriterIsKilled) {
             Ringlet* ringlet = openringlet(path(), 16, sizeof(Record));
             (void)!::write(ready[1], "r", 1);
             for (long k = last + 1;; ++k) {
-                const Record record = {k, k * k, k * k * k};
+                const Record record = {k, 7 * k, -k};
                 pushringlet(ringlet, &record);
             }
         }
@@ -191,8 +191,8 @@ TEST_F(RingletFile, IsWholeAfterTheWriterIsKilled) {
             const auto* record = static_cast<const Record*>(at);
             const long k = static_cast<const Record*>(newest)->number - i;
             ASSERT_EQ(record->number, k);
-            ASSERT_EQ(record->square, k * k);
-            ASSERT_EQ(record->cube, k * k * k);
+            ASSERT_EQ(record->sevenfold, 7 * k);
+            ASSERT_EQ(record->opposite, -k);
         }
         if (newest != nullptr) last = static_cast<const Record*>(newest)->number;
     }

@@ -111,20 +111,27 @@ void add(Ring* ring, Place now, double time, double value) {
     morva::ring::store_place(ring, now);
 }
 
-// Whether a point does not belong behind the newest one.
-bool out_of_order(const View& view, double time, double value) {
-    const double newest = view.time(0);
-    return time < newest || (time == newest && value == view.value(0));
-}
-
-// Marks a break before `time` when there is one.
-bool mark_break(Ring* ring, const View& view, double time) {
-    const double gap = morva::ring::load(ring->header->gap), newest = view.time(0);
-    if (gap == 0 || !(time - newest > gap)) return false;
+// Stores a point behind a break.
+[[gnu::noinline]] void add_behind_break(Ring* ring, double newest, double time, double value) {
     const double null = morva::ring::load(ring->header->null);
     addring(ring, newest, null);
     addring(ring, time, null);
-    return true;
+    addring(ring, time, value);
+}
+
+enum class Admission { refused, stored, open };
+
+// Refuses a point that does not belong behind the newest one; stores one behind a break.
+inline Admission admit(Ring* ring, Place now, double time, double value) {
+    if (now.count == 0) return Admission::open;
+    const Ring_point& point = ring->points[now.index];
+    const double newest = morva::ring::load(point.time);
+    if (time < newest || (time == newest && value == morva::ring::load(point.value)))
+        return Admission::refused;
+    const double gap = morva::ring::load(ring->header->gap);
+    if (!(time - newest > gap) || gap == 0) return Admission::open;
+    add_behind_break(ring, newest, time, value);
+    return Admission::stored;
 }
 
 // Whether the newest two points have the value.
@@ -215,22 +222,18 @@ int addring(Ring* ring, double time, double value) {
 
 int pushring(Ring* ring, double time, double value) {
     if (is_closed(ring)) return kReadonly;
-    const View view = look(ring);
-    if (view.count > 0) {
-        if (out_of_order(view, time, value)) return kOutOfOrder;
-        if (mark_break(ring, view, time)) return addring(ring, time, value);
-    }
-    add(ring, {view.index, view.count}, time, value);
-    return 0;
+    const Place now = morva::ring::load_place(ring);
+    const Admission admission = admit(ring, now, time, value);
+    if (admission == Admission::open) add(ring, now, time, value);
+    return admission == Admission::refused ? kOutOfOrder : 0;
 }
 
 int cramring(Ring* ring, const char* method, double time, double value) {
     if (is_closed(ring)) return kReadonly;
     const View view = look(ring);
-    if (view.count > 0) {
-        if (out_of_order(view, time, value)) return kOutOfOrder;
-        if (mark_break(ring, view, time)) return addring(ring, time, value);
-    }
+    const Admission admission = admit(ring, {view.index, view.count}, time, value);
+    if (admission == Admission::refused) return kOutOfOrder;
+    if (admission == Admission::stored) return 0;
     if (method == nullptr || std::strcmp(method, "collapse") != 0) {
         elog_log(0, "unrecognized cramring method '%s'", method != nullptr ? method : "");
         return kUnknownMethod;

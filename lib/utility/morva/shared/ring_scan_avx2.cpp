@@ -8,6 +8,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "base/simd.hpp"
 
@@ -69,33 +70,45 @@ MORVA_AVX2 double largest_in(Piece block, const Wanted& wanted, __m256d flip) {
     return largest_of(_mm256_max_pd(even, odd));
 }
 
-// As the plain version, for a block of a multiple of four points.
-MORVA_AVX2 Moments moments_of_block(Piece block, const Wanted& wanted) {
+struct Sums {
+    double n = 0, sum = 0, squares = 0;
+};
+
+// Of what a block of a multiple of four points has beyond an origin.
+MORVA_AVX2 Sums sums_beyond(double origin, Piece block, const Wanted& wanted) {
+    const __m256d from = _mm256_set1_pd(origin);
     __m256d sums[2] = {_mm256_setzero_pd(), _mm256_setzero_pd()};
+    __m256d squares[2] = {_mm256_setzero_pd(), _mm256_setzero_pd()};
     __m256i taken = _mm256_setzero_si256();
-    for (std::size_t i = 0; i < block.size(); i += kFour) {
-        const Four four = load_four(&block[i], wanted);
-        __m256d& sum = sums[i / kFour % 2];
-        sum = _mm256_add_pd(sum, _mm256_and_pd(four.values, four.taken));
+    const auto take = [&](std::size_t at, int half) MORVA_AVX2 {
+        const Four four = load_four(&block[at], wanted);
+        const __m256d beyond = _mm256_and_pd(_mm256_sub_pd(four.values, from), four.taken);
+        sums[half] = _mm256_add_pd(sums[half], beyond);
+        squares[half] = _mm256_add_pd(squares[half], _mm256_mul_pd(beyond, beyond));
         taken = _mm256_sub_epi64(taken, _mm256_castpd_si256(four.taken));
+    };
+    std::size_t i = 0;
+    for (; i + 2 * kFour <= block.size(); i += 2 * kFour) {
+        take(i, 0);
+        take(i + kFour, 1);
     }
+    if (i < block.size()) take(i, 0);
     alignas(32) int64_t counts[kFour];
     _mm256_store_si256(reinterpret_cast<__m256i*>(counts), taken);
-    Moments moments;
-    moments.n = counts[0] + counts[1] + counts[2] + counts[3];
-    if (moments.n == 0) return moments;
-    moments.sum = sum_of(_mm256_add_pd(sums[0], sums[1]));
-    moments.mean = moments.sum / static_cast<double>(moments.n);
-    const __m256d mean = _mm256_set1_pd(moments.mean);
-    __m256d squares[2] = {_mm256_setzero_pd(), _mm256_setzero_pd()};
-    for (std::size_t i = 0; i < block.size(); i += kFour) {
-        const Four four = load_four(&block[i], wanted);
-        const __m256d deviations = _mm256_and_pd(_mm256_sub_pd(four.values, mean), four.taken);
-        __m256d& square = squares[i / kFour % 2];
-        square = _mm256_add_pd(square, _mm256_mul_pd(deviations, deviations));
-    }
-    moments.squares = sum_of(_mm256_add_pd(squares[0], squares[1]));
-    return moments;
+    return {static_cast<double>(counts[0] + counts[1] + counts[2] + counts[3]),
+            sum_of(_mm256_add_pd(sums[0], sums[1])), sum_of(_mm256_add_pd(squares[0], squares[1]))};
+}
+
+// One pass, with the mean so far as the origin. Where the block lies so far from it that its own
+// deviations would drown, or holds what is no number, the plain version takes its two passes.
+MORVA_AVX2 Moments moments_of_block(Piece block, const Selection& selection, double mean) {
+    const double origin = std::abs(mean) < std::numeric_limits<double>::max() ? mean : 0;
+    const Sums sums = sums_beyond(origin, block, wanted(selection));
+    if (sums.n == 0) return {};
+    const double beyond = sums.sum / sums.n, squares = sums.squares - sums.sum * beyond;
+    constexpr double kDrowned = 1000;
+    if (!(sums.squares <= kDrowned * squares)) return moments_plain(block, selection);
+    return {static_cast<int64_t>(sums.n), sums.sum + sums.n * origin, origin + beyond, squares};
 }
 
 // How much of a piece goes in fours; the plain version does the rest.
@@ -130,11 +143,13 @@ MORVA_AVX2 Extreme extreme_avx2(Piece piece, const Selection& selection, double 
 }
 
 MORVA_AVX2 Moments moments_avx2(Piece piece, const Selection& selection) {
-    const Wanted want = wanted(selection);
     const std::size_t end = whole_fours(piece);
     Moments moments;
-    for (std::size_t at = 0; at < end; at += kBlock)
-        moments.add(moments_of_block(piece.subspan(at, std::min(kBlock, end - at)), want));
+    for (std::size_t at = 0; at < end; at += kBlock) {
+        const Piece block = piece.subspan(at, std::min(kBlock, end - at));
+        const double origin = moments.n > 0 ? moments.mean : load(block[0].value);
+        moments.add(moments_of_block(block, selection, origin));
+    }
     moments.add(moments_plain(piece.subspan(end), selection));
     return moments;
 }

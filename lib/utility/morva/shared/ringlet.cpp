@@ -96,16 +96,63 @@ void store(int64_t& word, int64_t value) {
 // What the file says, made to lie inside it.
 int64_t count_of(const Ringlet* ringlet) {
     const int64_t count = load(ringlet->header->count);
-    return count < 0 ? 0 : std::min(count, ringlet->nslots);
+    if (static_cast<uint64_t>(count) > static_cast<uint64_t>(ringlet->nslots)) [[unlikely]]
+        return count < 0 ? 0 : ringlet->nslots;
+    return count;
 }
 
 int64_t index_of(const Ringlet* ringlet) {
     const int64_t index = load(ringlet->header->index);
-    return index >= 0 && index < ringlet->nslots ? index : 0;
+    return static_cast<uint64_t>(index) < static_cast<uint64_t>(ringlet->nslots) ? index : 0;
 }
 
 char* slot(const Ringlet* ringlet, int64_t i) {
     return ringlet->records + i * ringlet->size;
+}
+
+// Hides the oldest record of a full ringlet. Gives the slot for the new one and the count with it.
+struct Next {
+    int64_t index;
+    int64_t count;
+};
+inline Next make_room(const Ringlet* ringlet) {
+    const int64_t index = index_of(ringlet), count = count_of(ringlet);
+    const bool full = count == ringlet->nslots;
+    if (full) store(ringlet->header->count, count - 1);
+    // Nothing is written to the slot before that.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    return {index == 0 ? ringlet->nslots - 1 : index - 1, full ? count : count + 1};
+}
+
+inline void publish(const Ringlet* ringlet, Next next) {
+    store(ringlet->header->index, next.index);
+    store(ringlet->header->count, next.count);
+}
+
+// As memcpy for kHalf to 2 kHalf bytes, without a call: two halves, which may overlap.
+template <std::size_t kHalf>
+inline void copy_halves(char* to, const char* from, std::size_t size) {
+    typedef char Half [[gnu::vector_size(kHalf)]];
+    Half first, last;
+    std::memcpy(&first, from, kHalf);
+    std::memcpy(&last, from + size - kHalf, kHalf);
+    std::memcpy(to, &first, kHalf);
+    std::memcpy(to + size - kHalf, &last, kHalf);
+}
+
+inline void copy_small(char* to, const char* from, std::size_t size) {
+    if (size <= 16)
+        copy_halves<8>(to, from, size);
+    else if (size <= 32)
+        copy_halves<16>(to, from, size);
+    else
+        copy_halves<32>(to, from, size);
+}
+
+[[gnu::noinline]] void push_any(const Ringlet* ringlet, const void* record) {
+    const Next next = make_room(ringlet);
+    std::memcpy(slot(ringlet, next.index), record, static_cast<std::size_t>(ringlet->size));
+    publish(ringlet, next);
 }
 
 }  // namespace
@@ -161,15 +208,14 @@ int closeringlet(Ringlet* ringlet) {
 
 int pushringlet(Ringlet* ringlet, const void* record) {
     if (ringlet->readonly || ringfile::is_cut(ringlet->guard)) return -1;
-    Ringlet_header* header = ringlet->header;
-    int64_t index = index_of(ringlet), count = count_of(ringlet);
-    if (count == ringlet->nslots) store(header->count, --count);
-    index = index == 0 ? ringlet->nslots - 1 : index - 1;
-    // The record is not written before the store above can be seen.
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    std::memcpy(slot(ringlet, index), record, static_cast<std::size_t>(ringlet->size));
-    store(header->index, index);
-    store(header->count, count + 1);
+    const auto size = static_cast<std::size_t>(ringlet->size);
+    if (size < 8 || size > 64) {
+        push_any(ringlet, record);
+        return 0;
+    }
+    const Next next = make_room(ringlet);
+    copy_small(slot(ringlet, next.index), static_cast<const char*>(record), size);
+    publish(ringlet, next);
     return 0;
 }
 
