@@ -78,6 +78,7 @@ std::span<const Group* const> groups();
 
 extern const Group morph_group;
 extern const Group pf_group;
+extern const Group ring_group;
 extern const Group sum_group;
 extern const Group time_group;
 extern const Group units_group;

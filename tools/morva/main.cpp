@@ -13,6 +13,7 @@ std::span<const Group* const> groups() {
         // one a line, in the order of the help
         &morph_group,     //
         &pf_group,        //
+        &ring_group,      //
         &sum_group,       //
         &time_group,      //
         &units_group,     //
