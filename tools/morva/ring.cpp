@@ -129,6 +129,12 @@ std::vector<Stats> stats_of(const OpenRing& ring, double span) {
             {"correlation", "correlation", n > 1 ? correlation : std::nan("")}};
 }
 
+std::string rounded(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
+}
+
 void print_stats(const OpenRing& ring, double span) {
     print(coloured(Colour::bold, one_line(ring.path())) + "  " + one_line(ring.id()) + "\n");
     for (const Stats& row : stats_of(ring, span)) {
@@ -136,7 +142,7 @@ void print_stats(const OpenRing& ring, double span) {
         std::string label = row.label;
         label.resize(15, ' ');
         print("  " + coloured(Colour::cyan, label) +
-              (row.is_time ? iso_time(row.value) : number_text(row.value)) +
+              (row.is_time ? iso_time(row.value) : rounded(row.value)) +
               (row.remark.empty() ? "" : "  " + row.remark) + "\n");
     }
 }
@@ -197,9 +203,17 @@ bool read_number(const std::string& text, double& value) {
 }
 
 bool read_time(const std::string& text, double& epoch) {
+    const int mark = elog_mark();
+    char* end = nullptr;
     if (zstr2epoch(text.c_str(), &epoch) == 0) return true;
-    elog_complain(0, "'%s' is no time", one_line(text).c_str());
-    return false;
+    // 0 is no text of a time, but the time of a point all the same.
+    epoch = fix_strtod(text.c_str(), &end);
+    if (end == text.c_str() || *end != '\0') {
+        elog_complain(0, "'%s' is no time", one_line(text).c_str());
+        return false;
+    }
+    elog_flush(0, mark);
+    return true;
 }
 
 std::string number_text(double value) {

@@ -16,6 +16,7 @@ namespace tool {
 
 namespace {
 
+constexpr int kValueTicks = 6;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 std::string time_text(const char* format, double epoch) {
@@ -51,11 +52,11 @@ void scale(Panel& panel) {
             low = std::min(low, point.value);
             high = std::max(high, point.value);
         }
-    if (!(low <= high)) low = 0, high = 1;
+    if (!(low <= high)) return;
     const double air = high > low ? 0.06 * (high - low) : std::max(std::fabs(high) * 0.1, 1e-9);
     panel.low = low - air;
     panel.high = high + air;
-    panel.ticks = value_ticks(panel.low, panel.high, 4);
+    panel.ticks = value_ticks(panel.low, panel.high, kValueTicks);
 }
 
 using Snapshot = std::pair<OpenRing, std::vector<Ring_point>>;

@@ -51,10 +51,18 @@ class Dots {
     std::vector<unsigned char> cells_;
 };
 
-std::string right_aligned(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%*.4g ", kMargin - 1, value);
-    return text;
+// The values of ticks beside their rows.
+std::vector<std::string> labels_of(const Panel& panel) {
+    std::vector<std::string> labels(kRows, std::string(kMargin, ' '));
+    if (panel.empty()) return labels;
+    for (const Tick& tick : value_ticks(panel.low, panel.high, kRows / 2)) {
+        const double part = (panel.high - tick.at) / (panel.high - panel.low);
+        const auto row = static_cast<std::size_t>(std::clamp(part, 0.0, 0.999) * kRows);
+        char text[32];
+        std::snprintf(text, sizeof text, "%*s ", kMargin - 1, tick.text.c_str());
+        labels[row] = text;
+    }
+    return labels;
 }
 
 void draw_panel(const Plot& plot, const Panel& panel, int columns) {
@@ -76,12 +84,10 @@ void draw_panel(const Plot& plot, const Panel& panel, int columns) {
     std::string title = coloured(Colour::bold, one_line(panel.title));
     title += panel.empty() ? "  no data" : "  " + number_text(panel.newest().value);
     print(std::string(kMargin, ' ') + title + "\n");
-    for (int row = 0; row < kRows; ++row) {
-        const std::string label = row == 0           ? right_aligned(panel.high)
-                                  : row == kRows - 1 ? right_aligned(panel.low)
-                                                     : std::string(kMargin, ' ');
-        print(label + coloured(Colour::green, dots.row(row)) + "\n");
-    }
+    const std::vector<std::string> labels = labels_of(panel);
+    for (int row = 0; row < kRows; ++row)
+        print(labels[static_cast<std::size_t>(row)] + coloured(Colour::green, dots.row(row)) +
+              "\n");
 }
 
 // The texts of the ticks under their places, as far as there is room.
@@ -89,7 +95,7 @@ void draw_axis(const Plot& plot, int columns) {
     const auto size = static_cast<std::size_t>(kMargin + columns);
     std::string marks(size, ' '), texts(size, ' '), days(size, ' ');
     std::size_t free_from = 0;
-    for (const Tick& tick : time_ticks(plot.from, plot.to, columns / 14)) {
+    for (const Tick& tick : time_ticks(plot.from, plot.to, columns / 10)) {
         const auto at = static_cast<std::size_t>(
             kMargin + (tick.at - plot.from) / (plot.to - plot.from) * (columns - 1));
         marks[std::min(at, size - 1)] = '|';
