@@ -12,7 +12,8 @@ Simd best_simd() {
         !__builtin_cpu_supports("bmi2"))
         return Simd::kPlain;
     if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
-        !__builtin_cpu_supports("avx512vl") || !__builtin_cpu_supports("avx512vbmi"))
+        !__builtin_cpu_supports("avx512cd") || !__builtin_cpu_supports("avx512vl") ||
+        !__builtin_cpu_supports("avx512vbmi"))
         return Simd::kAvx2;
     return Simd::kAvx512;
 #else
