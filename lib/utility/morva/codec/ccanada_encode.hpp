@@ -19,5 +19,6 @@ std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* dat
 // The versions behind it. All write the same keys and data.
 std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_t* data);
 std::uint8_t* encode_avx2(const Series& series, std::uint8_t* keys, std::uint8_t* data);
+std::uint8_t* encode_avx512(const Series& series, std::uint8_t* keys, std::uint8_t* data);
 
 }  // namespace morva::canada

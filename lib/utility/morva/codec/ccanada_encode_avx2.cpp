@@ -6,13 +6,13 @@
 
 #include <immintrin.h>
 
-#include <algorithm>
 #include <array>
 #include <bit>
 
 #include "base/simd.hpp"
 #include "codec/big_endian.hpp"
 #include "codec/ccanada_code.hpp"
+#include "codec/ccanada_vectors.hpp"
 
 namespace morva::canada {
 
@@ -86,48 +86,35 @@ MORVA_AVX2 inline void store_group(__m128i values, const Squeezing& how, std::ui
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(all, bytes));
 }
 
-// As the plain encode_block, from the samples: also the one before and the one behind are read.
-MORVA_AVX2 inline std::uint8_t* encode_block(const std::int32_t* samples, std::uint8_t* key,
-                                             std::uint8_t* data) {
-    __m128i values[kGroups];
-    std::uint32_t changes[kGroups], all = 0;
-    for (std::size_t group = 0; group < kGroups; ++group) {
-        values[group] = second_differences(samples + group * kGroup);
-        changes[group] = changes_of(values[group]);
-        all |= changes[group];
+struct Avx2 {
+    MORVA_AVX2 static std::uint8_t* encode_block(const std::int32_t* samples, std::uint8_t* key,
+                                                 std::uint8_t* data) {
+        __m128i values[kGroups];
+        std::uint32_t changes[kGroups], all = 0;
+        for (std::size_t group = 0; group < kGroups; ++group) {
+            values[group] = second_differences(samples + group * kGroup);
+            changes[group] = changes_of(values[group]);
+            all |= changes[group];
+        }
+        const unsigned flag = all >> kWidestUnflagged != 0;
+        const auto& rows = kSqueezings[flag];
+        unsigned bits = flag;
+        for (std::size_t group = 0; group < kGroups; ++group) {
+            const Squeezing& row =
+                rows[static_cast<unsigned>(31 - std::countl_zero(changes[group] | 1))];
+            store_group(values[group], row, data);
+            bits = bits << 3 | row.code;
+            data += row.size;
+        }
+        store_big_endian(key, static_cast<std::uint16_t>(bits));
+        return data;
     }
-    const unsigned flag = all >> kWidestUnflagged != 0;
-    const auto& rows = kSqueezings[flag];
-    unsigned bits = flag;
-    for (std::size_t group = 0; group < kGroups; ++group) {
-        const Squeezing& row =
-            rows[static_cast<unsigned>(31 - std::countl_zero(changes[group] | 1))];
-        store_group(values[group], row, data);
-        bits = bits << 3 | row.code;
-        data += row.size;
-    }
-    store_big_endian(key, static_cast<std::uint16_t>(bits));
-    return data;
-}
+};
 
 }  // namespace
 
 MORVA_AVX2 std::uint8_t* encode_avx2(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
-    for (std::size_t block = 0; block < series.blocks; ++block) {
-        const std::int32_t* samples = series.samples + block * kBlock;
-        std::uint8_t* const key = keys + block * kKeySize;
-        const bool is_first = block == 0, is_last = block + 1 == series.blocks;
-        if (!is_first && !is_last) {
-            data = encode_block(samples, key, data);
-            continue;
-        }
-        std::int32_t framed[1 + kBlock + 1];
-        framed[0] = is_first ? samples[0] : samples[-1];
-        std::copy_n(samples, kBlock, framed + 1);
-        framed[kBlock + 1] = is_last ? series.next : samples[kBlock];
-        data = encode_block(framed + 1, key, data);
-    }
-    return data;
+    return encode_blocks<Avx2>(series, keys, data);
 }
 
 }  // namespace morva::canada
