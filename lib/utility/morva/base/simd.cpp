@@ -13,7 +13,7 @@ Simd best_simd() {
         return Simd::kPlain;
     if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
         !__builtin_cpu_supports("avx512cd") || !__builtin_cpu_supports("avx512vl") ||
-        !__builtin_cpu_supports("avx512vbmi"))
+        !__builtin_cpu_supports("avx512vbmi") || !__builtin_cpu_supports("avx512vbmi2"))
         return Simd::kAvx2;
     return Simd::kAvx512;
 #else

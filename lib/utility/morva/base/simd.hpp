@@ -9,7 +9,7 @@ namespace morva {
 enum class Simd {
     kPlain,
     kAvx2,   // AVX2, BMI1 and BMI2
-    kAvx512  // AVX-512 F, BW, CD, VL and VBMI too
+    kAvx512  // AVX-512 F, BW, CD, VL, VBMI and VBMI2 too
 };
 
 extern Simd g_simd;
@@ -30,8 +30,10 @@ void force_simd(Simd version);
 // Marks a function that is compiled for a version.
 #ifdef __x86_64__
 #define MORVA_AVX2 __attribute__((target("avx2,bmi,bmi2")))
-#define MORVA_AVX512 \
-    __attribute__((target("avx2,bmi,bmi2,avx512f,avx512bw,avx512cd,avx512vl,avx512vbmi")))
+#define MORVA_AVX512                                                          \
+    __attribute__((                                                           \
+        target("avx2,bmi,bmi2,avx512f,avx512bw,avx512cd,avx512vl,avx512vbmi," \
+               "avx512vbmi2")))
 #else
 #define MORVA_AVX2
 #define MORVA_AVX512

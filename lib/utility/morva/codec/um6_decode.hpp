@@ -56,6 +56,14 @@ class Integrator {
     std::uint32_t difference_ = 0, sample_ = 0;
 };
 
+// Turns 64 characters into codes up to the first one that neither has a code nor stands for a line
+// end or tab; these are left out. Writes 64 bytes, of which `count` are codes.
+struct Converted {
+    std::size_t used;  // characters up to that one, 64 without one
+    std::size_t count;
+};
+Converted convert_avx512(const char* text, std::uint8_t* codes);
+
 // Decodes all whole values of at most kMostCodes codes, of which the first one begins a value.
 // False when one has more than seven characters: then nothing is decoded.
 inline constexpr std::size_t kMostCodes = 33 * 64;

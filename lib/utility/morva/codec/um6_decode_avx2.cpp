@@ -6,7 +6,7 @@
 //   4. eight of these become numbers, and the numbers are summed up twice to samples.
 //
 // A chunk with a value of more than four characters takes its values one by one after step 2. With
-// AVX-512 the steps after the first are those of um6_decode_avx512.
+// AVX-512 all steps are those of um6_decode_avx512.
 #include "codec/um6_decode.hpp"
 
 #ifdef __x86_64__
@@ -33,7 +33,7 @@ constexpr std::size_t kWord = 64;        // codes whose ends are looked at toget
 constexpr std::size_t kWindow = 8;       // codes that are read for one value
 constexpr std::size_t kShort = 4;        // characters of a value that fits in a lane
 constexpr std::size_t kChunk = 32 * 64;  // codes between two visits to the samples
-static_assert(kChunk + kVector <= kMostCodes);
+static_assert(kChunk + kWord <= kMostCodes);
 constexpr std::uint8_t kSignMark = 2 * kNegative;
 
 // A chunk of codes that begins with the first code of a value, and what is found out about it. What
@@ -104,13 +104,14 @@ MORVA_AVX2 inline std::uint32_t convert(const char* text, std::uint8_t* codes) {
 // Turns the text into codes, chunk by chunk.
 class CodeReader {
   public:
-    explicit CodeReader(std::string_view text)
-        : begin_(text.data()), at_(begin_), end_(begin_ + text.size()) {}
+    CodeReader(std::string_view text, bool wide)
+        : begin_(text.data()), at_(begin_), end_(begin_ + text.size()), wide_(wide) {}
 
-    // Adds codes behind the `count` that are there, up to `limit` and at most a vector more, and
+    // Adds codes behind the `count` that are there, up to `limit` and at most a word more, and
     // returns their number. `began` tells whether a value precedes the first of them.
     MORVA_AVX2 std::size_t fill(std::uint8_t* codes, std::size_t count, std::size_t limit,
                                 bool began) {
+        if (wide_) count = fill_wide(codes, count, limit, began);
         while (count < limit && !done_) {
             if (static_cast<std::size_t>(end_ - at_) < kVector) {
                 count = take_rest(codes, count, began);
@@ -130,6 +131,17 @@ class CodeReader {
     std::size_t size() const { return static_cast<std::size_t>(end_ - begin_); }
 
   private:
+    // The same as far as whole words of characters go.
+    std::size_t fill_wide(std::uint8_t* codes, std::size_t count, std::size_t limit, bool began) {
+        while (count < limit && !done_ && static_cast<std::size_t>(end_ - at_) >= kWord) {
+            const Converted converted = convert_avx512(at_, codes + count);
+            count += converted.count;
+            at_ += converted.used;
+            if (converted.used < kWord) take_odd(codes, count, began);
+        }
+        return count;
+    }
+
     std::size_t take_rest(std::uint8_t* codes, std::size_t count, bool began) {
         while (at_ < end_ && !done_) {
             const std::uint8_t code = code_of(*at_);
@@ -158,6 +170,7 @@ class CodeReader {
     const char* begin_;
     const char* at_;
     const char* end_;
+    bool wide_;  // AVX-512 may be used
     bool done_ = false;
     Stop stop_ = Stop::kEnd;
 };
@@ -359,7 +372,7 @@ MORVA_AVX2 std::size_t decode_chunk(Chunk& chunk, bool wide, Integrator& integra
     if (wide && decode_codes_avx512(chunk.codes, chunk.count, integrator, samples, &decoded))
         return decoded;
     if (!mark_values(chunk)) return decode_any(chunk, integrator, samples);
-    std::uint32_t lanes[kChunk + kVector + 8];
+    std::uint32_t lanes[kChunk + kWord + 8];
     const std::size_t count = fill_lanes(chunk, lanes);
     integrate_lanes(lanes, count, integrator, samples);
     return count;
@@ -379,7 +392,7 @@ void keep_tail(Chunk& chunk) {
 
 MORVA_AVX2 Decoded decode(std::string_view data, bool wide, std::int32_t* samples) {
     Chunk chunk;
-    CodeReader reader(data);
+    CodeReader reader(data, wide);
     Integrator integrator;
     std::int32_t sum = 0;
     std::size_t total = 0;

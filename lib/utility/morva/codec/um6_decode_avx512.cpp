@@ -1,13 +1,14 @@
-// The AVX-512 version of the decoder's work on a chunk of codes. For each place of 64 the number is
-// computed that a value has which ends there, from the codes up to it; those of the places where
-// values do end are then moved together and summed up twice to samples.
+// The AVX-512 version of the decoder's steps. Characters become codes, 64 at a time, and those of
+// line ends are squeezed out. For each place of 64 codes the number is then computed that a value
+// has which ends there, from the codes up to it; those of the places where values do end are moved
+// together and summed up twice to samples.
 #include "codec/um6_decode.hpp"
 
 #ifdef __x86_64__
 
 #include <immintrin.h>
 
-#include <cstring>
+#include <array>
 
 #include "base/simd.hpp"
 #include "codec/cm6_code.hpp"
@@ -22,6 +23,15 @@ constexpr std::size_t kWord = 64;
 constexpr std::size_t kWords = kMostCodes / kWord + 1;
 constexpr std::size_t kLanes = 16;
 constexpr int kShort = 4;  // characters of a value whose bits fit in 20
+
+// Codes of characters, for _mm512_permutex2var_epi8. Whatever has none has the sign bit.
+constexpr std::uint8_t kSkipped = 128;
+constexpr std::array<std::uint8_t, 128> kCodes = [] {
+    std::array<std::uint8_t, 128> codes = Decode;
+    for (std::size_t c = 0; c < codes.size(); ++c)
+        if (is_skipped(static_cast<char>(c))) codes[c] = kSkipped;
+    return codes;
+}();
 
 // What is found out about the codes before numbers are made of them.
 struct Marked {
@@ -161,6 +171,20 @@ MORVA_AVX512 void integrate(const std::int32_t* numbers, std::size_t count, Inte
 
 }  // namespace
 
+MORVA_AVX512 Converted convert_avx512(const char* text, std::uint8_t* codes) {
+    const __m512i characters = _mm512_loadu_si512(text);
+    const __m512i found = _mm512_permutex2var_epi8(_mm512_loadu_si512(kCodes.data()), characters,
+                                                   _mm512_loadu_si512(kCodes.data() + 64));
+    const std::uint64_t above = _mm512_movepi8_mask(characters);
+    const std::uint64_t without = _mm512_movepi8_mask(found) | above;
+    const std::uint64_t skipped =
+        _mm512_cmpeq_epi8_mask(found, _mm512_set1_epi8(static_cast<char>(kSkipped))) & ~above;
+    const auto used = static_cast<std::size_t>(_tzcnt_u64(without & ~skipped));
+    const std::uint64_t kept = _bzhi_u64(~without, static_cast<unsigned>(used));
+    _mm512_storeu_si512(codes, _mm512_maskz_compress_epi8(kept, found));
+    return {used, static_cast<std::size_t>(__builtin_popcountll(kept))};
+}
+
 MORVA_AVX512 bool decode_codes_avx512(const std::uint8_t* codes, std::size_t count,
                                       Integrator& integrator, std::int32_t* samples,
                                       std::size_t* decoded) {
@@ -177,6 +201,10 @@ MORVA_AVX512 bool decode_codes_avx512(const std::uint8_t* codes, std::size_t cou
 #else
 
 namespace morva {
+
+Converted convert_avx512(const char*, std::uint8_t*) {
+    return {0, 0};
+}
 
 bool decode_codes_avx512(const std::uint8_t*, std::size_t, Integrator&, std::int32_t*,
                          std::size_t*) {
