@@ -19,7 +19,7 @@ const Unit_prefix* prefix_of(std::string_view name) {
 
 bool find_unit(Arr* units, std::string_view name, Found* found) {
     const auto record = [&](std::string_view text) {
-        return units != nullptr ? static_cast<const Unit*>(find_key(units, text)) : nullptr;
+        return static_cast<const Unit*>(find_key(units, text));
     };
     *found = {record(name), 1};
     std::string_view singular = name;
