@@ -43,28 +43,6 @@ MORVA_AVX512 inline __m512i last_of(__m512i values) {
     return _mm512_permutexvar_epi32(_mm512_set1_epi32(15), values);
 }
 
-// Makes samples of at least `count` values; the two samples before them are read.
-template <unsigned order>
-MORVA_AVX512 inline void integrate(const std::int32_t* values, std::size_t count,
-                                   std::int32_t* samples) {
-    __m512i sample = _mm512_set1_epi32(samples[-1]);
-    __m512i difference = _mm512_sub_epi32(sample, _mm512_set1_epi32(samples[-2]));
-    for (std::size_t i = 0; i < count; i += kVector) {
-        __m512i result = _mm512_load_si512(values + i);
-        if constexpr (order == kSecondDifferences) {
-            const __m512i sums = running_sums(result);
-            result = _mm512_add_epi32(sums, difference);
-            difference = _mm512_add_epi32(difference, last_of(sums));
-        }
-        if constexpr (order != kSamples) {
-            const __m512i sums = running_sums(result);
-            result = _mm512_add_epi32(sums, sample);
-            sample = _mm512_add_epi32(sample, last_of(sums));
-        }
-        _mm512_storeu_si512(samples + i, result);
-    }
-}
-
 struct Avx512 {
     static constexpr std::size_t kVector = gen::kVector;
 
@@ -85,14 +63,23 @@ struct Avx512 {
         }
     }
 
+    // The order changes from block to block in no foreseeable way: both sums are always made, and
+    // masks choose, which is less than a branch foretold wrongly.
     MORVA_AVX512 static void integrate(unsigned order, const std::int32_t* values,
                                        std::size_t count, std::int32_t* samples) {
-        if (order == kSecondDifferences)
-            gen::integrate<kSecondDifferences>(values, count, samples);
-        else if (order == kDifferences)
-            gen::integrate<kDifferences>(values, count, samples);
-        else
-            gen::integrate<kSamples>(values, count, samples);
+        const __mmask16 once = order != kSamples ? 0xFFFF : 0;
+        const __mmask16 twice = order == kSecondDifferences ? 0xFFFF : 0;
+        __m512i sample = _mm512_set1_epi32(samples[-1]);
+        __m512i difference = _mm512_sub_epi32(sample, _mm512_set1_epi32(samples[-2]));
+        for (std::size_t i = 0; i < count; i += kVector) {
+            const __m512i value = _mm512_load_si512(values + i);
+            const __m512i first = running_sums(value);
+            const __m512i differences = _mm512_mask_add_epi32(value, twice, first, difference);
+            difference = _mm512_add_epi32(difference, last_of(first));
+            const __m512i second = running_sums(differences);
+            _mm512_storeu_si512(samples + i, _mm512_mask_add_epi32(value, once, second, sample));
+            sample = _mm512_add_epi32(sample, last_of(second));
+        }
     }
 };
 

@@ -25,8 +25,7 @@ class PackedValues {
     std::size_t start() const { return start_; }  // the bit of data()[0], from its top
     void make_readable(std::size_t bytes) {
         if (static_cast<std::size_t>(end_ - data_) >= bytes) return;
-        std::memset(tail_, 0, sizeof tail_);
-        std::copy(data_, end_, tail_);
+        std::memset(std::copy(data_, end_, tail_), 0, kBehind);
         data_ = tail_;
         end_ = tail_ + sizeof tail_;
     }
@@ -40,6 +39,8 @@ class PackedValues {
     const std::uint8_t* data_;
     const std::uint8_t* end_;
     std::size_t start_ = 0;
+    // Read of the tail behind the values: what rounding up a block adds, and the rest of a vector.
+    static constexpr std::size_t kBehind = 2 * kOverread;
     std::uint8_t tail_[2 * (4 * kLargest + kOverread)];
 };
 
