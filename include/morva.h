@@ -61,6 +61,7 @@
 #include "morva/ucsd.h"
 #include "morva/units.h"
 #include "morva/vkcompress.h"
+#include "morva/xheap.h"
 #include "morva/xlat.h"
 
 #endif

@@ -1,0 +1,224 @@
+// Heaps: entries stored and fetched. docs/formats/heap.md draws the layout.
+//
+// A new entry is written into a free one, and is one itself from the store of its header on.
+#include "morva/xheap.h"
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+
+#include "base/diagnostics.hpp"
+#include "shared/xheap.hpp"
+
+namespace {
+
+using namespace morva::heap;
+using morva::malloced;
+
+struct Value {
+    const void* data;
+    int32_t n;
+};
+
+bool lies_in(const Xheap* heap, const void* address) {
+    const auto begin = reinterpret_cast<uintptr_t>(heap->address);
+    return reinterpret_cast<uintptr_t>(address) - begin < static_cast<uintptr_t>(heap->length);
+}
+
+void move_bytes(char* to, const void* from, int32_t n) {
+    if (n > 0) std::memmove(to, from, static_cast<std::size_t>(n));
+}
+
+// Name length, data length and CRC as they will be in the header.
+Header header_of(int32_t size, const char* name, Value value) {
+    const auto name_length = static_cast<int32_t>(std::strlen(name)) + 1;
+    return {size, name_length, value.n, crc_of(name, name_length, value.data, value.n)};
+}
+
+void set_record(Entry* entry, const Header& header) {
+    entry->name = entry->address + kHeaderSize;
+    entry->data = entry->name + header.name_length;
+    entry->data_length = header.data_length;
+}
+
+// Writes a new value over the old one. Whoever looks meanwhile finds a wrong CRC.
+void overwrite(Entry* entry, const char* name, Value value) {
+    const Header header = header_of(entry->size, name, value);
+    store_header(entry->address, header);
+    set_record(entry, header);
+    move_bytes(entry->data, value.data, value.n);
+}
+
+// Turns an entry that was taken from the free list into a named one.
+void publish(Entry* entry, const char* name, Value value) {
+    const Header header = header_of(entry->size, name, value);
+    set_record(entry, header);
+    move_bytes(entry->name, name, header.name_length);
+    move_bytes(entry->data, value.data, value.n);
+    store_header(entry->address, header);
+}
+
+// Data and name that lie in the heap or its lists must outlive what is done to make room.
+class Kept {
+  public:
+    Kept(const Xheap* heap, const char* name, Value value) : name_(name), value_(value) {
+        if (value.n == 0 || !lies_in(heap, value.data)) return;
+        copy_.reset(static_cast<char*>(
+            morva::must_malloc(static_cast<std::size_t>(value.n), "data", MORVA_HERE)));
+        move_bytes(copy_.get(), value.data, value.n);
+        value_.data = copy_.get();
+    }
+    const char* name() const { return name_.c_str(); }
+    Value value() const { return value_; }
+
+  private:
+    morva::String name_;
+    Value value_;
+    malloced<char> copy_;
+};
+
+// The space for the value; 0, with the reason registered, when it cannot be stored.
+int32_t checked_need(Xheap* heap, const char* name, Value value) {
+    if (!may_store(heap)) return 0;
+    settle(heap);
+    const char* wrong = nullptr;
+    if (name == nullptr)
+        wrong = "it has no name";
+    else if (value.n < 0)
+        wrong = "its length is negative";
+    else if (reqx(name, value.n) > INT32_MAX - kHeaderSize)
+        wrong = "it is too long";
+    if (wrong == nullptr) return static_cast<int32_t>(reqx(name, value.n));
+    elog_log(0, "Can't store '%.100s' in the heap '%s': %s\n", name != nullptr ? name : "",
+             heap->path, wrong);
+    return 0;
+}
+
+int store_new(Xheap* heap, int32_t need, const char* name, Value value) {
+    Entry* entry = spacex(heap, need);
+    if (entry == nullptr) return -1;
+    publish(entry, name, value);
+    setarr(heap->names, name, entry);
+    return 0;
+}
+
+// Space that is had without moving any entry.
+Entry* safe_space(Xheap* heap, int32_t need) {
+    Entry* entry = unusedx(heap, need, nullptr);
+    if (entry != nullptr) return entry;
+    return expandx(heap, need) == 0 ? unusedx(heap, need, nullptr) : nullptr;
+}
+
+// Hands out a copy in the caller's growable buffer.
+void copy_out(Value value, void** buffer, int* n, int* size) {
+    if (*buffer == nullptr || *size < value.n) {
+        const auto bytes = static_cast<std::size_t>(value.n);
+        void* larger = morva::must_calloc(bytes, 1, "*data", MORVA_HERE);
+        std::free(*buffer);
+        *buffer = larger;
+        *size = value.n;
+    }
+    move_bytes(static_cast<char*>(*buffer), value.data, value.n);
+    *n = value.n;
+}
+
+Entry* find_entry(Xheap* heap, const char* name) {
+    if (heap == nullptr || name == nullptr) return nullptr;
+    settle(heap);
+    return find(heap, name);
+}
+
+// ---- readers beside a writer
+
+// Copies the data of an entry as it is now: false unless it has the name and the CRC is right for
+// the copy.
+bool copy_whole(const Xheap* heap, const Entry* entry, const char* name, void** buffer, int* n,
+                int* size) {
+    const Seen seen = look(heap, entry->address - heap->address);
+    const std::size_t length = std::strlen(name) + 1;
+    if (seen.broken || !seen.fits()) return false;
+    if (static_cast<std::size_t>(seen.header.name_length) != length) return false;
+    if (std::memcmp(seen.name(), name, length) != 0) return false;
+    copy_out({seen.data(), seen.header.data_length}, buffer, n, size);
+    return crc_of(name, seen.header.name_length, *buffer, *n) == seen.header.crc;
+}
+
+}  // namespace
+
+extern "C" {
+
+long reqx(const char* name, int n) {
+    return static_cast<long>(std::strlen(name)) + kHeaderSize + 1 + n;
+}
+
+int putx(Xheap* heap, const char* name, const void* data, int n) {
+    const int32_t need = checked_need(heap, name, {data, n});
+    if (need == 0) return -1;
+    Entry* entry = find(heap, name);
+    if (entry != nullptr && entry->size >= need) {
+        overwrite(entry, name, {data, n});
+        return is_cut(heap) ? -1 : 0;
+    }
+    const Kept kept(heap, name, {data, n});
+    if (entry != nullptr) delx(heap, kept.name());
+    return store_new(heap, need, kept.name(), kept.value());
+}
+
+int putx_safe(Xheap* heap, const char* name, const void* data, int n) {
+    const int32_t need = checked_need(heap, name, {data, n});
+    if (need == 0) return -1;
+    const Kept kept(heap, name, {data, n});
+    Entry* entry = safe_space(heap, need);
+    if (entry == nullptr) return -1;
+    publish(entry, kept.name(), kept.value());
+    auto* old = static_cast<Entry*>(setarr(heap->names, kept.name(), entry));
+    if (old != nullptr) give_back(heap, old);
+    return is_cut(heap) ? -1 : 0;
+}
+
+int getx(Xheap* heap, const char* name, void** buffer, int* n, int* size) {
+    const Entry* entry = find_entry(heap, name);
+    if (entry == nullptr) return -1;
+    copy_out({entry->data, entry->data_length}, buffer, n, size);
+    return is_cut(heap) ? -1 : 0;
+}
+
+int getxaddr(Xheap* heap, const char* name, void** address, int* n) {
+    const Entry* entry = find_entry(heap, name);
+    if (entry == nullptr || is_cut(heap)) return -1;
+    *address = entry->data;
+    *n = entry->data_length;
+    return 0;
+}
+
+int readx(Xheap* heap, const char* name, void** buffer, int* n, int* size) {
+    constexpr int kRefreshments = 10;
+    constexpr int kAttempts = 100;
+    if (heap == nullptr || name == nullptr) return -1;
+    const morva::String kept(name);  // the name may be one of the lists' own
+    for (int i = 0; i <= kRefreshments; ++i) {
+        if (i > 0 && refreshx(heap) != 0) return -1;
+        const Entry* entry = find_entry(heap, kept.c_str());
+        for (int k = 0; entry != nullptr && k < kAttempts; ++k)
+            if (copy_whole(heap, entry, kept.c_str(), buffer, n, size))
+                return is_cut(heap) ? -1 : 0;
+    }
+    return -1;
+}
+
+int delx(Xheap* heap, const char* name) {
+    if (!may_store(heap)) return -1;
+    auto* entry = static_cast<Entry*>(find_entry(heap, name));
+    if (entry == nullptr) return 0;
+    delarr(heap->names, name);
+    give_back(heap, entry);
+    return 0;
+}
+
+Tbl* namesx(Xheap* heap) {
+    if (heap == nullptr) return keysarr(nullptr);
+    settle(heap);
+    return keysarr(heap->names);
+}
+
+}  // extern "C"
