@@ -98,7 +98,7 @@ bool is_closed(const Ring* ring) {
     return ring->readonly || ringfile::is_cut(ring->guard);
 }
 
-void add(Ring* ring, Place now, double time, double value) {
+[[gnu::always_inline]] inline void add(Ring* ring, Place now, double time, double value) {
     if (now.count == ring->size) {
         --now.count;
         morva::ring::store_place(ring, now);
