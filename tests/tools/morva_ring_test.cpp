@@ -100,6 +100,11 @@ TEST_F(MorvaRing, Draws) {
     const Outcome terminal = run("morva ring plot a.ring");
     for (const char* part : {"tide  ", "       0 ", "1970-01-01", "\u28c0"})
         EXPECT_THAT(terminal.out, HasSubstr(part));
+    const Outcome strange = run(
+        "morva ring create b.ring 9 --id \"$(printf 'a\\377\\nb')\"; printf '1 nan\\n2 1e308\\n3 "
+        "5\\n' |"
+        "morva ring push b.ring -; morva ring plot b.ring -o b.png && morva ring plot b.ring");
+    EXPECT_EQ(strange.status, 0) << strange.out;
     EXPECT_EQ(run("morva ring plot a.ring -o a.gif").status, 2);
     EXPECT_EQ(run("morva ring plot a.ring -o no/where.png").status, 2);
     EXPECT_EQ(run("morva ring plot a.ring -o no/where.svg").status, 2);

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "command.hpp"
@@ -81,6 +82,17 @@ std::string one_line(std::string_view text) {
         line += escape;
     }
     return line;
+}
+
+std::string plain_utf8(std::string_view text) {
+    std::string plain;
+    while (!text.empty()) {
+        const auto byte = static_cast<unsigned char>(text[0]);
+        const std::size_t length = byte < 0x80 ? byte >= 0x20 && byte != 0x7f : utf8_length(text);
+        plain += length == 0 ? "?" : text.substr(0, length);
+        text.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return plain;
 }
 
 void print(std::string_view text) {

@@ -16,6 +16,9 @@ std::string coloured(Colour colour, std::string_view text);
 // The text on one line, as a terminal may show it: control characters as in C ("\n", "\033").
 std::string one_line(std::string_view text);
 
+// The text as UTF-8 without control characters: a question mark stands for every other byte.
+std::string plain_utf8(std::string_view text);
+
 // Writes to standard output. What cannot be written (a full disk, a closed pipe) shows when
 // the program finishes; see finish.
 void print(std::string_view text);

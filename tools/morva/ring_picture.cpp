@@ -5,6 +5,7 @@
 #include <cmath>
 #include <memory>
 
+#include "output.hpp"
 #include "ring_commands.hpp"
 #include "ring_plot.hpp"
 
@@ -149,7 +150,8 @@ class Picture {
         colour(trace);
         cairo_rectangle(c_, box.left, base - 9, 10, 10);
         cairo_fill(c_);
-        text(box.left + 16, base, shortened(panel.title, box.width - 160), 0, kNormal, kInk);
+        text(box.left + 16, base, shortened(plain_utf8(panel.title), box.width - 120), 0, kNormal,
+             kInk);
         if (!panel.empty())
             text(box.right(), base, number_of(panel.newest().value), 1, kNormal, kInk);
     }
@@ -160,16 +162,13 @@ class Picture {
         return words;
     }
 
-    // What cairo can show: a text that is no UTF-8 is shown as ASCII with marks in between.
     std::string shortened(std::string words, double room) {
-        for (char& c : words)
-            if (static_cast<unsigned char>(c) < ' ') c = ' ';
-        if (cairo_status(c_) != CAIRO_STATUS_SUCCESS) return words;
-        while (!words.empty() && text_width(words + "...", kNormal) > room) {
-            words.pop_back();
+        if (text_width(words, kNormal) <= room) return words;
+        do {
             while (!words.empty() && (words.back() & 0xc0) == 0x80) words.pop_back();
-        }
-        return words;
+            if (!words.empty()) words.pop_back();
+        } while (!words.empty() && text_width(words + "...", kNormal) > room);
+        return words + "...";
     }
 
     void curve(const Panel& panel, const Box& box, const Piece& piece) {

@@ -25,6 +25,11 @@ std::string time_text(const char* format, double epoch) {
 
 // ---- what is drawn
 
+// What has a place on paper.
+bool drawable(const Ring_point& point) {
+    return std::fabs(point.time) < 1e13 && std::fabs(point.value) < 1e300;
+}
+
 // The pieces between breaks of what lies at from .. to.
 std::vector<Piece> pieces_of(const OpenRing& ring, const std::vector<Ring_point>& points,
                              double from, double to) {
@@ -33,7 +38,7 @@ std::vector<Piece> pieces_of(const OpenRing& ring, const std::vector<Ring_point>
     for (std::size_t i = points.size(); i-- > 0;) {
         const Ring_point& point = points[i];
         if (!(point.time >= from && point.time <= to)) continue;
-        if (ring.is_break(point) || !std::isfinite(point.value)) {
+        if (ring.is_break(point) || !drawable(point)) {
             broken = true;
             continue;
         }
@@ -77,7 +82,7 @@ bool set_axis(const Arguments& arguments, const std::vector<Snapshot>& rings, Pl
     double oldest = kInfinity, newest = -kInfinity, span = 0;
     for (const auto& [ring, points] : rings)
         for (const Ring_point& point : points) {
-            if (!std::isfinite(point.time)) continue;
+            if (!drawable(point)) continue;
             oldest = std::min(oldest, point.time);
             newest = std::max(newest, point.time);
         }
