@@ -6,8 +6,8 @@
 //   gse_checksum N   the checksum of N samples
 //
 // 1e5 samples stay in cache, 2e6 do not. Differences on the border of two classes make the shortest
-// runs: "border" has 15 samples a run and 1.0 byte a sample, "quiet" 40 and 1.1, "event" 34 and
-// 1.6, "loud" 87 and 2.1. Recordings have 27 to 114 samples a run.
+// runs: "border" has 15 samples a run and 1.0 byte a sample, "quiet" 75 and 1.1, "event" 34 and
+// 1.6, "loud" 73 and 2.1. Recordings have 27 to 114 samples a run.
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
