@@ -2,7 +2,7 @@
 //
 //   pushring        one point of a full ring of 1e5 in its file; beside it rrd_update of 100 points
 //                   a call, counted a point, and a ring in memory
-//   pushringlet     one record of 64 bytes; beside it boost::circular_buffer in memory
+//   pushringlet     one record of 16 or 64 bytes; beside it boost::circular_buffer in memory
 //   maxring, ...    statistics over a full ring of 1e5 points; beside them a plain loop over the
 //                   same file, as its reader would write it
 #include <unistd.h>
@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <memory>
 #include <string>
 
 #include "bench.hpp"
@@ -143,44 +144,53 @@ void mean_sums(benchmark::State& state) {
 }
 BENCHMARK(mean_sums)->Name("meanring 1e5 : plain sums");
 
+template <std::size_t kDoubles>
 struct Record {
-    double values[8];
+    double values[kDoubles];
 };
 
 // What is pushed in turn, so that no copy waits for the stores that made its record.
-const std::vector<Record>& records() {
-    static const std::vector<Record> made = [] {
-        std::vector<Record> all(256);
+template <class Item>
+const Item* items() {
+    static const std::vector<Item> made = [] {
+        std::vector<Item> all(256);
         bench::Random random(4);
-        for (Record& record : all)
-            for (double& value : record.values) value = static_cast<double>(random());
+        for (Item& item : all)
+            for (double& value : item.values) value = static_cast<double>(random());
         return all;
     }();
-    return made;
+    return made.data();
 }
 
+template <class Item>
 void push_record(benchmark::State& state) {
     const std::string path = scratch(".ringlet");
-    Ringlet* ringlet = openringlet(path.c_str(), kRecords, sizeof(Record));
+    Ringlet* ringlet = openringlet(path.c_str(), kRecords, sizeof(Item));
     ::unlink(path.c_str());
-    const Record* from = records().data();
+    const Item* from = items<Item>();
     unsigned char next = 0;
     for (auto _ : state) pushringlet(ringlet, &from[next++]);
     closeringlet(ringlet);
 }
-BENCHMARK(push_record)->Name("pushringlet : morva");
+BENCHMARK(push_record<Record<2>>)->Name("pushringlet 16 bytes : morva");
+BENCHMARK(push_record<Record<8>>)->Name("pushringlet 64 bytes : morva");
 
 #ifdef MORVA_PEER_BOOST
+// The buffer is in memory, as one that belongs to a program is.
+template <class Item>
 void push_record_boost(benchmark::State& state) {
-    boost::circular_buffer<Record> buffer(kRecords);
-    const Record* from = records().data();
+    const auto buffer = std::make_unique<boost::circular_buffer<Item>>(kRecords);
+    auto* address = buffer.get();
+    const Item* from = items<Item>();
     unsigned char next = 0;
     for (auto _ : state) {
-        buffer.push_back(from[next++]);
+        benchmark::DoNotOptimize(address);
+        address->push_back(from[next++]);
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(push_record_boost)->Name("pushringlet : boost::circular_buffer");
+BENCHMARK(push_record_boost<Record<2>>)->Name("pushringlet 16 bytes : boost::circular_buffer");
+BENCHMARK(push_record_boost<Record<8>>)->Name("pushringlet 64 bytes : boost::circular_buffer");
 #endif
 
 #ifdef MORVA_PEER_RRD

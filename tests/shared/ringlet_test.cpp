@@ -72,6 +72,23 @@ TEST_F(RingletFile, HoldsTheNewestRecords) {
     EXPECT_EQ(record, nullptr);
 }
 
+TEST_F(RingletFile, HoldsRecordsOfEverySize) {
+    for (std::size_t size = 1; size < 150; ++size) {
+        ::unlink(path());
+        const Opened ringlet = open(3, static_cast<long>(size));
+        std::vector<std::string> expected;
+        for (int k = 0; k < 5; ++k) {
+            std::string record(size, '\0');
+            for (std::size_t i = 0; i < size; ++i)
+                record[i] = static_cast<char>(31 * static_cast<int>(i) + k);
+            expected.insert(expected.begin(), record);
+            pushringlet(ringlet.get(), kit::Guarded(record).data());
+        }
+        expected.resize(3);
+        EXPECT_EQ(records(ringlet), expected) << size;
+    }
+}
+
 TEST_F(RingletFile, NamesWhatCannotBeMadeOrOpened) {
     for (const auto& [nslots, size] : {std::pair{0L, 4L}, {3L, 0L}, {INT64_MAX, 2L}, {-1L, -1L}})
         EXPECT_EQ(newringlet(path(), nslots, size), -1);

@@ -94,16 +94,16 @@ void store(int64_t& word, int64_t value) {
 }
 
 // What the file says, made to lie inside it.
-int64_t count_of(const Ringlet* ringlet) {
-    const int64_t count = load(ringlet->header->count);
-    if (static_cast<uint64_t>(count) > static_cast<uint64_t>(ringlet->nslots)) [[unlikely]]
-        return count < 0 ? 0 : ringlet->nslots;
+inline int64_t count_in(const Ringlet_header* header, int64_t nslots) {
+    const int64_t count = load(header->count);
+    if (static_cast<uint64_t>(count) > static_cast<uint64_t>(nslots)) [[unlikely]]
+        return count < 0 ? 0 : nslots;
     return count;
 }
 
-int64_t index_of(const Ringlet* ringlet) {
-    const int64_t index = load(ringlet->header->index);
-    return static_cast<uint64_t>(index) < static_cast<uint64_t>(ringlet->nslots) ? index : 0;
+inline int64_t index_in(const Ringlet_header* header, int64_t nslots) {
+    const int64_t index = load(header->index);
+    return static_cast<uint64_t>(index) < static_cast<uint64_t>(nslots) ? index : 0;
 }
 
 char* slot(const Ringlet* ringlet, int64_t i) {
@@ -115,44 +115,54 @@ struct Next {
     int64_t index;
     int64_t count;
 };
-inline Next make_room(const Ringlet* ringlet) {
-    const int64_t index = index_of(ringlet), count = count_of(ringlet);
-    const bool full = count == ringlet->nslots;
-    if (full) store(ringlet->header->count, count - 1);
+inline Next make_room(Ringlet_header* header, int64_t nslots) {
+    const int64_t index = index_in(header, nslots), count = count_in(header, nslots);
+    const bool full = count == nslots;
+    if (full) store(header->count, count - 1);
     // Nothing is written to the slot before that.
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    return {index == 0 ? ringlet->nslots - 1 : index - 1, full ? count : count + 1};
+    return {index == 0 ? nslots - 1 : index - 1, full ? count : count + 1};
 }
 
-inline void publish(const Ringlet* ringlet, Next next) {
-    store(ringlet->header->index, next.index);
-    store(ringlet->header->count, next.count);
+inline void publish(Ringlet_header* header, Next next) {
+    store(header->index, next.index);
+    store(header->count, next.count);
 }
 
-// As memcpy for kHalf to 2 kHalf bytes, without a call: two halves, which may overlap.
-template <std::size_t kHalf>
-inline void copy_halves(char* to, const char* from, std::size_t size) {
-    typedef char Half [[gnu::vector_size(kHalf)]];
-    Half first, last;
-    std::memcpy(&first, from, kHalf);
-    std::memcpy(&last, from + size - kHalf, kHalf);
-    std::memcpy(to, &first, kHalf);
-    std::memcpy(to + size - kHalf, &last, kHalf);
+typedef char Sixteen [[gnu::vector_size(16)]];
+
+template <class Bytes>
+inline Bytes bytes_at(const char* from) {
+    Bytes bytes;
+    std::memcpy(&bytes, from, sizeof bytes);
+    return bytes;
+}
+
+template <class Bytes>
+inline void put(char* to, const Bytes& bytes) {
+    std::memcpy(to, &bytes, sizeof bytes);
+}
+
+// As memcpy for 8 to 64 bytes, without a call: pieces from both ends, which may overlap.
+template <class Bytes>
+inline void copy_ends(char* to, const char* from, std::size_t size) {
+    const std::size_t last = size - sizeof(Bytes);
+    const auto first_bytes = bytes_at<Bytes>(from), last_bytes = bytes_at<Bytes>(from + last);
+    put(to, first_bytes);
+    put(to + last, last_bytes);
 }
 
 inline void copy_small(char* to, const char* from, std::size_t size) {
-    if (size <= 16)
-        copy_halves<8>(to, from, size);
-    else if (size <= 32)
-        copy_halves<16>(to, from, size);
-    else
-        copy_halves<32>(to, from, size);
+    constexpr std::size_t kWord = sizeof(uint64_t), kVector = sizeof(Sixteen);
+    if (size <= 2 * kWord) return copy_ends<uint64_t>(to, from, size);
+    if (size > 2 * kVector) copy_ends<Sixteen>(to + kVector, from + kVector, size - 2 * kVector);
+    copy_ends<Sixteen>(to, from, size);
 }
 
 [[gnu::noinline]] void push_any(const Ringlet* ringlet, const void* record) {
-    const Next next = make_room(ringlet);
+    const Next next = make_room(ringlet->header, ringlet->nslots);
     std::memcpy(slot(ringlet, next.index), record, static_cast<std::size_t>(ringlet->size));
-    publish(ringlet, next);
+    publish(ringlet->header, next);
 }
 
 }  // namespace
@@ -213,20 +223,23 @@ int pushringlet(Ringlet* ringlet, const void* record) {
         push_any(ringlet, record);
         return 0;
     }
-    const Next next = make_room(ringlet);
-    copy_small(slot(ringlet, next.index), static_cast<const char*>(record), size);
-    publish(ringlet, next);
+    Ringlet_header* header = ringlet->header;
+    char* records = ringlet->records;
+    const Next next = make_room(header, ringlet->nslots);
+    copy_small(records + next.index * static_cast<int64_t>(size), static_cast<const char*>(record),
+               size);
+    publish(header, next);
     return 0;
 }
 
 long countringlet(Ringlet* ringlet) {
-    return count_of(ringlet);
+    return count_in(ringlet->header, ringlet->nslots);
 }
 
 int getringlet(Ringlet* ringlet, long i, void** record) {
     // Count before index: between the two a record more is no record that is not there.
-    if (i < 0 || i >= count_of(ringlet)) return -1;
-    const int64_t at = index_of(ringlet) + i;
+    if (i < 0 || i >= countringlet(ringlet)) return -1;
+    const int64_t at = index_in(ringlet->header, ringlet->nslots) + i;
     if (record != nullptr)
         *record = slot(ringlet, at < ringlet->nslots ? at : at - ringlet->nslots);
     return 0;
