@@ -48,6 +48,18 @@ SKERROWS_API int std_poll(struct pollfd* fds, nfds_t count, int timeout_ms);
  * handlers may call it. */
 SKERROWS_API int std_sleep(double seconds);
 
+/* ---- Waiting for memory to change ---- */
+
+/* Waits while the word holds `value`, until std_wake_word is called for it, here or in another
+ * process that shares the memory, but no longer than `seconds`. Returns 0 when the word holds
+ * something else or the wait ended early, which may have no reason; so look at the word again. -1
+ * with errno otherwise: ETIMEDOUT after the time, EFAULT when the memory is not there. */
+SKERROWS_API int std_wait_word(const int32_t* word, int32_t value, double seconds);
+
+/* Wakes all that wait for the word; store the new value first. Signal handlers may call it. Returns
+ * 0, or -1 with errno. */
+SKERROWS_API int std_wake_word(const int32_t* word);
+
 /* ---- Descriptors ---- */
 
 /* A pipe, to read from at ends[0] and to write to at ends[1]. Neither end is handed on to programs

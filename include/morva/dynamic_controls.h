@@ -64,11 +64,11 @@ typedef struct Dcset {
     char strings[DC_STRINGS][DC_STRING_SIZE];
     double timestamp; /* epoch seconds of the last change; -1.0: none yet */
     int32_t pid;      /* -1: none */
-    int32_t reserved2;
-    int64_t changes; /* counts changes */
-    int32_t used;    /* bytes of the name area in use */
-    int32_t size;    /* and in all */
-    uint8_t next[4]; /* the next named control of a type takes the index below this one */
+    int32_t waited;   /* 1 while somebody waits for a change, else 0 */
+    int64_t changes;  /* counts changes */
+    int32_t used;     /* bytes of the name area in use */
+    int32_t size;     /* and in all */
+    uint8_t next[4];  /* the next named control of a type takes the index below this one */
     char names[DC_NAMES_SIZE];
     char padding[4];
 } Dcset;
@@ -112,6 +112,20 @@ MORVA_API int dctrigger(int index);
  * (-1.0: none). To notice changes, compare the count with the one seen before. */
 MORVA_API long dcchanged(void);
 MORVA_API double dctimestamp(void);
+
+/* Waits until the number of changes of the selected set is another than `changed`: 1, or 0 after
+ * the milliseconds (negative: no limit). The thread sleeps, and whoever changes a control wakes it:
+ *
+ *     long seen = dcchanged();
+ *     for (;;) {
+ *         dcwait(seen, -1);
+ *         seen = dcchanged();
+ *         ...
+ *     }
+ *
+ * A change that is made without this library, and the removal of the set, are noticed within a
+ * tenth of a second; dctrigger is no change. */
+MORVA_API int dcwait(long changed, int milliseconds);
 
 /* Makes the file ".dynamic_controls" with empty sets in the current folder, unless there is one:
  * as many as the key maximum_dynamic_control_sets of the parameter file dynamic_controls_config

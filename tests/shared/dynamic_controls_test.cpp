@@ -302,6 +302,53 @@ TEST_F(Controls, SurviveAFileThatIsCutOff) {
     EXPECT_EQ(ended.errors.find("cut off", first + 1), std::string::npos);
 }
 
+// Waits until the control has the number.
+int wait_for(long number) {
+    for (long seen = dcchanged(); dcgeti(0) != number; seen = dcchanged())
+        if (dcgeti(0) != number && dcwait(seen, 20000) != 1) return 1;
+    return 0;
+}
+
+// Two processes answer each other's changes and a thread looks on: whoever waits is woken, long
+// before it would look by itself, and no mark stays.
+TEST_F(Controls, AreWaitedFor) {
+    constexpr int kRounds = 100;
+    check([] { return dccreate(); });
+    check([] {
+        dcseti(0, 0);
+        if (dcwait(dcchanged() - 1, 0) != 1 || dcwait(dcchanged(), 20) != 0) return 1;
+        const pid_t child = ::fork();
+        const auto play = [](long first) {
+            for (long n = first; n < kRounds; dcseti(0, n + 1), n += 2)
+                if (wait_for(n) != 0) return 1;
+            return 0;
+        };
+        if (child == 0) ::_exit(play(1));
+        int watched = 1, status = 1;
+        std::thread watcher([&] { watched = wait_for(kRounds); });
+        const double start = std_now();
+        const int played = play(0);
+        ::waitpid(child, &status, 0);
+        watcher.join();
+        return first_false({played == 0, status == 0, watched == 0, dcselected()->waited == 0,
+                            std_now() - start < kRounds * 0.09});
+    });
+}
+
+TEST_F(Controls, AKilledWaiterLeavesNoHarm) {
+    check([] { return dccreate(); });
+    check([] {
+        dcsetb(0, 0);
+        const pid_t child = ::fork();
+        if (child == 0) ::_exit(dcwait(dcchanged(), -1));
+        while (morva::dc::shared(dcselected()->waited).load() == 0) std_sleep(0.001);
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        return first_false(
+            {(dcsetb(0, 1), dcselected()->waited == 0), dcwait(dcchanged(), 1) == 0});
+    });
+}
+
 // Every change is counted, and each trigger is seen once, by processes and threads at work at once.
 TEST_F(Controls, AreSharedByProcessesAndThreads) {
     constexpr int kRounds = 2000;

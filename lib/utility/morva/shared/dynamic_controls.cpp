@@ -43,7 +43,11 @@ void store(T& field, T value) {
 
 void note_change(Dcset* set) {
     store(set->timestamp, std_now());
-    shared(set->changes).fetch_add(1, std::memory_order_release);
+    const bool awaited = take_mark(set);
+    // Either a waiter sees the new count, or this the mark that it left before it looked.
+    shared(set->changes).fetch_add(1, std::memory_order_seq_cst);
+    if (awaited || is_marked(set)) [[unlikely]]
+        wake(set);
     GuardedRange* guard = config().guard;
     if (guard != nullptr && guard->damaged()) complain_once(guard);
 }

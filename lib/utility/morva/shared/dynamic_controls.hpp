@@ -15,6 +15,7 @@ inline constexpr int kIndexes[kTypes] = {DC_BYTES, DC_INTEGERS, DC_FLOATS, DC_ST
 
 static_assert(sizeof(Dcset) == 1832 && offsetof(Dcset, timestamp) == 896);
 static_assert(offsetof(Dcset, used) == 920 && offsetof(Dcset, names) == 932);
+static_assert(offsetof(Dcset, waited) == 908 && offsetof(Dcset, changes) == 912);
 
 // What the process has open. `fd` is -1 when the sets are in private memory.
 struct Config {
@@ -41,6 +42,20 @@ template <class T>
 std::atomic_ref<T> shared(T& field) {
     return std::atomic_ref<T>(field);
 }
+
+// The mark of those who wait for a change of the set (dc_wait.cpp).
+inline bool is_marked(Dcset* set) {
+    return shared(set->waited).load(std::memory_order_seq_cst) != 0;
+}
+inline bool take_mark(Dcset* set) {
+    const bool marked = is_marked(set);
+    if (marked) [[unlikely]]
+        shared(set->waited).store(0, std::memory_order_seq_cst);
+    return marked;
+}
+
+// Wakes them.
+void wake(Dcset* set);
 
 // Counts a change and notes when it was; complains once when the file was cut off meanwhile.
 void note_change(Dcset* set);
