@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstring>
 
 #include "base/diagnostics.hpp"
@@ -146,7 +147,8 @@ inline void put(char* to, const Bytes& bytes) {
 // As memcpy for 8 to 64 bytes, without a call: pieces from both ends, which may overlap.
 template <class Bytes>
 inline void copy_ends(char* to, const char* from, std::size_t size) {
-    const std::size_t last = size - sizeof(Bytes);
+    const auto last =
+        static_cast<std::ptrdiff_t>(size) - static_cast<std::ptrdiff_t>(sizeof(Bytes));
     const auto first_bytes = bytes_at<Bytes>(from), last_bytes = bytes_at<Bytes>(from + last);
     put(to, first_bytes);
     put(to + last, last_bytes);
