@@ -13,7 +13,19 @@ namespace tool {
 enum Status { kDone = 0, kFindings = 1, kUnusable = 2 };
 
 // What a parameter takes; the completions offer words that fit.
-enum class Takes { nothing, text, file, name, path, seconds, count, choice };
+enum class Takes {
+    nothing,
+    text,
+    file,
+    name,     // of a parameter file
+    path,     // of a value in it
+    program,  // one that has controls
+    control,  // one of its controls
+    port,     // a name of a port
+    seconds,
+    count,
+    choice
+};
 
 enum class Given { required, optional, many };
 
@@ -76,6 +88,7 @@ struct Group {
 // Every group; a new one is a source file and a row here (main.cpp).
 std::span<const Group* const> groups();
 
+extern const Group dc_group;
 extern const Group morph_group;
 extern const Group pf_group;
 extern const Group ring_group;

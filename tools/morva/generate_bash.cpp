@@ -47,6 +47,9 @@ constexpr const char* kTail = R"(    esac
     name*) _morva_offer < <(morva pf files 2>/dev/null) ;;&
     name* | file*) compopt -o filenames; COMPREPLY+=($(compgen -f -- "$current")) ;;
     path*) _morva_offer < <(morva pf keys --all "$name" 2>/dev/null) ;;
+    program*) _morva_offer < <(morva dc list --names 2>/dev/null) ;;
+    control*) _morva_offer < <(morva dc list --names "$name" 2>/dev/null) ;;
+    port*) _morva_offer < <(morva port list --names 2>/dev/null) ;;
     esac
 }
 complete -F _morva morva
@@ -60,6 +63,12 @@ const char* place_of(const Parameter& parameter) {
             return "file";
         case Takes::path:
             return "path";
+        case Takes::program:
+            return "program";
+        case Takes::control:
+            return "control";
+        case Takes::port:
+            return "port";
         default:
             return "text";
     }

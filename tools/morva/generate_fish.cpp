@@ -40,6 +40,11 @@ function __morva_paths
     morva pf keys --all $given[1] 2>/dev/null
 end
 
+function __morva_controls
+    set -l given (__morva_given)
+    morva dc list --names $given[1] 2>/dev/null
+end
+
 complete -c morva -f
 complete -c morva -l help -d 'show the help'
 )";
@@ -72,6 +77,12 @@ std::string place_line(const std::string& at, const Parameter& parameter, int pl
             return line(here, "-F", parameter.help);
         case Takes::path:
             return line(here, "-a '(__morva_paths)'", parameter.help);
+        case Takes::program:
+            return line(here, "-a '(morva dc list --names 2>/dev/null)'", parameter.help);
+        case Takes::control:
+            return line(here, "-a '(__morva_controls)'", parameter.help);
+        case Takes::port:
+            return line(here, "-a '(morva port list --names 2>/dev/null)'", parameter.help);
         default:
             return "";
     }

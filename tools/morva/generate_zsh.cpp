@@ -17,9 +17,8 @@ _morva_names() {
     _alternative 'names:parameter file:compadd -a names' 'files:file:_files'
 }
 
-_morva_paths() {
-    local -a paths
-    local name word skip
+_morva_first() { # sets name to the first argument
+    local word skip
     for word in $words[2,-1]; do
         if [[ -n $skip ]]; then
             skip=
@@ -30,8 +29,28 @@ _morva_paths() {
             break
         fi
     done
+}
+
+_morva_paths() {
+    local -a paths
+    local name
+    _morva_first
     paths=(${(f)"$(_call_program paths morva pf keys --all ${(q)${(Q)name}} 2>/dev/null)"})
     compadd -a paths
+}
+
+_morva_programs() {
+    compadd -- ${(f)"$(_call_program programs morva dc list --names 2>/dev/null)"}
+}
+
+_morva_controls() {
+    local name
+    _morva_first
+    compadd -- ${(f)"$(_call_program controls morva dc list --names ${(q)${(Q)name}} 2>/dev/null)"}
+}
+
+_morva_ports() {
+    compadd -- ${(f)"$(_call_program ports morva port list --names 2>/dev/null)"}
 }
 
 _morva() {
@@ -68,6 +87,12 @@ const char* action_of(const Parameter& parameter) {
             return "_files";
         case Takes::path:
             return "_morva_paths";
+        case Takes::program:
+            return "_morva_programs";
+        case Takes::control:
+            return "_morva_controls";
+        case Takes::port:
+            return "_morva_ports";
         default:
             return "";
     }

@@ -11,6 +11,7 @@ namespace tool {
 std::span<const Group* const> groups() {
     static constexpr const Group* kGroups[] = {
         // one a line, in the order of the help
+        &dc_group,        //
         &morph_group,     //
         &pf_group,        //
         &ring_group,      //
