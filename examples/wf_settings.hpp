@@ -15,6 +15,7 @@ struct Settings {
     std::vector<std::string> files;  // to report on when none is named
     std::string select;              // stations and channels; empty: all
     std::vector<Column> columns = all_columns();
+    std::vector<Codec> codecs;   // of the table of sizes; none: no such table
     std::string unit;            // of amplitudes; empty: counts
     bool announce = true;        // tell who the program is
     double max_file_size = 1e9;  // bytes
@@ -49,6 +50,11 @@ inline Column column_named(const std::string& heading) {
     elog_die(0, "parameter file wfreport: there is no column '%s'\n", heading.c_str());
 }
 
+inline Codec codec_named(const std::string& name) {
+    if (const Codec* codec = find_codec(name)) return *codec;
+    elog_die(0, "parameter file wfreport: there is no codec '%s'\n", name.c_str());
+}
+
 inline void take_settings(Pf* pf, Settings& settings) {
     getkorvalin();  // which puts KORVALIN into the environment
     for (const std::string& pattern : texts(pf, "files")) add_matches(settings.files, pattern);
@@ -57,6 +63,8 @@ inline void take_settings(Pf* pf, Settings& settings) {
     const auto headings = texts(pf, "columns");
     if (!headings.empty()) settings.columns.clear();
     for (const std::string& heading : headings) settings.columns.push_back(column_named(heading));
+    for (const std::string& name : texts(pf, "codecs"))
+        settings.codecs.push_back(codec_named(name));
     if (const char* unit = pfget_string(pf, "amplitude_unit")) settings.unit = unit;
     require_motion(settings.unit);
     if (pfget_string(pf, "announce")) settings.announce = pfget_boolean(pf, "announce") != 0;

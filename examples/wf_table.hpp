@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <numeric>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "wf_codecs.hpp"
 #include "wf_sections.hpp"
 #include "wf_units.hpp"
 
@@ -42,8 +42,6 @@ inline std::string start_time(const Section* section) {
 inline bool has_samples(const Row& row) {
     return row.decoded != nullptr && row.samples > 0;
 }
-
-using Samples = std::span<const int32_t>;
 
 // A number made of the counts, in the unit of the row: with six digits, or counts as they are.
 template <class Counts>

@@ -3,8 +3,10 @@
 //
 //     wfreport FILE...        "-" is standard input
 //
-// Which files without an argument, which sections, which columns and some limits are settings in
-// the parameter file `wfreport`; see data/pf/wfreport.pf.
+// A second table tells how many bytes a sample each section takes under the codecs of the library.
+//
+// Which files without an argument, which sections, columns and codecs and some limits are settings
+// in the parameter file `wfreport`; see data/pf/wfreport.pf.
 //
 // Sections in other formats are named and skipped. A file that can't be read, holds no section, or
 // has a section that is damaged gets one line on standard error, and the others are still
@@ -13,15 +15,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "morva.h"
+#include "wf_decode.hpp"
 #include "wf_sections.hpp"
 #include "wf_settings.hpp"
+#include "wf_sizes.hpp"
 #include "wf_table.hpp"
 
 namespace {
@@ -31,20 +34,12 @@ constexpr char kUsage[] =
     "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard input\n"
     "\twithout FILE: of those that the parameter file wfreport names\n";
 
-// The samples of one section, in a buffer that serves section after section.
-struct Decoder {
-    int32_t* samples = nullptr;
-    int nsamp = 0;
-    int buffer_size = 0;
-    Um6_verdict verdict{};
-    double seconds = 0;
-};
-
 struct Totals {
     Settings settings;
     long files = 0, bad_files = 0;
     long sections = 0, bad_sections = 0, skipped = 0;
     Arr* formats = nullptr;  // names of the formats that were skipped
+    SizeTable sizes;
 };
 
 // One file: its name in the table, and what was found wrong with it.
@@ -84,29 +79,6 @@ void note_verdict(File& file, const Section* section, long number, const Um6_ver
     note_problem(file, section, number, um6_reason(&verdict, reason));
 }
 
-bool decode_text(std::string_view text, Decoder& decoder) {
-    const int nbytes = static_cast<int>(text.size());
-    const auto start = std::chrono::steady_clock::now();
-    const int result =
-        um6(text.data(), nbytes, &decoder.samples, &decoder.nsamp, &decoder.buffer_size);
-    const auto end = std::chrono::steady_clock::now();
-    decoder.seconds = std::chrono::duration<double>(end - start).count();
-    // What um6 registers is asked for again, together with the samples that can be saved.
-    if (result < 0) elog_clear();
-    return result >= 0;
-}
-
-void decode(const Section* section, Decoder& decoder) {
-    const std::string_view text(section->text, static_cast<std::size_t>(section->length));
-    decoder.verdict = {};
-    if (decode_text(text, decoder)) return;
-    // A blank behind a value ends the data, but there are writers that pad every line.
-    const std::string bare = without_padding(text);
-    if (bare.size() < text.size() && decode_text(bare, decoder)) return;
-    um6_anyway(text.data(), static_cast<int>(text.size()), &decoder.samples, &decoder.nsamp,
-               &decoder.buffer_size, &decoder.verdict);
-}
-
 const char* verdict_word(int status) {
     switch (status) {
         case UM6_GOOD:
@@ -140,8 +112,16 @@ void skip_section(const File& file, const Section* section, Totals& totals) {
     ++totals.skipped;
 }
 
+void report_sizes(File& file, const Section* section, long number, const Decoder& decoder,
+                  SizeTable& sizes) {
+    const Samples samples(decoder.samples, static_cast<std::size_t>(decoder.nsamp));
+    const std::string lost = sizes.add(file.name, section, samples);
+    if (!lost.empty()) note_problem(file, section, number, "does not come back from " + lost);
+}
+
 void report_section(File& file, const Section* section, long number, Decoder& decoder,
-                    const Settings& settings) {
+                    Totals& totals) {
+    const Settings& settings = totals.settings;
     decode(section, decoder);
     print_row(
         file, settings,
@@ -153,6 +133,8 @@ void report_section(File& file, const Section* section, long number, Decoder& de
         note_problem(file, section, number,
                      "WID2 says " + std::to_string(section->samples) + " samples, " +
                          std::to_string(decoder.nsamp) + " were decoded");
+    } else {
+        report_sizes(file, section, number, decoder, totals.sizes);
     }
 }
 
@@ -176,7 +158,7 @@ void process_section(File& file, const Section* section, long number, Decoder& d
     else if (section->length > INT_MAX)
         note_problem(file, section, number, "too long");
     else
-        report_section(file, section, number, decoder, totals.settings);
+        report_section(file, section, number, decoder, totals);
     ++totals.sections;
     if (file.problems > before) ++totals.bad_sections;
 }
@@ -273,7 +255,7 @@ void process_files(const std::vector<std::string>& files, Totals& totals) {
         process_file(file.c_str(), width, decoder, totals);
         if (limit > 0 && totals.bad_files >= limit) break;
     }
-    std::free(decoder.samples);
+    totals.sizes.print(width);
 }
 
 }  // namespace
@@ -294,6 +276,7 @@ int main(int argc, char** argv) {
     if (settings.announce) announce(nullptr, kVersion);
     if (!settings.sources.empty()) elog_notify(0, "settings from %s\n", settings.sources.c_str());
     totals.formats = newarr(nullptr);
+    totals.sizes.codecs = settings.codecs;
     process_files(files, totals);
     print_totals(totals);
     freearr(totals.formats, nullptr);

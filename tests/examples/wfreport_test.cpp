@@ -198,7 +198,8 @@ TEST_F(Wfreport, ReadsStandardInputAndExplainsItself) {
 TEST_F(Wfreport, TakesItsSettingsFromAParameterFile) {
     const std::string root = MORVA_SOURCE_DIR;
     write("wfreport.pf",
-          "announce no\nselect &Tbl{\nBREK:HHN\n}\ncolumns &Tbl{\nsta\nchecksum\nstart\n}\n");
+          "announce no\nselect &Tbl{\nBREK:HHN\n}\ncodecs &Tbl{\n}\ncolumns "
+          "&Tbl{\nsta\nchecksum\nstart\n}\n");
     const std::string path = "PFPATH=" + root + "/data/pf:. ";
     const Outcome seen = run("KORVALIN=" + root + " " + path + kPrograms + "wfreport");
     EXPECT_EQ(seen.err,
@@ -262,6 +263,37 @@ TEST_F(Wfreport, ReportsAmplitudesInPhysicalUnits) {
                     testing::HasSubstr(std::string("parameter file wfreport: '") + unit +
                                        "' is neither counts nor a unit of ground motion\n"));
     }
+}
+
+// One section that fits in every format, and one whose samples UCSD cannot hold.
+TEST_F(Wfreport, ReportsTheSizeUnderEveryCodec) {
+    int32_t samples[40] = {};
+    for (int i = 0; i < 40; ++i) samples[i] = i * i;
+    std::string message;
+    for (int section = 0; section < 2; ++section) {
+        char* text = nullptr;
+        int nbytes, size = 0;
+        cm6(samples, 40, &text, &nbytes, &size);
+        std::string wid2 = kWid2;
+        message += wid2.replace(wid2.find("       4 "), 9, "      40 ") + "DAT2\n" + text;
+        std::free(text);
+        samples[20] = 1 << 30;
+    }
+    write("m.gse2", message);
+    const std::string codecs = "codecs &Tbl{\ncm6\ncanada\nucsd\ngencompress\nvkcompress\n}\n";
+    write("wfreport.pf", codecs);
+    const Outcome seen = report("m.gse2");
+    EXPECT_EQ(seen.status, 0) << seen.err;
+    EXPECT_THAT(
+        seen.out,
+        testing::HasSubstr("\nbytes a sample, verified by a round trip through every codec\n"
+                           "file   sta   chn  samples    cm6 canada   ucsd gencompress vkcompress\n"
+                           "m.gse2 ALDA  HHZ       40  1.300  1.050  1.125       0.650"));
+    EXPECT_THAT(seen.out, testing::ContainsRegex(
+                              "\nm.gse2 ALDA  HHZ       40  1.[0-9.]+  [0-9.]+      -  +[0-9.]+ +"
+                              "[0-9.]+\nall              +80  [0-9.]+  [0-9.]+      -  "));
+    write("wfreport.pf", "codecs &Tbl{\nsteim\n}\n");
+    EXPECT_THAT(report("m.gse2").err, testing::HasSubstr("there is no codec 'steim'\n"));
 }
 
 TEST_F(Wfreport, AnnouncesItself) {
