@@ -152,8 +152,8 @@ MORVA_API int collapsex(Xheap* heap);
 
 /* ---- Checks and repair ---- */
 
-/* Builds the lists from the file. A size that is not positive or runs past the end becomes the rest
- * of the file, which is dropped (registered); an entry whose CRC is wrong is dropped with the
+/* Builds the lists from the file. A size below 16 or that runs past the end becomes the rest of
+ * the file, which is dropped (registered); an entry whose CRC is wrong is dropped with the
  * complaint "crc failed: '%s' %d bytes %x != %x\n" and a dump on standard error, one whose name and
  * data do not fit in it with "corrupt block at %p: entry too small for data\n". Of entries with the
  * same name the last counts, and the others are dropped. Returns 0. A NULL heap ends the program:

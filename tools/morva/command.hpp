@@ -89,6 +89,7 @@ struct Group {
 std::span<const Group* const> groups();
 
 extern const Group dc_group;
+extern const Group heap_group;
 extern const Group morph_group;
 extern const Group pf_group;
 extern const Group ring_group;

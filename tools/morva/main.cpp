@@ -12,6 +12,7 @@ std::span<const Group* const> groups() {
     static constexpr const Group* kGroups[] = {
         // one a line, in the order of the help
         &dc_group,        //
+        &heap_group,      //
         &morph_group,     //
         &pf_group,        //
         &ring_group,      //

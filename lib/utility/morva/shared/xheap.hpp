@@ -82,7 +82,7 @@ inline void store_free(char* at, int64_t size) {
 struct Seen {
     char* at;
     Header header;  // its size lies inside the file
-    bool broken;    // the file stated another size, or a header does not fit
+    bool broken;    // the file stated another size
 
     bool is_named() const { return header.name_length != 0; }
     int64_t need() const {
@@ -124,7 +124,7 @@ inline Seen look(const Xheap* heap, int64_t offset) {
     const auto left = static_cast<int32_t>(heap->length - offset);
     if (left < kHeaderSize) return {at, {left, 0, 0, 0}, !is_tail(at, left)};
     Seen seen{at, load_header(at), false};
-    seen.broken = seen.header.size <= 0 || seen.header.size > left;
+    seen.broken = seen.header.size < kHeaderSize || seen.header.size > left;
     if (seen.broken) seen.header.size = left;
     return seen;
 }

@@ -124,6 +124,17 @@ void move_record(Entry* entry, const char* from, char* to) {
     entry->data = to + (entry->data - from);
 }
 
+// Takes what is left at the end, too little for a header, out of the list; returns where the free
+// space to come begins.
+int32_t take_tail(Xheap* heap) {
+    const long last = maxtbl(heap->free_list) - 1;
+    auto* tail = static_cast<Entry*>(gettbl(heap->free_list, last));
+    if (tail == nullptr || tail->size >= kHeaderSize) return heap->length;
+    const int32_t size = tail->size;
+    std::free(poptbl(heap->free_list));
+    return heap->length - size;
+}
+
 struct Move {
     const char* from;
     char* to;
@@ -217,8 +228,8 @@ int expandx(Xheap* heap, int need) {
     const Growth growth{heap->length, grown_length(heap->length, std::max(need, 0))};
     mapping::Mapped map = grow(heap->path, growth);
     if (map.data() == nullptr) return -1;
-    Entry* added = new_entry(map.data() + growth.from,
-                             static_cast<int32_t>(static_cast<off_t>(map.size()) - growth.from));
+    const int32_t begin = take_tail(heap);
+    Entry* added = new_entry(map.data() + begin, static_cast<int32_t>(map.size()) - begin);
     store_free(added->address, added->size);
     move_records(heap, {heap->address, map.data()});
     pushtbl(heap->free_list, added);

@@ -114,10 +114,11 @@ void take(Xheap* heap, Seen seen) {
     take_free(heap, entry);
 }
 
-int compare_addresses(void* a, void* b, void*) {
-    const char* first = static_cast<const Entry*>(a)->address;
-    const char* second = static_cast<const Entry*>(b)->address;
-    return first < second ? -1 : first > second;
+// Entries that were dropped late are behind others.
+void sort_free(Xheap* heap) {
+    const auto entries = morva::tbl_pointers<Entry>(heap->free_list);
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry* a, const Entry* b) { return a->address < b->address; });
 }
 
 void empty_lists(Xheap* heap) {
@@ -158,7 +159,7 @@ int assimilatex(Xheap* heap) {
     if (heap == nullptr) elog_die(0, "heap pointer is null");
     empty_lists(heap);
     for_each_seen(heap, [heap](const Seen& seen) { take(heap, seen); });
-    sorttbl(heap->free_list, compare_addresses, nullptr);
+    sort_free(heap);
     is_cut(heap);
     return 0;
 }

@@ -59,14 +59,13 @@ class Salvage {
     bool may_begin(int64_t offset) {
         if (offset == heap_->length) return true;
         const Seen seen = look(heap_, offset);
-        if (!seen.broken && seen.header.size >= kHeaderSize && (!seen.is_named() || seen.fits()))
-            return true;
+        if (!seen.broken && (!seen.is_named() || seen.fits())) return true;
         return is_whole(offset);
     }
 
     // Whether the size is right: it leads to an entry, and past none.
     bool holds(const Seen& seen) {
-        if (seen.broken || seen.header.size < kHeaderSize) return false;
+        if (seen.broken) return false;
         const int64_t offset = seen.at - heap_->address, end = offset + seen.header.size;
         const int64_t contents = seen.is_right() ? seen.need() : kHeaderSize;
         return may_begin(end) && next_whole(offset + contents, end) == end;

@@ -27,10 +27,7 @@ bool are_neighbours(const Entry* first, const Entry* second) {
 void join(Entry* first, Entry* second) {
     first->size += second->size;
     store_free(first->address, first->size);
-    const int32_t covered = first->size - second->size;
-    // Of a first one that was shorter than a header, the header reaches into the second.
-    const int32_t from = std::max(kHeaderSize - covered, 0);
-    zero(second->address + from, std::min(kHeaderSize, second->size) - from);
+    zero(second->address, std::min(kHeaderSize, second->size));
     std::free(second);
 }
 
@@ -84,18 +81,9 @@ void slide(Entry* entry, int64_t gap) {
 // Packs the named entries; returns where they end.
 char* pack(Xheap* heap) {
     char* end = heap->address;
-    Entry* before = nullptr;
     for (Entry* entry : by_address(heap)) {
-        const int64_t gap = entry->address - end;
-        if (gap > 0 && gap < kHeaderSize && before != nullptr) {
-            // Too narrow for the header of a free entry.
-            before->size += static_cast<int32_t>(gap);
-            store_word(before->address, before->size);
-        } else if (gap > 0) {
-            slide(entry, gap);
-        }
-        end = entry->address + entry->size;
-        before = entry;
+        if (entry->address > end) slide(entry, entry->address - end);
+        end += entry->size;
     }
     return end;
 }
