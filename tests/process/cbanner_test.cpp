@@ -27,6 +27,7 @@ class Banner : public testing::Test {
     ~Banner() override { ::tzset(); }
 
     kit::TempDir folder_;
+    kit::CommaLocale foreign_;
     kit::Env path_{"PATH", folder_.path().c_str()};
     kit::Env zone_{"TZ", "UTC"};
 };

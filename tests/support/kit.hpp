@@ -84,19 +84,29 @@ inline void write_file(const std::string& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<long>(bytes.size()));
 }
 
-// For a scope numbers of the C library have a decimal comma; false when no such locale can be made.
+// For a scope numbers of the C library have a decimal comma, and days and months foreign names;
+// false when no such locale can be made.
 class CommaLocale {
   public:
     CommaLocale() {
-        write_file(folder_.file("source"),
-                   "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
-                   "END LC_NUMERIC\n");
+        write_file(
+            folder_.file("source"),
+            "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\n"
+            "END LC_NUMERIC\nLC_TIME\n"
+            "abday \"So\";\"Mo\";\"Di\";\"Mi\";\"Do\";\"Fr\";\"Sa\"\n"
+            "abmon "
+            "\"ja\";\"fe\";\"ma\";\"ap\";\"my\";\"jn\";\"jl\";\"au\";\"se\";\"oc\";\"no\";\"de\"\n"
+            "END LC_TIME\n");
         const std::string make = "localedef -c -i " + folder_.file("source") + " " +
                                  folder_.file("comma") + " >/dev/null 2>&1";
         // Other categories are missing, which is a warning and status 1.
-        made_ = std::system(make.c_str()) != -1 && ::setlocale(LC_NUMERIC, "comma") != nullptr;
+        made_ = std::system(make.c_str()) != -1 && ::setlocale(LC_NUMERIC, "comma") != nullptr &&
+                ::setlocale(LC_TIME, "comma") != nullptr;
     }
-    ~CommaLocale() { ::setlocale(LC_NUMERIC, "C"); }
+    ~CommaLocale() {
+        ::setlocale(LC_NUMERIC, "C");
+        ::setlocale(LC_TIME, "C");
+    }
     CommaLocale(const CommaLocale&) = delete;
     CommaLocale& operator=(const CommaLocale&) = delete;
     explicit operator bool() const { return made_; }

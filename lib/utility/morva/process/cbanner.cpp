@@ -9,6 +9,7 @@
 #include "base/diagnostics.hpp"
 #include "base/memory.hpp"
 #include "morva/banner.h"
+#include "morva/epoch.h"
 #include "morva/paths.h"
 #include "process/release.hpp"
 #include "skerrows.h"
@@ -42,16 +43,19 @@ String program_name(const char* given) {
     return executable_name();
 }
 
-// When a file was changed last, as "Sun Nov 22 08:15:00 2026"; empty when that is not known.
+// When a file was changed last, as "Sun Nov 22 08:15:00 2026" in every locale; empty when that is
+// not known.
 String file_time(const char* path) {
     struct stat status;
     struct tm fields;
     char text[64];
     if (path == nullptr || ::stat(path, &status) != 0) return "";
     if (::localtime_r(&status.st_mtime, &fields) == nullptr) return "";
-    // ctime_r, which has no bounds.
-    const bool fits = std::strftime(text, sizeof text, "%a %b %e %H:%M:%S %Y", &fields) > 0;
-    return fits ? text : "";
+    // ctime_r has no bounds, strftime the names of the locale.
+    std::snprintf(text, sizeof text, "%.3s %s %2d %02d:%02d:%02d %ld",
+                  Week[(fields.tm_wday + 6) % 7], month_name[fields.tm_mon], fields.tm_mday,
+                  fields.tm_hour, fields.tm_min, fields.tm_sec, 1900L + fields.tm_year);
+    return text;
 }
 
 // The line for a program that is found along PATH, or nothing.
