@@ -27,6 +27,9 @@ TEST(MorvaUnits, Commands) {
     } rows[] = {
         {"convert 90 km/h m/s", "0 25\n"},
         {"convert --absolute -- -40 degF degC", "0 -40\n"},
+        {"convert --absolute 32 degF degC", "0 0\n"},
+        {"convert --absolute 20 degC degF", "0 68\n"},
+        {"convert --absolute 1e-17 km m", "0 1e-14\n"},
         {"convert 1 m s",
          "1 morva: 'm' and 's' measure different things: the first has m s^-1 more\n"},
         {"convert --json 1 m s",
@@ -59,6 +62,9 @@ TEST(MorvaUnits, Commands) {
             arguments.replace(table, 5, folder.file("table"));
         EXPECT_EQ(run("morva units " + arguments), row.out) << arguments;
     }
+    const std::string list = run("UNITS='" + folder.file("table") + "' morva units list");
+    EXPECT_THAT(list, testing::StartsWith("1 morva: xunits : can't find unit 'mm' near line #2\n"));
+    EXPECT_THAT(list, testing::EndsWith("morva: the table is read no further\nm = 1 m\n"));
 }
 
 }  // namespace

@@ -138,6 +138,9 @@ TEST(UnitsTable, ReadingsOfThermometers) {
         EXPECT_NEAR(absolute, row.absolute, 1e-10) << row.from;
         EXPECT_NEAR(difference, row.difference, 1e-10) << row.from;
     }
+    double same = 0;
+    EXPECT_EQ(units_convert_affine(1e-17, "degC", &same, "celsius", nullptr), 0);
+    EXPECT_EQ(same, 1e-17);
 }
 
 // ctest sets nothing: the table in the source tree is the one that is tested.

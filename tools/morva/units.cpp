@@ -1,4 +1,6 @@
 // morva units: values converted, units shown, found and checked.
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 
 #include "command.hpp"
@@ -56,11 +58,25 @@ void print_unit(const std::string& name, const Unit& unit, bool json) {
     print(coloured(Colour::cyan, name) + " = " + meaning + offset + "\n");
 }
 
+// Between scales with zeros far apart, digits below the last ones of those zeros are noise.
+double without_noise(double reading, const std::string& from, const std::string& to) {
+    Unit a{}, b{};
+    if (units_parse(from.c_str(), &a) != 0 || units_parse(to.c_str(), &b) != 0) return reading;
+    const double shift = a.offset * a.factor / b.factor;
+    const double largest = std::max({std::fabs(reading), std::fabs(shift), std::fabs(b.offset)});
+    if (shift == b.offset || !(largest < 1e12)) return reading;
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", 13 - std::max(0, std::ilogb(largest) * 3 / 10),
+                  reading);
+    return std::strtod(text, nullptr) + 0.0;  // no -0
+}
+
 int convert(const Arguments& arguments) {
     double value, result;
     if (!read_number(arguments.text("VALUE"), value)) return kUnusable;
     const std::string from = arguments.text("FROM"), to = arguments.text("TO");
-    const auto converted = arguments.has("--absolute") ? units_convert_affine : units_convert;
+    const bool absolute = arguments.has("--absolute");
+    const auto converted = absolute ? units_convert_affine : units_convert;
     char* text = nullptr;
     const int status = converted(value, from.c_str(), &result, to.c_str(), &text);
     const std::string difference = owned(text);
@@ -68,6 +84,7 @@ int convert(const Arguments& arguments) {
         elog_complain(0, "no such units");
         return finish(kUnusable);
     }
+    if (status == 0 && absolute) result = without_noise(result, from, to);
     if (arguments.has("--json")) {
         JsonObject object;
         object.raw("value", json_number(value)).text("from", from).text("to", to);
@@ -113,14 +130,15 @@ int match(const Arguments& arguments) {
 }
 
 int list(const Arguments& arguments) {
-    units_init();
+    const bool whole = units_init() == 0;
+    if (!whole) elog_complain(0, "the table is read no further");
     const Records names(keysarr(Units_arr), nullptr);
     for (long i = 0; i < names.size(); ++i) {
         const char* name = names.at<char>(i);
         print_unit(name, *static_cast<const Unit*>(getarr(Units_arr, name)),
                    arguments.has("--json"));
     }
-    return finish(kDone);
+    return finish(whole ? kDone : kFindings);
 }
 
 void print_finding(const std::string& file, const Units_finding& finding, bool json) {

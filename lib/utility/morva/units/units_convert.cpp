@@ -101,8 +101,10 @@ int units_convert_affine(double value, const char* from, double* result, const c
                          char** difference) {
     Pair pair;
     const int status = read_pair(from, to, &pair, difference);
-    if (status == kCompatible)
-        *result = (value + pair.from.offset) * pair.from.factor / pair.to.factor - pair.to.offset;
+    if (status != kCompatible) return status;
+    const auto [factor, offset] = pair.from;
+    // The zeros' distance apart: nothing is lost between scales with the same zero.
+    *result = value * factor / pair.to.factor + (offset * factor / pair.to.factor - pair.to.offset);
     return status;
 }
 
