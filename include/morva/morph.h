@@ -17,7 +17,9 @@
  *
  * A rule is a line of a pattern and a replacement, which is a template:
  *     /PATTERN/REPLACEMENT/    the delimiter is "/", a double or a single quote; the last one may
- *                              be left out. It stands for itself behind a "\", which stays.
+ *                              be left out. It stands for itself behind a "\", which stays
+ *                              (but to the C library "\'" in a pattern is the end of the string:
+ *                              put a pattern with single quotes between others).
  *     PATTERN REPLACEMENT      separated by blanks or tabs, which stand for themselves behind a
  *                              "\". What follows the second word is ignored.
  * Without a replacement there is an empty one. An empty pattern matches the empty string alone.

@@ -45,7 +45,8 @@ const char* nearest_name(Arr* units, std::string_view name) {
         const char* best;
         int distance;
     };
-    // Names with half of their letters wrong are no help, nor is a search for very long ones.
+    // Names with more than half of their letters wrong are no help, nor is a search for very long
+    // ones.
     if (name.size() > 64) return nullptr;
     Nearest nearest = {String(name), nullptr, static_cast<int>(name.size() + 1) / 2 + 1};
     applyarr(
