@@ -194,6 +194,14 @@ TEST_F(BnsStream, KeepsTheLastMessages) {
                                     "  eof=0  err=0  syserrno=0  flags=0\n"
                                     "  timeout=60000  nbytes=17  nsys=4\n"
                                     "marktbl has 1 entries: 6\n\n data+mark=0\n00000000  73 65"));
+    // An emptied stream keeps what is flushed from then on.
+    EXPECT_EQ(bns2buf(out_, nullptr, 0), 0);
+    for (const char* message : {"a", "b", "c"}) {
+        buf2bns(out_, message, 1);
+        EXPECT_EQ(bnsflush(out_), 0);
+    }
+    EXPECT_EQ(bnsresend(out_), 0);
+    EXPECT_EQ(next(50), "abcbc|");
 }
 
 TEST_F(BnsStream, GrowsWithWhatIsAskedFor) {
@@ -293,6 +301,14 @@ TEST_F(BnsStream, IsSnoopedWhileTheControlIsSet) {
     EXPECT_EQ(kit::read_file("traffic").find("quiet"), std::string::npos);
     EXPECT_EQ(bnssnoop(out_, "no/such/folder"), -1);
     EXPECT_THAT(logged_.text(), HasSubstr("Can't open snoop file no/such/folder"));
+    elog_flush(0, 0);
+    // A folder that takes no file costs the records, not the register's room.
+    std::filesystem::create_directory("gone");
+    std::filesystem::current_path("gone");
+    std::filesystem::remove("../gone");
+    buf2bns(out_, "unseen", 6);
+    EXPECT_EQ(bnsflush(out_), 0);
+    EXPECT_EQ(logged_.text(), "");
 }
 
 // A snoop file of the environment is closed at the first transfer when the control was not set.

@@ -18,6 +18,12 @@ constexpr short kEvents = POLLIN | POLLPRI | POLLERR | POLLRDNORM | POLLRDBAND;
 constexpr int kMostJunk = 32;
 constexpr int kShown = 256;
 
+// What was kept is gone; messages flushed from now on are kept as before.
+void forget_kept(Bns* bns) {
+    if (bns->mark > 0) bns->mark = 0;
+    clrtbl(bns->marktbl, nullptr);
+}
+
 // Milliseconds that a wait may take: the timeout, or less when the call must end sooner.
 int patience(const Bns* bns) {
     if (bns->until == 0) return bns->timeout;
@@ -267,5 +273,6 @@ int bns2buf(Bns* bns, void* buffer, int max) {
     const int64_t n = std::min<int64_t>(unread(bns), std::max(max, 0));
     if (n > 0) std::memcpy(buffer, bns->data + bns->fp, static_cast<std::size_t>(n));
     bns->fp = bns->lp = 0;
+    forget_kept(bns);
     return static_cast<int>(n);
 }
