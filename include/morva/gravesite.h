@@ -18,8 +18,9 @@
  * held as long as the process lives, also through a burial.
  *
  * Signals: the handler itself does nothing but set flags. Burying takes place in a thread of the
- * library, which waits for whatever the interrupted thread was doing; the program runs on until it
- * is done. Where the file's folder is on a network, the lock is best effort.
+ * library. With a wait of 0 the interrupted thread stands still meanwhile, for half a second at
+ * most: then, or if it is burying itself, it runs on, since it may hold what the burial waits for.
+ * Where the file's folder is on a network, the lock is best effort.
  *
  * Threads: all functions may be called from any thread. The values are read while other threads may
  * change them; what must fit together is stored by the program before it calls bury itself. */

@@ -1,5 +1,6 @@
 // The gravesite: variables that are saved when the program ends.
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,7 +29,8 @@
 namespace morva::process {
 namespace {
 
-constexpr int kInUse = 1;  // exit status of a second instance
+constexpr int kInUse = 1;       // exit status of a second instance
+constexpr int kPatience = 500;  // milliseconds that a handler waits for the end of the process
 constexpr char kTimeFormat[] = "%E (%j) %Y-%m-%d  %H:%M:%S.%u %z %A";
 
 char* g_custom_path = nullptr;
@@ -55,9 +57,11 @@ class GraveLock {
     GraveLock(const GraveLock&) = delete;
     GraveLock& operator=(const GraveLock&) = delete;
     bool disturbed() const { return !owner_; }
+    // Whether this thread holds it. May be asked in signal handlers.
+    static bool held() { return t_held_; }
 
   private:
-    static inline constinit thread_local bool t_held_ = false;
+    [[gnu::tls_model("initial-exec")]] static inline constinit thread_local bool t_held_ = false;
     bool owner_ = false;
 };
 
@@ -294,6 +298,8 @@ void on_signal(int signo) {
     const bool armed =
         std_set_timer(dead->wait == 0 ? bury_and_leave : bury_unless_done, dead->wait) == 0;
     if (!armed) elog_die(0, "failed to set timer");
+    // The interrupted code is not to run on, unless the burial needs something that it holds.
+    if (dead->wait == 0 && !GraveLock::held()) ::poll(nullptr, 0, kPatience);
 }
 
 Grave* dig(const char* path, int* signal_flag, int wait, Mortician mortician) {
