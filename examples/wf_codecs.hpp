@@ -271,13 +271,16 @@ inline std::vector<std::int32_t> filled_up(const Codec& codec, Samples samples) 
     return filled;
 }
 
-// Takes what was registered since the mark, as one line.
+// Takes the texts that were registered since the mark.
 inline std::string taken_reason(int mark) {
-    char* text = elog_string(mark);
-    std::string reason = text;
-    std::free(text);
+    std::string reason;
+    Tbl* messages = nullptr;
+    elog_query(ELOG_TBL, 0, &messages);
+    for (long i = mark; i < maxtbl(messages); ++i) {
+        reason += reason.empty() ? "" : "; ";
+        reason += static_cast<const Elog_msg*>(gettbl(messages, i))->msg;
+        reason.erase(reason.find_last_not_of('\n') + 1);
+    }
     elog_flush(0, mark);
-    reason.erase(reason.find_last_not_of('\n') + 1);
-    std::replace(reason.begin(), reason.end(), '\n', ' ');
     return reason;
 }

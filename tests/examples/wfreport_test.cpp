@@ -265,6 +265,13 @@ TEST_F(Wfreport, ReportsAmplitudesInPhysicalUnits) {
     }
 }
 
+TEST_F(Wfreport, TakesTheShippedSamplesThroughEveryCodec) {
+    const std::string root = MORVA_SOURCE_DIR;
+    const Outcome seen = run("KORVALIN=" + root + " PFPATH=" + root + "/data/pf " + kPrograms +
+                             "wfreport | grep -cE '^(synth|all).* [0-9]+( +[0-9]\\.[0-9]{3}){5}$'");
+    EXPECT_EQ(seen.out, "16\n") << seen.err;
+}
+
 // One section that fits in every format, and one whose samples UCSD cannot hold.
 TEST_F(Wfreport, ReportsTheSizeUnderEveryCodec) {
     int32_t samples[40] = {};

@@ -90,6 +90,7 @@ std::span<const Group* const> groups();
 
 extern const Group dc_group;
 extern const Group heap_group;
+extern const Group codec_group;
 extern const Group morph_group;
 extern const Group pf_group;
 extern const Group ring_group;

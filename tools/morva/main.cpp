@@ -13,6 +13,7 @@ std::span<const Group* const> groups() {
         // one a line, in the order of the help
         &dc_group,        //
         &heap_group,      //
+        &codec_group,     //
         &morph_group,     //
         &pf_group,        //
         &ring_group,      //
