@@ -49,6 +49,7 @@ typedef struct Xheap {
     Tbl* free_list;   /* of Xheap_entry*: the free entries */
     Arr* names;       /* from name to Xheap_entry*: the others */
     void* guard;      /* the library's */
+    void* index;      /* the library's */
 } Xheap;
 
 /* What is known of an entry. Of a free one, name and data are null and data_length is 0. */

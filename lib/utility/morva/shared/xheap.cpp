@@ -29,33 +29,33 @@ void move_bytes(char* to, const void* from, int32_t n) {
     if (n > 0) std::memmove(to, from, static_cast<std::size_t>(n));
 }
 
-// Name length, data length and CRC as they will be in the header.
-Header header_of(int32_t size, const char* name, Value value) {
-    const auto name_length = static_cast<int32_t>(std::strlen(name)) + 1;
-    return {size, name_length, value.n, crc_of(name, name_length, value.data, value.n)};
+// Sets the record's name and data up for what is to be stored.
+void set_record(Entry* entry, std::string_view name, Value value) {
+    entry->name = entry->address + kHeaderSize;
+    entry->data = entry->name + name.size() + 1;
+    entry->data_length = value.n;
 }
 
-void set_record(Entry* entry, const Header& header) {
-    entry->name = entry->address + kHeaderSize;
-    entry->data = entry->name + header.name_length;
-    entry->data_length = header.data_length;
+// Makes the entry that of the name and data which are in it.
+void store_entry(const Entry* entry) {
+    const auto name_length = static_cast<int32_t>(entry->data - entry->name);
+    const uint32_t crc = crc_of(entry->name, name_length + entry->data_length);
+    store_header(entry->address, {entry->size, name_length, entry->data_length, crc});
 }
 
 // Writes a new value over the old one. Whoever looks meanwhile finds a wrong CRC.
-void overwrite(Entry* entry, const char* name, Value value) {
-    const Header header = header_of(entry->size, name, value);
-    store_header(entry->address, header);
-    set_record(entry, header);
+void overwrite(Entry* entry, std::string_view name, Value value) {
+    set_record(entry, name, value);
     move_bytes(entry->data, value.data, value.n);
+    store_entry(entry);
 }
 
 // Turns an entry that was taken from the free list into a named one.
-void publish(Entry* entry, const char* name, Value value) {
-    const Header header = header_of(entry->size, name, value);
-    set_record(entry, header);
-    move_bytes(entry->name, name, header.name_length);
+void publish(Entry* entry, std::string_view name, Value value) {
+    set_record(entry, name, value);
+    std::memcpy(entry->name, name.data(), name.size() + 1);
     move_bytes(entry->data, value.data, value.n);
-    store_header(entry->address, header);
+    store_entry(entry);
 }
 
 // Data and name that lie in the heap or its lists must outlive what is done to make room.
@@ -98,7 +98,8 @@ int store_new(Xheap* heap, int32_t need, const char* name, Value value) {
     Entry* entry = spacex(heap, need);
     if (entry == nullptr) return -1;
     publish(entry, name, value);
-    setarr(heap->names, name, entry);
+    Entry* old = set_name(heap, name, entry);  // whose name was overwritten by somebody else
+    if (old != nullptr) give_back(heap, old);
     return 0;
 }
 
@@ -140,7 +141,8 @@ bool copy_whole(const Xheap* heap, const Entry* entry, const char* name, void** 
     if (static_cast<std::size_t>(seen.header.name_length) != length) return false;
     if (std::memcmp(seen.name(), name, length) != 0) return false;
     copy_out({seen.data(), seen.header.data_length}, buffer, n, size);
-    return crc_of(name, seen.header.name_length, *buffer, *n) == seen.header.crc;
+    uint32_t crc = crc_of(name, seen.header.name_length);
+    return vk_crc32(&crc, *buffer, *n) == seen.header.crc;
 }
 
 }  // namespace
@@ -171,7 +173,7 @@ int putx_safe(Xheap* heap, const char* name, const void* data, int n) {
     Entry* entry = safe_space(heap, need);
     if (entry == nullptr) return -1;
     publish(entry, kept.name(), kept.value());
-    auto* old = static_cast<Entry*>(setarr(heap->names, kept.name(), entry));
+    Entry* old = set_name(heap, kept.name(), entry);
     if (old != nullptr) give_back(heap, old);
     return is_cut(heap) ? -1 : 0;
 }
@@ -208,10 +210,10 @@ int readx(Xheap* heap, const char* name, void** buffer, int* n, int* size) {
 
 int delx(Xheap* heap, const char* name) {
     if (!may_store(heap)) return -1;
-    auto* entry = static_cast<Entry*>(find_entry(heap, name));
-    if (entry == nullptr) return 0;
-    delarr(heap->names, name);
-    give_back(heap, entry);
+    if (name == nullptr) return 0;
+    settle(heap);
+    Entry* entry = take_name(heap, name);
+    if (entry != nullptr) give_back(heap, entry);
     return 0;
 }
 

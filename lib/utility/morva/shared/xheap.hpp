@@ -17,6 +17,7 @@
 #include "containers/tbl.hpp"
 #include "morva/checksums.h"
 #include "morva/xheap.h"
+#include "shared/xheap_index.hpp"
 
 namespace morva::heap {
 
@@ -99,15 +100,15 @@ struct Seen {
     bool is_right() const;
 };
 
-inline uint32_t crc_of(const char* name, int32_t name_length, const void* data, int32_t n) {
+// Of the name and the data, which stand one behind the other.
+inline uint32_t crc_of(const char* bytes, int32_t n) {
     uint32_t crc = 0;
-    vk_crc32(&crc, name, name_length);
-    return vk_crc32(&crc, data, n);
+    return vk_crc32(&crc, bytes, n);
 }
 
 inline bool Seen::is_right() const {
     return fits() && name_ends() &&
-           crc_of(name(), header.name_length, data(), header.data_length) == header.crc;
+           crc_of(name(), header.name_length + header.data_length) == header.crc;
 }
 
 // The last bytes of a file, too few for a header: its size word at most, or zeros.
@@ -142,9 +143,18 @@ void for_each_seen(const Xheap* heap, Take take) {
 
 Entry* new_entry(char* at, int32_t size);
 
-inline Entry* find(const Xheap* heap, const char* name) {
-    return static_cast<Entry*>(getarr(heap->names, name));
+inline Entry* find(const Xheap* heap, std::string_view name) {
+    return static_cast<const Index*>(heap->index)->find(name);
 }
+
+// The entry of that name is this one from now on; returns the one it was before, or null.
+Entry* set_name(Xheap* heap, const char* name, Entry* entry);
+
+// Takes the name out of the lists; returns its entry, or null.
+Entry* take_name(Xheap* heap, const char* name);
+
+void make_lists(Xheap* heap);
+void free_lists(Xheap* heap);
 
 // Builds the lists unless that has been done.
 inline void settle(Xheap* heap) {

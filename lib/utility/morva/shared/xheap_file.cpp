@@ -153,13 +153,6 @@ void move_records(Xheap* heap, Move move) {
         &move);
 }
 
-void free_lists(Xheap* heap) {
-    if (heap->free_list != nullptr) freetbl(heap->free_list, std::free);
-    if (heap->names != nullptr) freearr(heap->names, std::free);
-    heap->free_list = nullptr;
-    heap->names = nullptr;
-}
-
 }  // namespace
 
 namespace morva::heap {

@@ -35,7 +35,7 @@ void dump(const Seen& seen) {
 
 bool has_right_crc(const Seen& seen) {
     const Inside part = inside(seen);
-    const uint32_t crc = crc_of(seen.name(), part.name, part.data, part.data_length);
+    const uint32_t crc = crc_of(seen.name(), part.name + part.data_length);
     if (crc == seen.header.crc) return true;
     const auto shown = static_cast<int>(
         ::strnlen(seen.name(), static_cast<std::size_t>(std::min<int32_t>(part.name, kShownName))));
@@ -94,7 +94,7 @@ void take_free(Xheap* heap, Entry* entry) {
 
 // A later entry of that name replaces an earlier one.
 void take_named(Xheap* heap, Entry* entry) {
-    auto* earlier = static_cast<Entry*>(setarr(heap->names, entry->name, entry));
+    Entry* earlier = set_name(heap, entry->name, entry);
     if (earlier == nullptr) return;
     xdrop(heap, nullptr, earlier);
     take_free(heap, earlier);
@@ -121,25 +121,7 @@ void sort_free(Xheap* heap) {
               [](const Entry* a, const Entry* b) { return a->address < b->address; });
 }
 
-void empty_lists(Xheap* heap) {
-    if (heap->names != nullptr) freearr(heap->names, std::free);
-    if (heap->free_list != nullptr) freetbl(heap->free_list, std::free);
-    heap->names = newarr(nullptr);
-    heap->free_list = newtbl(0);
-}
-
 }  // namespace
-
-namespace morva::heap {
-
-Entry* new_entry(char* at, int32_t size) {
-    Entry* entry = must_alloc<Entry>(1, "entry", MORVA_HERE);
-    entry->address = at;
-    entry->size = size;
-    return entry;
-}
-
-}  // namespace morva::heap
 
 extern "C" {
 
@@ -157,7 +139,8 @@ void xdrop(Xheap* heap, Xheap_header* header, Xheap_entry* record) {
 
 int assimilatex(Xheap* heap) {
     if (heap == nullptr) elog_die(0, "heap pointer is null");
-    empty_lists(heap);
+    free_lists(heap);
+    make_lists(heap);
     for_each_seen(heap, [heap](const Seen& seen) { take(heap, seen); });
     sort_free(heap);
     is_cut(heap);

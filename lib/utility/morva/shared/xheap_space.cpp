@@ -92,21 +92,6 @@ char* pack(Xheap* heap) {
 
 namespace morva::heap {
 
-Vector<Entry*> by_address(const Xheap* heap) {
-    Vector<Entry*> entries;
-    entries.reserve(static_cast<std::size_t>(cntarr(heap->names)));
-    applyarr(
-        heap->names,
-        [](char*, void* entry, void* to) {
-            static_cast<Vector<Entry*>*>(to)->push_back(static_cast<Entry*>(entry));
-            return 0;
-        },
-        &entries);
-    std::sort(entries.begin(), entries.end(),
-              [](const Entry* a, const Entry* b) { return a->address < b->address; });
-    return entries;
-}
-
 void give_back(Xheap* heap, Entry* entry) {
     xdrop(heap, nullptr, entry);
     Tbl* list = heap->free_list;
