@@ -9,7 +9,7 @@ namespace {
 
 // FROM TO FACTOR, to seven digits: NIST Special Publication 811, appendix B.8; acre, chain, fathom
 // and rod: NIST Handbook 44, appendix C, by the foot that all have in common since 2023. The last
-// line: the heat units of Roy, Blackwell and Birch, 1968.
+// line: the heat units of Roy, Blackwell and Birch, 1968; SI.
 constexpr char kPublished[] = R"(
 acre m^2 4.046856e3; acrefoot m^3 1.233482e3; amperehour C 3.6e3; angstrom nm 0.1; are m^2 100
 astronomicalunit m 1.495979e11; atm Pa 1.01325e5; technicalatmosphere Pa 9.80665e4; bar kPa 100
@@ -52,7 +52,7 @@ stilb cd/m^2 1e4; stokes m^2/s 1e-4; tablespoon mL 14.78676; teaspoon mL 4.92892
 therm MJ 105.5056; longton kg 1.016047e3; tonrefrigeration W 3.516853e3; tontnt J 4.184e9
 tonne kg 1e3; ton kg 9.071847e2; tonf kN 8.896443; torr Pa 1.333224e2; watthour J 3.6e3
 yard m 0.9144; W/inch^2 W/m^2 1.550003e3; degF/hour K/s 1.543210e-4
-heatflowunit W/m^2 4.184e-2; hgu W/m^3 4.184e-7
+heatflowunit W/m^2 4.184e-2; hgu W/m^3 4.184e-7; as s 1e-18; cs s 1e-2; ds s 0.1
 )";
 
 double relative_error(double a, double b) {
