@@ -10,8 +10,9 @@ set_target_properties(morva skerrows PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS morva skerrows EXPORT morvaTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 if(TARGET wfreport)
     file(RELATIVE_PATH lib_from_bin "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
-    set_target_properties(wfreport morva_command PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
-    install(TARGETS wfreport morva_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+    get_property(programs GLOBAL PROPERTY MORVA_EXAMPLE_PROGRAMS)
+    set_target_properties(${programs} morva_command PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+    install(TARGETS ${programs} morva_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endif()
 
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/include/" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"

@@ -1,14 +1,13 @@
 // The settings of wfreport, from the parameter file `wfreport`.
 #pragma once
 
-#include <glob.h>
-
 #include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "morva.h"
 #include "wf_table.hpp"
+#include "wf_values.hpp"
 
 struct Settings {
     std::string sources;             // the files that the settings come from
@@ -22,28 +21,6 @@ struct Settings {
     long max_bad_files = 0;      // 0: any number
 };
 
-// The texts of a list; none when the key is missing.
-inline std::vector<std::string> texts(Pf* pf, const char* key) {
-    std::vector<std::string> result;
-    Tbl* list = pfget_tbl(pf, key);
-    for (long i = 0; i < maxtbl(list); ++i) result.push_back(static_cast<char*>(gettbl(list, i)));
-    freetbl(list, nullptr);
-    return result;
-}
-
-// Adds the files that match a pattern, in which "$NAME" stands for a variable of the environment.
-// One that matches nothing is taken as a name: it will be told that there is no such file.
-inline void add_matches(std::vector<std::string>& files, const std::string& pattern) {
-    char* expanded = expand_env(pattern.c_str());
-    glob_t found;
-    if (glob(expanded, 0, nullptr, &found) == 0)
-        files.insert(files.end(), found.gl_pathv, found.gl_pathv + found.gl_pathc);
-    else
-        files.push_back(expanded);
-    globfree(&found);
-    std::free(expanded);
-}
-
 inline Column column_named(const std::string& heading) {
     for (const Column& column : all_columns())
         if (heading == column.heading) return column;
@@ -56,18 +33,16 @@ inline Codec codec_named(const std::string& name) {
 }
 
 inline void take_settings(Pf* pf, Settings& settings) {
-    getkorvalin();  // which puts KORVALIN into the environment
-    for (const std::string& pattern : texts(pf, "files")) add_matches(settings.files, pattern);
-    for (const std::string& spec : texts(pf, "select"))
-        settings.select += (settings.select.empty() ? "" : ",") + spec;
+    settings.files = files_or_none(pf, "files");
+    settings.select = joined(texts(pf, "select"));
     const auto headings = texts(pf, "columns");
     if (!headings.empty()) settings.columns.clear();
     for (const std::string& heading : headings) settings.columns.push_back(column_named(heading));
     for (const std::string& name : texts(pf, "codecs"))
         settings.codecs.push_back(codec_named(name));
-    if (const char* unit = pfget_string(pf, "amplitude_unit")) settings.unit = unit;
+    settings.unit = text_or(pf, "amplitude_unit", "");
     require_motion(settings.unit);
-    if (pfget_string(pf, "announce")) settings.announce = pfget_boolean(pf, "announce") != 0;
+    settings.announce = switch_or(pf, "announce", settings.announce);
     if (pfget_string(pf, "max_file_size")) settings.max_file_size = pfget_size(pf, "max_file_size");
     if (pfget_string(pf, "max_bad_files")) settings.max_bad_files = pfget_int(pf, "max_bad_files");
 }

@@ -9,7 +9,6 @@
 #include <string>
 
 #include "morva.h"
-#include "wf_sections.hpp"
 
 struct Scale {
     double factor = 1;  // for a count
@@ -30,20 +29,21 @@ inline void require_motion(const std::string& unit) {
         double ignored;
         if (units_convert(1, motion, &ignored, unit.c_str(), nullptr) == 0) return;
     }
-    elog_die(0, "parameter file wfreport: '%s' is neither counts nor a unit of ground motion\n",
-             unit.c_str());
+    elog_die(0, "parameter file %s: '%s' is neither counts nor a unit of ground motion\n",
+             Program_Name, unit.c_str());
 }
 
-// Counts for a section whose WID2 line does not give what is needed.
-inline Scale scale_of(const Section* section, const std::string& unit) {
-    if (is_counts(unit) || section->calibration == 0) return {};
-    double amplitude = section->calibration;
+// The scale of waveforms with this calibration and period. Counts where what is needed is not
+// known.
+inline Scale scale_of(double calibration, double period, const std::string& unit) {
+    if (is_counts(unit) || calibration == 0) return {};
+    double amplitude = calibration;
     for (const char* motion : kMotions) {
         double factor;
         if (units_convert(amplitude, motion, &factor, unit.c_str(), nullptr) == 0)
             return {factor, unit.c_str()};
-        if (section->period <= 0) break;
-        amplitude *= 2 * M_PI / section->period;
+        if (period <= 0) break;
+        amplitude *= 2 * M_PI / period;
     }
     return {};
 }

@@ -22,6 +22,7 @@
 
 #include "morva.h"
 #include "wf_decode.hpp"
+#include "wf_files.hpp"
 #include "wf_sections.hpp"
 #include "wf_settings.hpp"
 #include "wf_sizes.hpp"
@@ -126,7 +127,7 @@ void report_section(File& file, const Section* section, long number, Decoder& de
     print_row(
         file, settings,
         {file.name, section, decoder.nsamp, decoder.samples, verdict_word(decoder.verdict.status),
-         decoder.seconds, scale_of(section, settings.unit)});
+         decoder.seconds, scale_of(section->calibration, section->period, settings.unit)});
     if (decoder.verdict.status != UM6_GOOD) {
         note_verdict(file, section, number, decoder.verdict);
     } else if (decoder.nsamp != section->samples) {
@@ -161,30 +162,6 @@ void process_section(File& file, const Section* section, long number, Decoder& d
         report_section(file, section, number, decoder, totals);
     ++totals.sections;
     if (file.problems > before) ++totals.bad_sections;
-}
-
-// Reads a whole stream. False with errno set when that fails.
-bool read_stream(FILE* stream, double limit, std::string& text) {
-    char block[65536];
-    std::size_t n;
-    while ((n = std::fread(block, 1, sizeof block, stream)) > 0) {
-        text.append(block, n);
-        if (static_cast<double>(text.size()) <= limit) continue;
-        errno = EFBIG;
-        return false;
-    }
-    return std::ferror(stream) == 0;
-}
-
-bool read_file(const char* path, double limit, std::string& text) {
-    if (std::strcmp(path, "-") == 0) return read_stream(stdin, limit, text);
-    FILE* stream = std::fopen(path, "rb");
-    if (stream == nullptr) return false;
-    const bool good = read_stream(stream, limit, text);
-    const int error = errno;
-    std::fclose(stream);
-    errno = error;
-    return good;
 }
 
 void process_message(File& file, Decoder& decoder, Totals& totals) {

@@ -1,0 +1,58 @@
+// The replay of a recording: which packets are there by now. One thread moves it on, any number of
+// others look.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "morva.h"
+#include "recording.hpp"
+
+class Replay {
+  public:
+    // Continues at a packet, with all before it there.
+    Replay(const Recording& recording, bool repeat, int64_t position)
+        : recording_(recording),
+          repeat_(repeat),
+          released_(new std::atomic<double>[recording.pieces.size()]),
+          position_(position),
+          last_(std_now()) {
+        for (int64_t i = 0; i < recording.total(); ++i) released_[i] = last_;
+        if (position > 0) clock_ = due(position - 1);
+    }
+
+    // Goes on by the time that has passed, `speed` times as fast.
+    void advance(double speed) {
+        const double now = std_now();
+        clock_ += (now - last_) * speed;
+        last_ = now;
+        // Not more than the recording at a time, whatever the speed.
+        for (int64_t n = 0; n < recording_.total() && !at_end(); ++n) {
+            if (due(position_) > clock_) return;
+            released_[position_ % recording_.total()] = now;
+            position_.fetch_add(1, std::memory_order_release);
+        }
+        if (clock_ > due(position_)) clock_ = due(position_);
+    }
+
+    // The first packet that is not there yet.
+    int64_t position() const { return position_.load(std::memory_order_acquire); }
+    // When a packet came, or when this process started if that was earlier.
+    double released(int64_t sequence) const { return released_[sequence % recording_.total()]; }
+    bool at_end() const { return !repeat_ && position_ >= recording_.total(); }
+
+  private:
+    // Seconds from the start of the recording to the end of a packet.
+    double due(int64_t sequence) const {
+        const int64_t total = recording_.total();
+        return recording_.pieces[static_cast<std::size_t>(sequence % total)].due -
+               recording_.start + static_cast<double>(sequence / total) * recording_.span();
+    }
+
+    const Recording& recording_;
+    const bool repeat_;
+    std::unique_ptr<std::atomic<double>[]> released_;
+    std::atomic<int64_t> position_;
+    double clock_ = 0;  // seconds of the recording
+    double last_;       // when the clock was moved on
+};
