@@ -57,5 +57,22 @@ MORVA_API int legit_ip(const char* pfname, uint32_t ip, char** comment);
 MORVA_API int ipmatches(const struct sockaddr* address, const char* entry_address,
                         const char* entry_mask);
 
+/* ---- Long lists ---- */
+
+/* Both lists of a parameter file, compiled: a check takes a search for each mask in use, however
+ * many entries there are. Later changes of the tree do not matter. */
+typedef struct Access_list Access_list;
+
+/* Compiles the lists; what is wrong with entries, or that the first list is missing, is complained
+ * of here, once. Never null; the caller frees it with freeaccess. */
+MORVA_API Access_list* newaccess(Pf* pf);
+
+/* Answers as legit_ipv6 does, with the same comment and the same globals, and never complains. Any
+ * number of threads may ask one list. */
+MORVA_API int legit_access(const Access_list* list, const struct sockaddr* address, char** comment);
+
+/* Null is allowed. */
+MORVA_API void freeaccess(Access_list* list);
+
 MORVA_END
 #endif

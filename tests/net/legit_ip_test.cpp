@@ -69,7 +69,14 @@ class Legit : public testing::Test {
         sockaddr_storage storage{};
         auto* address = reinterpret_cast<sockaddr*>(&storage);
         EXPECT_EQ(vk_inet_pton(ip, address), 1);
-        return checked([&](char** comment) { return legit_ipv6("x", pf_, address, comment); });
+        const Checked answer =
+            checked([&](char** comment) { return legit_ipv6("x", pf_, address, comment); });
+        Access_list* list = newaccess(pf_);
+        EXPECT_EQ(checked([&](char** comment) { return legit_access(list, address, comment); }),
+                  answer)
+            << ip;
+        freeaccess(list);
+        return answer;
     }
 
     Pf* pf_ = nullptr;

@@ -39,6 +39,17 @@ void make_room(Bns* bns, int64_t n) {
     if (bns->sz - bns->lp < n) bnsresize(bns, n - (bns->sz - bns->lp));
 }
 
+// Apart from single items, which need no frame on the stack.
+[[gnu::noinline]] int put_many(Bns* bns, const void* buffer, int type, int count) {
+    const int64_t n = bytes_of(type, count);
+    if (n < 0) return -1;
+    make_room(bns, n);
+    convert(static_cast<const char*>(buffer), bns->data + bns->lp, type, count);
+    bns->lp += n;
+    bns->nout += n;
+    return 0;
+}
+
 void dump_part(FILE* stream, const Bns* bns, int64_t from) {
     const int64_t n = bns->lp - from;
     hexdump(stream, bns->data + from, static_cast<int>(n < kDumped ? n : kDumped));
@@ -66,12 +77,7 @@ int64_t bytes_of(int type, int count) {
 }
 
 void convert(const char* from, void* to, int type, int count) {
-    if (count == 1 && type == BNS_INT) {
-        uint32_t item;
-        std::memcpy(&item, from, sizeof item);
-        item = __builtin_bswap32(item);
-        std::memcpy(to, &item, sizeof item);
-    } else if (Converter converter = kConverters[type]) {
+    if (Converter converter = kConverters[type]) {
         char* source = const_cast<char*>(from);
         converter(&source, to, count);
     } else if (count > 0) {
@@ -121,13 +127,14 @@ void bnsfree(Bns* bns) {
 }
 
 int bnsput(Bns* bns, const void* buffer, int type, int count) {
-    const int64_t n = bytes_of(type, count);
-    if (n < 0) return -1;
-    make_room(bns, n);
-    convert(static_cast<const char*>(buffer), bns->data + bns->lp, type, count);
-    bns->lp += n;
-    bns->nout += n;
-    return 0;
+    const auto put = [&](auto word) {
+        convert_word<decltype(word)>(static_cast<const char*>(buffer), bns->data + bns->lp);
+        bns->lp += static_cast<int64_t>(sizeof word);
+        bns->nout += static_cast<int64_t>(sizeof word);
+    };
+    if (for_single(type, count, bns->sz - bns->lp, put)) [[likely]]
+        return 0;
+    return put_many(bns, buffer, type, count);
 }
 
 int buf2bns(Bns* bns, const void* buffer, int n) {

@@ -1,6 +1,7 @@
 // Streams among their own sources.
 #pragma once
 
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -12,12 +13,43 @@ namespace morva::stream {
 
 inline constexpr int kItemSizes[] = {1, 2, 4, 8, 4, 8};
 inline constexpr int kTypes = 6;
+inline constexpr int64_t kLargestItem = 8;
 
 // Bytes of `count` items; -1 with the reason registered when there can be no such items.
 int64_t bytes_of(int type, int count);
 
 // Both directions are the same: bytes are reversed on a machine of the other order.
 void convert(const char* from, void* to, int type, int count);
+
+template <class Word>
+void convert_word(const char* from, char* to) {
+    Word word;
+    std::memcpy(&word, from, sizeof word);
+    if constexpr (std::endian::native == std::endian::little) {
+        if constexpr (sizeof word == 2) word = __builtin_bswap16(word);
+        if constexpr (sizeof word == 4) word = __builtin_bswap32(word);
+        if constexpr (sizeof word == 8) word = __builtin_bswap64(word);
+    }
+    std::memcpy(to, &word, sizeof word);
+}
+
+// Most calls move one item. Calls use(Word()) with the word of its size; false for other calls, and
+// when fewer than `room` bytes are at hand.
+template <class Use>
+inline bool for_single(int type, int count, int64_t room, Use use) {
+    if (count != 1 || room < kLargestItem) return false;
+    if (type == BNS_INT || type == BNS_FLOAT)
+        use(uint32_t());
+    else if (type == BNS_DOUBLE || type == BNS_LONG)
+        use(uint64_t());
+    else if (type == BNS_SHORT)
+        use(uint16_t());
+    else if (type == BNS_BYTE)
+        use(uint8_t());
+    else
+        return false;
+    return true;
+}
 
 inline int64_t unread(const Bns* bns) {
     return bns->lp - bns->fp;

@@ -131,6 +131,16 @@ void consume(Bns* bns, int64_t n) {
     bns->nin += n;
 }
 
+// Apart from single items, which need no frame on the stack.
+[[gnu::noinline]] int get_many(Bns* bns, void* buffer, int type, int count) {
+    const int64_t n = bytes_of(type, count);
+    if (n < 0) return -1;
+    if (unread(bns) < n && !Call(bns).fetch(n)) return -1;
+    convert(bns->data + bns->fp, buffer, type, count);
+    consume(bns, n);
+    return 0;
+}
+
 // Copies what fits of the next n bytes, ends it, and consumes them and `behind` more.
 int store_text(Bns* bns, char* buffer, int size, int64_t n, int behind) {
     const int64_t stored = std::max<int64_t>(std::min<int64_t>(n, size - 1), 0);
@@ -221,12 +231,13 @@ int bnswait(Bns* bns) {
 }
 
 int bnsget(Bns* bns, void* buffer, int type, int count) {
-    const int64_t n = bytes_of(type, count);
-    if (n < 0) return -1;
-    if (unread(bns) < n && !Call(bns).fetch(n)) return -1;
-    convert(bns->data + bns->fp, buffer, type, count);
-    consume(bns, n);
-    return 0;
+    const auto get = [&](auto word) {
+        convert_word<decltype(word)>(bns->data + bns->fp, static_cast<char*>(buffer));
+        consume(bns, sizeof word);
+    };
+    if (for_single(type, count, unread(bns), get)) [[likely]]
+        return 0;
+    return get_many(bns, buffer, type, count);
 }
 
 int bnsgetc(Bns* bns, char* buffer, int size, int delimiter) {

@@ -3,17 +3,14 @@
 
 #include <arpa/inet.h>
 
-#include <array>
 #include <memory>
-#include <optional>
 
 #include "base/diagnostics.hpp"
 #include "base/memory.hpp"
 #include "morva/pfread.h"
-#include "morva/pfresolve.h"
 #include "morva/sockets.h"
 #include "net/address.hpp"
-#include "net/words.hpp"
+#include "net/entries.hpp"
 
 int Legit_accept = -1;
 int Legit_reject = -1;
@@ -21,98 +18,63 @@ int Legit_reject = -1;
 namespace morva::net {
 namespace {
 
-constexpr char kAccept[] = "valid_ip_addresses";
-constexpr char kReject[] = "reject_ip_addresses";
-
-// The line of an entry in parts.
-struct Entry {
-    std::string_view address, mask, comment;
-};
-
-std::string_view take_word(std::string_view& line) {
-    constexpr std::string_view kBlanks = " \t";
-    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
-    const std::string_view word = line.substr(0, line.find_first_of(kBlanks));
-    line.remove_prefix(word.size());
-    return word;
-}
-
-Entry entry_of(std::string_view line) {
-    Entry entry;
-    entry.address = take_word(line);
-    entry.mask = take_word(line);
-    entry.comment = trimmed(line);
-    return entry;
-}
-
-// The list of a parameter file, or null.
-Tbl* list_of(Pf* pf, const char* key) {
-    Pf* node = nullptr;
-    return pfresolve(pf, key, 0, &node) == PFTBL ? node->value.tbl : nullptr;
-}
-
-// The index of the first entry that `matches`, and the entry itself; -1 when there is none.
-template <class Matches>
-int first_match(Tbl* list, Entry& entry, Matches matches) {
-    for (long i = 0; i < maxtbl(list); ++i) {
-        Pf* node = static_cast<Pf*>(gettbl(list, i));
-        if (node == nullptr || node->type != PFSTRING) continue;
-        const char* line = pfexpand(node);
-        if (line == nullptr || *line == '\0') continue;
-        entry = entry_of(line);
-        if (matches(entry)) return static_cast<int>(i);
-    }
-    return -1;
-}
-
-void store_comment(std::string_view text, char** comment) {
-    if (comment == nullptr) return;
-    *comment = text.empty() ? nullptr : must_strdup(String(text).c_str(), "comment", MORVA_HERE);
-}
-
 // ---- IPv4 values
 
 // A number of a plain dotted quad: no sign, no leading zero, below 256.
-bool take_byte(const char*& at, const char* end, uint32_t& value) {
+bool take_byte(const char*& at, uint32_t& value) {
     const char* first = at;
     uint32_t number = 0;
-    while (at != end && *at >= '0' && *at <= '9' && at - first < 3)
+    while (*at >= '0' && *at <= '9' && at - first < 3)
         number = 10 * number + static_cast<uint32_t>(*at++ - '0');
     value = value << 8 | number;
     return at != first && number < 256 && (at - first == 1 || *first != '0');
 }
 
+// Four bytes at the start of a word that ends behind them.
+bool take_quad(const char*& at, uint32_t& value) {
+    for (int byte = 0; byte < 4; ++byte) {
+        if (byte > 0 && *at != '.') return false;
+        if (byte > 0) ++at;
+        if (!take_byte(at, value)) return false;
+    }
+    value = htonl(value);
+    return *at == '\0' || is_blank(*at);
+}
+
 // As inet_addr: the plain form is read here, the odd ones (octal, hexadecimal, fewer numbers)
 // there.
 uint32_t value_of(std::string_view text) {
-    const char* at = text.data();
-    const char* end = at + text.size();
-    uint32_t value = 0;
-    int bytes = 0;
-    while (take_byte(at, end, value) && ++bytes < 4 && at != end && *at == '.') ++at;
-    if (bytes == 4 && at == end) return htonl(value);
     return ::inet_addr(String(text).c_str());
 }
 
-bool matches_value(const Entry& entry, uint32_t ip) {
+bool matches_value(const char* line, Entry& entry, uint32_t ip) {
+    const char* at = line;
+    uint32_t address = 0, mask = 0;
+    while (is_blank(*at)) ++at;
+    bool plain = take_quad(at, address);
+    while (is_blank(*at)) ++at;
+    plain = plain && take_quad(at, mask);
+    if (plain && ((ip ^ address) & mask) != 0) return false;
+    entry = entry_of(line);
     if (entry.mask.empty()) return false;
-    const uint32_t mask = value_of(entry.mask);
-    return (ip & mask) == (value_of(entry.address) & mask);
+    if (!plain) {
+        mask = value_of(entry.mask);
+        address = value_of(entry.address);
+    }
+    return ((ip ^ address) & mask) == 0;
 }
 
 // ---- addresses of sockets
 
-std::optional<std::array<unsigned char, 16>> parsed(int family, const String& text,
-                                                    const char* what) {
-    std::array<unsigned char, 16> bytes{};
-    if (::inet_pton(family, text.c_str(), bytes.data()) == 1) return bytes;
-    elog_complain(0, "invalid %s %s '%s'", family == AF_INET ? "ipv4" : "ipv6", what, text.c_str());
-    return std::nullopt;
+bool read_bytes(int family, const char* text, const char* what, AddressBytes& bytes) {
+    if (::inet_pton(family, text, bytes.data()) == 1) return true;
+    elog_complain(0, "invalid %s %s '%s'", family == AF_INET ? "ipv4" : "ipv6", what, text);
+    return false;
 }
 
-bool equal_under(const Bytes& peer, const unsigned char* entry, const unsigned char* mask) {
+bool holds(const Network& network, const Bytes& peer) {
     for (std::size_t i = 0; i < peer.size; ++i)
-        if (((peer.data[i] ^ entry[i]) & mask[i]) != 0) return false;
+        if (((peer.data[i] ^ network.address[i]) & network.mask[i]) != 0) return false;
     return true;
 }
 
@@ -123,6 +85,13 @@ bool matches_address(const Entry& entry, const sockaddr* address) {
 }
 
 }  // namespace
+
+bool read_network(int family, const char* address, const char* mask, Network& network) {
+    network.family = family;
+    return read_bytes(family, address, "address", network.address) &&
+           read_bytes(family, mask, "mask", network.mask);
+}
+
 }  // namespace morva::net
 
 using namespace morva::net;
@@ -135,33 +104,34 @@ int ipmatches(const sockaddr* address, const char* entry_address, const char* en
     }
     const int family = vk_inet_family(entry_address);
     if (family != address->sa_family) return 0;
-    const auto entry = parsed(family, entry_address, "address");
-    if (!entry) return 0;
-    const auto mask = parsed(family, entry_mask, "mask");
-    if (!mask) return 0;
+    Network network;
+    if (!read_network(family, entry_address, entry_mask, network)) return 0;
     const Bytes peer = bytes_of(address);
     if (peer.data == nullptr) {
         elog_complain(0, "unrecognized family %d", family);
         return 0;
     }
-    return equal_under(peer, entry->data(), mask->data()) ? 1 : 0;
+    return holds(network, peer) ? 1 : 0;
 }
 
 int legit_ipv6(const char*, Pf* pf, const sockaddr* address, char** comment) {
-    const auto matches = [&](const Entry& entry) { return matches_address(entry, address); };
+    Entry entry;
+    const auto matches = [&](int, const char* line) {
+        entry = entry_of(line);
+        return matches_address(entry, address);
+    };
     Legit_accept = Legit_reject = -1;
     Tbl* accept = list_of(pf, kAccept);
     if (accept == nullptr) {
         elog_complain(0, "failed to get valid_ip_addresses list");
         return 0;
     }
-    Entry entry;
-    Legit_accept = first_match(accept, entry, matches);
+    Legit_accept = each_line(accept, matches);
     if (Legit_accept < 0) return 0;
     // References in a list are expanded in place: the comment is copied before the next list is
     // read.
     store_comment(entry.comment, comment);
-    Legit_reject = first_match(list_of(pf, kReject), entry, matches);
+    Legit_reject = each_line(list_of(pf, kReject), matches);
     if (Legit_reject < 0) return 1;
     if (comment != nullptr) std::free(*comment);
     store_comment(entry.comment, comment);
@@ -169,17 +139,17 @@ int legit_ipv6(const char*, Pf* pf, const sockaddr* address, char** comment) {
 }
 
 int legit_ip_pf(Pf* pf, uint32_t ip, char** comment) {
-    const auto matches = [&](const Entry& entry) { return matches_value(entry, ip); };
-    Legit_accept = Legit_reject = -1;
     Entry entry;
+    const auto matches = [&](int, const char* line) { return matches_value(line, entry, ip); };
+    Legit_accept = Legit_reject = -1;
     Tbl* accept = list_of(pf, kAccept);
     if (accept == nullptr) {
         elog_log(0, "failed to get valid_ip_addresses list");
     } else {
-        Legit_accept = first_match(accept, entry, matches);
+        Legit_accept = each_line(accept, matches);
         if (Legit_accept >= 0) store_comment(entry.comment, comment);
     }
-    Legit_reject = first_match(list_of(pf, kReject), entry, matches);
+    Legit_reject = each_line(list_of(pf, kReject), matches);
     return Legit_accept >= 0 && Legit_reject < 0;
 }
 

@@ -193,11 +193,6 @@ void open_sets(Config& dc) {
 
 }  // namespace
 
-Config& config() {
-    static Config dc;
-    return dc;
-}
-
 void reset(Dcset* set) {
     set->program[0] = '\0';
     std::memset(set->program, 0, sizeof *set);

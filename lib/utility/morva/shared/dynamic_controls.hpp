@@ -26,7 +26,10 @@ struct Config {
     int count = 0;
     GuardedRange* guard = nullptr;
 };
-Config& config();
+inline constinit Config open_config;
+inline Config& config() {
+    return open_config;
+}
 
 // The selected set; opens the controls if need be, and selects the program's set then.
 inline Dcset* selected_set(Config& dc) {

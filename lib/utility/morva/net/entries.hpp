@@ -1,0 +1,86 @@
+// Access lists among the sources that read them.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+#include "base/memory.hpp"
+#include "containers/tbl.hpp"
+#include "morva/pfresolve.h"
+#include "net/words.hpp"
+
+namespace morva::net {
+
+inline constexpr char kAccept[] = "valid_ip_addresses";
+inline constexpr char kReject[] = "reject_ip_addresses";
+
+// The line of an entry in parts; the comment has the blanks around it.
+struct Entry {
+    std::string_view address, mask, comment;
+};
+
+inline bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+inline std::string_view take_word(std::string_view& line) {
+    std::size_t start = 0;
+    while (start < line.size() && is_blank(line[start])) ++start;
+    std::size_t end = start;
+    while (end < line.size() && !is_blank(line[end])) ++end;
+    const std::string_view word = line.substr(start, end - start);
+    line.remove_prefix(end);
+    return word;
+}
+
+inline Entry entry_of(std::string_view line) {
+    Entry entry;
+    entry.address = take_word(line);
+    entry.mask = take_word(line);
+    entry.comment = line;
+    return entry;
+}
+
+using AddressBytes = std::array<unsigned char, 16>;
+
+struct Network {
+    int family = 0;
+    AddressBytes address{}, mask{};
+};
+
+// Reads an entry for sockets. False, with a complaint, when a text is none of the family.
+bool read_network(int family, const char* address, const char* mask, Network& network);
+
+// The list of a parameter file, or null.
+inline Tbl* list_of(Pf* pf, const char* key) {
+    Pf* node = nullptr;
+    return pfresolve(pf, key, 0, &node) == PFTBL ? node->value.tbl : nullptr;
+}
+
+// Calls `visit(index, line)` for the lines of a list that are not empty, until it returns true:
+// then the index; -1 when it never does.
+template <class Visit>
+int each_line(Tbl* list, Visit visit) {
+    const long count = maxtbl(list);
+    for (long i = 0; i < count; ++i) {
+        Pf* node = static_cast<Pf*>(gettbl(list, i));
+        if (node == nullptr || node->type != PFSTRING) continue;
+        const char* line = node->value.string;
+        if (line != nullptr && std::strchr(line, '&') != nullptr) line = pfexpand(node);
+        if (line != nullptr && *line != '\0' && visit(static_cast<int>(i), line))
+            return static_cast<int>(i);
+    }
+    return -1;
+}
+
+inline void store_comment(std::string_view text, char** comment) {
+    if (comment == nullptr) return;
+    text = trimmed(text);
+    *comment = nullptr;
+    if (text.empty()) return;
+    *comment = static_cast<char*>(must_malloc(text.size() + 1, "comment", MORVA_HERE));
+    std::memcpy(*comment, text.data(), text.size());
+    (*comment)[text.size()] = '\0';
+}
+
+}  // namespace morva::net
