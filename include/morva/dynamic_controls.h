@@ -23,7 +23,7 @@
  * that is gone reads as zeros.
  *
  * Threads: any thread may read and change controls at any time; a value is changed as a whole (a
- * string is one, too, unless two change it at once). Setting up named controls, selecting sets and
+ * string is one, too, unless two change it at once), and set up named ones. Selecting sets and
  * removing them is for one thread at a time. Between processes each number is read and written as a
  * whole; a string may be seen half changed. The change counter is raised after the value is stored:
  * who sees the new count sees the new value.

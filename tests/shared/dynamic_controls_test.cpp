@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstddef>
 #include <thread>
 
@@ -307,6 +308,23 @@ int wait_for(long number) {
     for (long seen = dcchanged(); dcgeti(0) != number; seen = dcchanged())
         if (dcgeti(0) != number && dcwait(seen, 20000) != 1) return 1;
     return 0;
+}
+
+// Threads that start together find one set and give each name one index.
+TEST_F(Controls, AreSetUpByThreadsAtOnce) {
+    for (int round = 0; round < 50; ++round) {
+        check([] {
+            std::atomic<int> ready = 0, right = 0;
+            const auto work = [&] {
+                for (++ready; ready < 8;) std::this_thread::yield();
+                right += dcsetupbyt("one", 1) == 63 && dcsetupbyt("two", 2) == 62;
+            };
+            std::vector<std::thread> threads;
+            for (int i = 0; i < 8; ++i) threads.emplace_back(work);
+            for (std::thread& thread : threads) thread.join();
+            return first_false({right == 8, dcselected()->next[0] == 62, dcchanged() == 16});
+        });
+    }
 }
 
 // Two processes answer each other's changes and a thread looks on: whoever waits is woken, long

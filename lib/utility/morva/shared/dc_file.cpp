@@ -109,9 +109,11 @@ struct Opened {
     Descriptor file;
     Mapping sets;
     explicit operator bool() const { return sets.data() != nullptr; }
+    // By reading: the mapping is not guarded yet.
     bool is_old() const {
-        constexpr std::size_t n = sizeof kOldMagic - 1;
-        return sets.size() >= n && std::memcmp(sets.data(), kOldMagic, n) == 0;
+        char magic[sizeof kOldMagic - 1];
+        const ssize_t n = retry([&] { return ::pread(file.get(), magic, sizeof magic, 0); });
+        return n == sizeof magic && std::memcmp(magic, kOldMagic, sizeof magic) == 0;
     }
 };
 
@@ -202,17 +204,11 @@ void reset(Dcset* set) {
     for (int type = 0; type < kTypes; ++type) set->next[type] = kIndexes[type];
 }
 
-void open_controls() {
-    static std::mutex opening;
-    Config& dc = config();
-    log_ready();
-    const std::lock_guard<std::mutex> lock(opening);
-    if (dc.selected.load() != nullptr) return;
-    open_sets(dc);
-    dc.selected.store(dc.first, std::memory_order_release);
+namespace {
+std::recursive_mutex g_claims;
 }
 
-Claim::Claim() {
+Claim::Claim() : threads_(g_claims) {
     locked_ = config().fd >= 0 && lock_patiently(config().fd);
 }
 
@@ -235,7 +231,14 @@ int dccreate() {
 }
 
 int dcopen(int select) {
-    if (config().selected.load(std::memory_order_acquire) != nullptr) return 0;
-    open_controls();
-    return select != 0 ? dcselect(nullptr) : 0;
+    static std::mutex opening;
+    Config& dc = config();
+    if (dc.selected.load(std::memory_order_acquire) != nullptr) return 0;
+    morva::log_ready();
+    const std::lock_guard<std::mutex> lock(opening);
+    if (dc.selected.load() != nullptr) return 0;
+    open_sets(dc);
+    // Other threads see the controls open when the set is selected, not before.
+    dc.selected.store(select != 0 ? set_of(dc, nullptr) : dc.first, std::memory_order_release);
+    return 0;
 }

@@ -111,10 +111,11 @@ int set_up(const char* name, char letter, Store store) {
     const bool known = has_name(set, name);
     const Control found = find(set, name);
     const int index = !known ? take_index(set, type) : found.type == type ? found.index : -1;
+    if (!known && index >= 0) {
+        record(set, namecode(letter, index), name);
+        store(set, index);
+    }
     note_change(set);
-    if (known || index < 0) return index;
-    record(set, namecode(letter, index), name);
-    store(set, index);
     return index;
 }
 

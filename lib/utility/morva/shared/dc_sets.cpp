@@ -47,16 +47,21 @@ Dcset* claim_set(const Config& dc, const ProgramName& name) {
 }
 
 }  // namespace
+
+Dcset* set_of(const Config& dc, const char* program) {
+    ProgramName name;
+    name_of(program, name);
+    return claim_set(dc, name);
+}
+
 }  // namespace morva::dc
 
 using namespace morva::dc;
 
 int dcselect(const char* program) {
     Config& dc = config();
-    open_controls();
-    ProgramName name;
-    name_of(program, name);
-    dc.selected.store(claim_set(dc, name), std::memory_order_release);
+    dcopen(0);
+    dc.selected.store(set_of(dc, program), std::memory_order_release);
     return 0;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 #include "base/fault_guard.hpp"
 #include "morva/dynamic_controls.h"
@@ -67,13 +68,14 @@ void note_change(Dcset* set);
 void store_byte(Dcset* set, int index, int value);
 void store_string(Dcset* set, int index, const char* text);
 
-// Opens the controls unless they are open, with set 0 selected.
-void open_controls();
+// The set of a program, which takes a free one if it has none; null: of this one.
+Dcset* set_of(const Config& dc, const char* program);
 
 // Brings a set into the state of a free one; the name goes first.
 void reset(Dcset* set);
 
-// Keeps other processes from taking a set at the same time, if the sets are in a file.
+// Keeps other threads from taking a set or an index at the same time, and other processes, if the
+// sets are in a file. A thread that dies on the way may come again from its burial.
 class Claim {
   public:
     Claim();
@@ -82,6 +84,7 @@ class Claim {
     Claim& operator=(const Claim&) = delete;
 
   private:
+    const std::lock_guard<std::recursive_mutex> threads_;
     bool locked_ = false;
 };
 
