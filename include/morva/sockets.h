@@ -97,7 +97,8 @@ MORVA_API int vk_exec_subprogram(const char* program, const char* argument);
 
 /* The same for a vector of arguments that a null pointer ends; the program is searched along PATH.
  * The program says on standard error that it was spawned when the second argument is an option with
- * a V. It is nobody's child: no one needs to wait for it. */
+ * a V. It is a child of the process, with status 1 when it cannot be started: who starts many waits
+ * for them or ignores SIGCHLD. */
 MORVA_API int vk_spawn(char** argv);
 
 /* ---- Addresses ---- */

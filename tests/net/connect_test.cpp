@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/wait.h>
 
 #include "base/posix.hpp"
 #include "morva/bns.h"
@@ -150,7 +151,11 @@ TEST(Spawn, TalksToAProgram) {
     EXPECT_EQ(errors, "(echo -V words) spawned\n");
     EXPECT_EQ(all_of(vk_exec_subprogram("/bin/echo", "file")), "file\n");
     EXPECT_EQ(all_of(vk_exec_subprogram("/bin/echo", "a@b@opt")), "-opt a@b\n");
+    while (::wait(nullptr) > 0) continue;
     EXPECT_EQ(all_of(vk_exec_subprogram("/no/such/program", "x")), "");
+    int status = 0;
+    EXPECT_GT(::wait(&status), 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // Programs behind a socket.
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -37,20 +35,6 @@ String greeting(char* const* argv) {
     ::_exit(1);
 }
 
-// Starts the program as a grandchild, which the system takes care of when it ends.
-bool start(char* const* argv, int fd) {
-    const String said = greeting(argv);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        const pid_t grandchild = ::fork();
-        if (grandchild == 0) become(argv, fd, said);
-        ::_exit(grandchild < 0 ? 1 : 0);
-    }
-    int status = 0;
-    if (child > 0 && retry([&] { return ::waitpid(child, &status, 0); }) < 0) return true;
-    return child > 0 && status == 0;
-}
-
 }  // namespace
 }  // namespace morva::net
 
@@ -64,7 +48,10 @@ int vk_spawn(char** argv) {
         return -1;
     }
     morva::Descriptor ours(ends[0]), theirs(ends[1]);
-    if (start(argv, theirs.get())) return ours.release();
+    const String said = greeting(argv);
+    const pid_t child = ::fork();
+    if (child == 0) become(argv, theirs.get(), said);
+    if (child > 0) return ours.release();
     elog_log(1, "Couldn't fork subprocess '%s'\n", argv[0]);
     return -1;
 }
