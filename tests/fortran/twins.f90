@@ -467,7 +467,7 @@ contains
         call check(abs(result - 293.15d0) < 1d-12, 'readings')
         names = units_match('lux')
         call check(maxtbl(names) == 4, 'units_match')
-        call freetbl(names)
+        call strfreetbl(names)
     end subroutine
 
     subroutine waveforms()

@@ -199,7 +199,7 @@ int vk_open_socket(const char* name, const char* pfname, char* description) {
     Pf* pf = nullptr;
     if (pfname != nullptr) {
         const morva::ErrnoSaver keep;
-        if (pfread(pfname, &pf) < 0) pf = nullptr;
+        if (pfread(pfname, &pf) < 0) pffree(std::exchange(pf, nullptr));
     }
     const std::unique_ptr<Pf, void (*)(Pf*)> owner(pf, pffree);
     const char* emulator = top_string(pf, "emulator");

@@ -2,6 +2,7 @@
 #include <climits>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "base/diagnostics.hpp"
 #include "base/memory.hpp"
@@ -24,7 +25,7 @@ Pf* port_names() {
     log_ready();
     const std::lock_guard<std::mutex> lock(file.reading);
     if (file.tried.load()) return file.names;
-    if (pfread("orbserver_names", &file.names) < 0) file.names = nullptr;
+    if (pfread("orbserver_names", &file.names) < 0) pffree(std::exchange(file.names, nullptr));
     file.tried.store(true, std::memory_order_release);
     return file.names;
 }

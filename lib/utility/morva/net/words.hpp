@@ -24,7 +24,7 @@ inline std::string_view trimmed(std::string_view text) {
 inline void store_text(std::string_view text, char* buffer, std::size_t size = kTextSize) {
     if (buffer == nullptr) return;
     const std::size_t n = std::min(text.size(), size - 1);
-    std::memmove(buffer, text.data(), n);
+    if (n > 0) std::memmove(buffer, text.data(), n);
     buffer[n] = '\0';
 }
 

@@ -34,8 +34,9 @@ void name_common(Dcset* first) {
 int sets_wanted() {
     constexpr char kKey[] = "maximum_dynamic_control_sets";
     Pf* pf = nullptr;
-    if (pfread("dynamic_controls_config", &pf) < 0) return kDefaultSets;
+    const int found = pfread("dynamic_controls_config", &pf);
     const std::unique_ptr<Pf, void (*)(Pf*)> owner(pf, pffree);
+    if (found < 0) return kDefaultSets;
     Pf* node = nullptr;
     if (pfresolve(pf, kKey, 0, &node) != PFSTRING) {
         elog_complain(0, "Couldn't find parameter '%s' in dynamic_controls_config.pf", kKey);
