@@ -55,9 +55,33 @@ void place_record(Entry* entry, char* to) {
     entry->address = to;
 }
 
-// Moves an entry down by `gap` bytes, all of which are free. At every instant the entry, or a free
-// one in its stead, is in the chain.
-void slide(Entry* entry, int64_t gap) {
+// A copy of an entry in a free one further on, for as long as the entry itself is in pieces: of two
+// entries with one name the later counts.
+class Refuge {
+  public:
+    Refuge(const Entry* free, const Entry* entry) {
+        if (free == nullptr || free->address < entry->address) return;
+        const int32_t rest = free->size - entry->size;
+        if (rest != 0 && rest < kHeaderSize) return;
+        free_ = free;
+        std::memcpy(free->address + kHeaderSize, entry->address + kHeaderSize,
+                    static_cast<std::size_t>(entry->size - kHeaderSize));
+        if (rest > 0) store_free(free->address + entry->size, rest);
+        store_header(free->address, load_header(entry->address));
+    }
+    ~Refuge() {
+        if (free_ != nullptr) store_free(free_->address, free_->size);
+    }
+    Refuge(const Refuge&) = delete;
+    Refuge& operator=(const Refuge&) = delete;
+
+  private:
+    const Entry* free_ = nullptr;
+};
+
+// Moves an entry down by `gap` bytes, all of which are free. At every instant the entry, a copy, or
+// a free one in its stead is in the chain.
+void slide(Entry* entry, int64_t gap, const Entry* refuge) {
     char* from = entry->address;
     char* to = from - gap;
     const Header header = load_header(from);
@@ -69,20 +93,31 @@ void slide(Entry* entry, int64_t gap) {
         std::memcpy(to + kHeaderSize, from + kHeaderSize, body);
         if (rest > 0) store_free(to + entry->size, rest);
         store_header(to, header);
+        store_free(to + entry->size, gap);
     } else {
+        const Refuge copy(refuge, entry);
         store_free(to, gap + entry->size);
         std::memmove(to + kHeaderSize, from + kHeaderSize, body);
+        store_free(to + entry->size, gap);
+        store_header(to, header);
     }
-    store_free(to + entry->size, gap);
-    store_header(to, header);
     place_record(entry, to);
+}
+
+Entry* largest_free(const Xheap* heap) {
+    const auto entries = morva::tbl_pointers<Entry>(heap->free_list);
+    const auto largest =
+        std::max_element(entries.begin(), entries.end(),
+                         [](const Entry* a, const Entry* b) { return a->size < b->size; });
+    return largest == entries.end() ? nullptr : *largest;
 }
 
 // Packs the named entries; returns where they end.
 char* pack(Xheap* heap) {
     char* end = heap->address;
+    const Entry* refuge = largest_free(heap);
     for (Entry* entry : by_address(heap)) {
-        if (entry->address > end) slide(entry, entry->address - end);
+        if (entry->address > end) slide(entry, entry->address - end, refuge);
         end += entry->size;
     }
     return end;
