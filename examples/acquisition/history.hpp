@@ -1,5 +1,6 @@
-// What a client keeps of each channel: a ring of amplitudes in physical units, and one of the
-// latency of all packets together.
+// What a client keeps for others to look at while it runs: a ring of the amplitudes of each channel
+// in physical units, one of the latency of all packets together, and the last packet of each
+// channel, its body as packet.hpp tells, in a shared heap.
 #pragma once
 
 #include <algorithm>
@@ -31,16 +32,19 @@ class History {
           most_(most),
           anew_(anew) {
         latency_ = open("latency", "latency, s");
+        heap_ = openx((folder_ + "/last.heap").c_str(), "r+", 1 << 16);
+        if (heap_ == nullptr) elog_die(0, "no heap for the last packets\n");
     }
     ~History() {
         for (auto& [name, channel] : channels_) closering(channel.amplitudes);
         closering(latency_);
+        closex(&heap_);
     }
     History(const History&) = delete;
     History& operator=(const History&) = delete;
 
     // Notes a packet, unless there are too many channels.
-    void add(const Packet& packet, const Counts& counts) {
+    void add(Packet& packet, const Counts& counts) {
         Channel* channel = find(packet);
         if (channel == nullptr) return;
         const Scale scale = scale_of(packet.calibration, packet.period, unit_);
@@ -49,6 +53,7 @@ class History {
         setring(channel->amplitudes, 2 * packet.nsamp / packet.rate, -99999999);
         pushring(channel->amplitudes, last, amplitude(counts, scale.factor));
         pushring(latency_, std_now(), std_now() - packet.released);
+        keep_last(packet, channel->station + "." + channel->channel);
         channel->unit = scale.unit;
         ++channel->packets;
         channel->samples += packet.nsamp;
@@ -65,6 +70,13 @@ class History {
         const double mean = sum / static_cast<double>(std::max<std::size_t>(counts.size(), 1));
         for (const int32_t sample : counts) most = std::max(most, std::fabs(sample - mean));
         return most * std::fabs(factor);
+    }
+
+    // Whoever reads the heap, or the next run after a kill, finds the old packet or the new one.
+    void keep_last(Packet& packet, const std::string& name) {
+        put_body(memory_, packet);
+        if (putx_safe(heap_, name.c_str(), memory_.bytes(), memory_.size()) == 0) return;
+        elog_complain(0, "the last packet of %s can't be stored\n", name.c_str());
     }
 
     // What comes from a peer becomes part of a file name only when it is harmless there.
@@ -108,4 +120,6 @@ class History {
     std::map<std::string, Channel> channels_;
     bool is_crowded_ = false;
     Ring* latency_;
+    Xheap* heap_;
+    Memory memory_;
 };

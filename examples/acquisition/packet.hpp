@@ -83,7 +83,6 @@ inline void put_frame(Bns* out, const char* magic, Memory& body) {
     bnsput(out, &size, BNS_INT, 1);
     bnsput(out, body.bytes(), BNS_BYTE, size);
     bnsput(out, &crc, BNS_INT, 1);
-    bnsclr(body.stream());
 }
 
 // Gets the body of the next frame. False, with the reason registered or told by the stream, when
@@ -107,6 +106,7 @@ inline bool get_frame(Bns* in, const char* magic, Memory& body) {
 }
 
 inline void put_request(Bns* out, const Request& request, Memory& body) {
+    bnsclr(body.stream());
     bnsput(body.stream(), &request.recording, BNS_LONG, 1);
     bnsput(body.stream(), &request.first, BNS_LONG, 1);
     put_frame(out, kRequest, body);
@@ -138,10 +138,16 @@ void move_header(Packet& packet, Move move) {
 }
 constexpr int kHeaderSize = 3 * 8 + 2 * 8 + 5 * 8 + 2 * 4;
 
-inline void put_packet(Bns* out, Packet& packet, Memory& body) {
+// Puts the body of a packet into the memory.
+inline void put_body(Memory& body, Packet& packet) {
+    bnsclr(body.stream());
     move_header(packet,
                 [&](void* item, int type, int count) { bnsput(body.stream(), item, type, count); });
     buf2bns(body.stream(), packet.payload.data(), static_cast<int>(packet.payload.size()));
+}
+
+inline void put_packet(Bns* out, Packet& packet, Memory& body) {
+    put_body(body, packet);
     put_frame(out, kPacket, body);
 }
 
@@ -151,8 +157,8 @@ inline bool is_sound(const Packet& packet) {
            packet.nsamp >= 0 && packet.nsamp <= kMostSamples;
 }
 
-inline bool get_packet(Bns* in, Packet* packet, Memory& body) {
-    if (!get_frame(in, kPacket, body)) return false;
+// Gets a packet from the body that is in the memory.
+inline bool get_body(Memory& body, Packet* packet) {
     if (body.size() >= kHeaderSize) {
         move_header(*packet, [&](void* item, int type, int count) {
             bnsget(body.stream(), item, type, count);
@@ -162,6 +168,10 @@ inline bool get_packet(Bns* in, Packet* packet, Memory& body) {
     }
     elog_log(0, "a packet that can't be read\n");
     return false;
+}
+
+inline bool get_packet(Bns* in, Packet* packet, Memory& body) {
+    return get_frame(in, kPacket, body) && get_body(body, packet);
 }
 
 // Adds a packet's station, channel and samples to the CRC-64 of a recording, which starts at 0.

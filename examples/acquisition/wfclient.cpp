@@ -112,7 +112,7 @@ class Receiver {
     bool is_complete() const;
     void connect();
     void receive(History& history);
-    void accept(const Packet& packet, History& history);
+    void accept(Packet& packet, History& history);
     void begin_recording(const Packet& packet);
     void verify(const Packet& packet, const Counts& counts);
     void give_up(const char* why);
@@ -217,7 +217,7 @@ void Receiver::give_up(const char* why) {
     elog_notify(0, "connection ended: %s\n", why);
 }
 
-void Receiver::accept(const Packet& packet, History& history) {
+void Receiver::accept(Packet& packet, History& history) {
     if (packet.sequence < 0) return;  // a sign of life
     if (packet.recording != static_cast<int64_t>(number_of(recording_))) begin_recording(packet);
     const auto sequence = static_cast<double>(packet.sequence);

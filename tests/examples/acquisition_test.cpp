@@ -229,6 +229,41 @@ TEST_F(Acquisition, EveryCodecBringsTheRecording) {
     EXPECT_THAT(serving.log(), testing::HasSubstr("ending at packet 354\n"));
 }
 
+TEST_F(Acquisition, OthersFindTheLastPacketsAndTheHistories) {
+    Program serving = server("-p 0 -s 1e9 -c raw");
+    ASSERT_EQ(client(serving.port()).status(), 0);
+    Xheap* heap = openx(folder_.file("waveforms/last.heap").c_str(), "r", 0);
+    ASSERT_NE(heap, nullptr);
+    Tbl* names = namesx(heap);
+    EXPECT_EQ(maxtbl(names), 12);
+    freetbl(names, nullptr);
+    void* data;
+    int n = 0;
+    ASSERT_EQ(getxaddr(heap, "DUNE.HHZ", &data, &n), 0);
+    Memory body;
+    buf2bns(body.stream(), data, n);
+    Packet packet;
+    EXPECT_TRUE(get_body(body, &packet));
+    EXPECT_STREQ(packet.station, "DUNE");
+    EXPECT_EQ(packet.nsamp, 250);
+    EXPECT_EQ(packet.payload.size(), 1000U);
+    EXPECT_EQ(packet.calibration, 6.25e-02);
+    // The 28th packet of 2.5 seconds.
+    EXPECT_NEAR(packet.time, str2epoch("2026/03/14 04:21:07.350") + 27 * 2.5, 1e-3);
+    closex(&heap);
+
+    char id[RING_ID_SIZE];
+    Ring* ring = openring(folder_.file("waveforms/DUNE.HHZ.ring").c_str(), id, 0, RING_READONLY);
+    ASSERT_NE(ring, nullptr);
+    EXPECT_STREQ(id, "DUNE HHZ, nm/s");
+    EXPECT_EQ(countring(ring), 28);
+    closering(ring);
+    ring = openring(folder_.file("waveforms/latency.ring").c_str(), id, 0, RING_READONLY);
+    ASSERT_NE(ring, nullptr);
+    EXPECT_GT(countring(ring), 100);
+    closering(ring);
+}
+
 TEST_F(Acquisition, KillingTheServerLosesAndDoublesNothing) {
     settings("wfserver", "bury_every 0.1\n");
     Program first = server("-p 0 -d 2", "first");
@@ -245,8 +280,10 @@ TEST_F(Acquisition, KillingTheServerLosesAndDoublesNothing) {
     EXPECT_EQ(receiving.status(), 0) << receiving.log();
     EXPECT_THAT(receiving.out(), testing::HasSubstr(kWhole));
     EXPECT_EQ(reported(receiving, "packets,"), 354);
-    for (const Program* later : {&second, &third})
+    for (const Program* later : {&second, &third}) {
         EXPECT_THAT(later->log(), testing::Not(testing::HasSubstr("starting at packet 0\n")));
+        EXPECT_THAT(later->log(), testing::Not(testing::HasSubstr("can't be read")));
+    }
 }
 
 TEST_F(Acquisition, KillingTheClientLosesAndDoublesNothing) {
