@@ -45,8 +45,9 @@ std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_
 }
 
 std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
-    return may_use(Simd::kAvx2) ? encode_avx2(series, keys, data)
-                                : encode_plain(series, keys, data);
+    if (may_use(Simd::kAvx512)) return encode_avx512(series, keys, data);
+    if (may_use(Simd::kAvx2)) return encode_avx2(series, keys, data);
+    return encode_plain(series, keys, data);
 }
 
 }  // namespace morva::gen

@@ -25,6 +25,7 @@ std::uint8_t* encode(const Series& series, std::uint8_t* keys, std::uint8_t* dat
 // The versions behind it. All write the same bytes.
 std::uint8_t* encode_plain(const Series& series, std::uint8_t* keys, std::uint8_t* data);
 std::uint8_t* encode_avx2(const Series& series, std::uint8_t* keys, std::uint8_t* data);
+std::uint8_t* encode_avx512(const Series& series, std::uint8_t* keys, std::uint8_t* data);
 
 // The order with the narrowest values, the lowest of several; `changes` are those of all values.
 inline Key narrowest(const std::uint32_t changes[3]) {

@@ -13,6 +13,7 @@
 
 #include "base/simd.hpp"
 #include "codec/big_endian.hpp"
+#include "codec/gencompress_encode_vectors.hpp"
 
 namespace morva::gen {
 
@@ -20,11 +21,6 @@ namespace {
 
 constexpr std::size_t kVector = 8;  // values
 constexpr int kWidestQuad = 14, kWidestPair = 28;
-
-// The values of a block, by order.
-struct alignas(32) Values {
-    std::uint32_t of[3][kLargestBlock];
-};
 
 constexpr std::int32_t kMasks[2 * kVector] = {-1, -1, -1, -1, -1, -1, -1, -1};
 
@@ -112,21 +108,25 @@ MORVA_AVX2 void put_values(const std::uint32_t* values, std::size_t count, int w
     for (; i < count; ++i) stream.put(values[i] & low_bits(width), bits);
 }
 
+class Avx2 {
+  public:
+    explicit Avx2(std::uint8_t* out) : stream_(out) {}
+    MORVA_AVX2 static Key fill(const std::int32_t* samples, std::size_t count, Values& values) {
+        return gen::fill(samples, count, values);
+    }
+    MORVA_AVX2 void put(const std::uint32_t* values, std::size_t count, int width) {
+        put_values(values, count, width, stream_);
+    }
+    std::uint8_t* finish() const { return stream_.finish(); }
+
+  private:
+    BitStream stream_;
+};
+
 }  // namespace
 
 MORVA_AVX2 std::uint8_t* encode_avx2(const Series& series, std::uint8_t* keys, std::uint8_t* data) {
-    Values values;
-    BitStream stream(data);
-    std::int32_t framed[2 + kLargestBlock];  // the first block, with a sample more before it
-    framed[0] = series.samples[0];
-    std::copy_n(series.samples, std::min(series.block + 1, series.count), framed + 1);
-    for (std::size_t begin = 1; begin < series.count; begin += series.block) {
-        const std::size_t count = std::min(series.block, series.count - begin);
-        const Key key = fill(begin == 1 ? framed + 2 : series.samples + begin, count, values);
-        *keys++ = key_byte(key);
-        if (key.width > 0) put_values(values.of[key.order], count, key.width, stream);
-    }
-    return stream.finish();
+    return encode_blocks(series, keys, Avx2(data));
 }
 
 }  // namespace morva::gen
