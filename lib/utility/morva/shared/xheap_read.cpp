@@ -47,7 +47,7 @@ bool has_right_crc(const Seen& seen) {
 
 // Whether a named entry can be used; otherwise that has been complained of.
 bool is_sound(const Seen& seen) {
-    bool sound = has_right_crc(seen);
+    const bool sound = has_right_crc(seen);
     if (!seen.fits()) {
         elog_complain(0, "corrupt block at %p: entry too small for data\n",
                       static_cast<void*>(seen.at));
@@ -60,10 +60,12 @@ bool is_sound(const Seen& seen) {
     return false;
 }
 
-// Readers may meet an entry that is being stored just now.
+// Readers may meet an entry that is being stored just now. A large one gets fewer attempts: that it
+// is damaged for good shall not take long to find out.
 bool is_settled(const Xheap* heap, Seen& seen) {
     constexpr int kAttempts = 1000;
-    const int attempts = heap->readonly ? kAttempts : 0;
+    constexpr int32_t kBytes = 1 << 22;
+    const int attempts = heap->readonly ? std::clamp(kBytes / seen.header.size, 2, kAttempts) : 0;
     for (int i = 0; i < attempts && !seen.is_right(); ++i) {
         const Seen now = look(heap, seen.at - heap->address);
         if (now.broken || !now.is_named() || now.header.size != seen.header.size) break;
