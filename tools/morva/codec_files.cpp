@@ -36,7 +36,7 @@ std::string read_descriptor(int fd, const std::string& file, std::string& bytes)
 }
 
 std::string read_bytes(const std::string& file, std::string& bytes) {
-    if (file == "-") return read_descriptor(STDIN_FILENO, file, bytes);
+    if (file == "-") return read_descriptor(STDIN_FILENO, "standard input", bytes);
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::string("can't read it: ") + std::strerror(errno);
     const std::string problem = read_descriptor(fd, file, bytes);

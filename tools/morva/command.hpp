@@ -88,9 +88,9 @@ struct Group {
 // Every group; a new one is a source file and a row here (main.cpp).
 std::span<const Group* const> groups();
 
+extern const Group codec_group;
 extern const Group dc_group;
 extern const Group heap_group;
-extern const Group codec_group;
 extern const Group morph_group;
 extern const Group pf_group;
 extern const Group ring_group;

@@ -11,9 +11,9 @@ namespace tool {
 std::span<const Group* const> groups() {
     static constexpr const Group* kGroups[] = {
         // one a line, in the order of the help
+        &codec_group,     //
         &dc_group,        //
         &heap_group,      //
-        &codec_group,     //
         &morph_group,     //
         &pf_group,        //
         &ring_group,      //
