@@ -7,6 +7,7 @@
 namespace morva {
 
 constinit const FoldVersion* g_fold = nullptr;
+constinit const FoldVersion* g_fold_short = nullptr;
 
 #ifdef __x86_64__
 namespace {
@@ -137,7 +138,8 @@ MORVA_VCLMUL std::uint64_t fold_vclmul(std::uint64_t start, const unsigned char*
         if (bytes < end)
             a = added(a, c.fold[4], _mm512_xor_si512(next(), turned<kReflected>(more)));
     } else {
-        a = _mm512_xor_si512(next(), turned<kReflected>(more));
+        a = turned<kReflected>(_mm512_xor_si512(_mm512_loadu_si512(bytes), more));
+        bytes += kWide;
     }
     if (end - bytes >= static_cast<std::ptrdiff_t>(3 * kWide)) {
         __m512i b = next(), d = next(), e = next();
@@ -182,8 +184,8 @@ constexpr FoldVersion kVersions[] = {
     __builtin_cpu_init();
     for (const FoldVersion& version : kVersions)
         if (version.runs()) {
-            g_fold = &version;
-            return;
+            if (g_fold == nullptr) g_fold = &version;
+            g_fold_short = &version;
         }
 }
 
