@@ -56,6 +56,8 @@ void call(Bns* bns, int operation) {
             require(bnsget(bns, nullptr, BNS_LONG, INT32_MAX) == -1);
             break;
     }
+    // The register ends a process that keeps fifty reasons.
+    elog_clear();
     require(0 <= bns->fp && bns->fp <= bns->lp && bns->lp <= bns->sz);
     require(bns->mark >= -1 && bns->mark <= bns->fp);
 }

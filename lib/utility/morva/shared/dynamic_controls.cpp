@@ -29,6 +29,20 @@ T load(T& field) {
     return shared(field).load(std::memory_order_relaxed);
 }
 
+// What `get` takes out of the selected set. Apart stands what needs a frame on the stack.
+template <class Get>
+[[gnu::noinline, gnu::cold]] auto get_slowly(int index, int limit, const char* function, Get get) {
+    return get(set_for(index, limit, function), index);
+}
+
+template <class Get>
+inline auto get_from_set(int index, int limit, const char* function, Get get) {
+    Dcset* set = config().selected.load(std::memory_order_acquire);
+    if (set != nullptr && static_cast<unsigned>(index) < static_cast<unsigned>(limit)) [[likely]]
+        return get(set, index);
+    return get_slowly(index, limit, function, get);
+}
+
 template <class T>
 void store(T& field, T value) {
     shared(field).store(value, std::memory_order_relaxed);
@@ -97,15 +111,18 @@ int dcsets(int index, const char* text) {
 }
 
 int dcgetb(int index) {
-    return load(set_for(index, DC_BYTES, "dcgetb")->bytes[index]);
+    return get_from_set(index, DC_BYTES, "dcgetb",
+                        [](Dcset* set, int i) { return load(set->bytes[i]); });
 }
 
 long dcgeti(int index) {
-    return load(set_for(index, DC_INTEGERS, "dcgeti")->integers[index]);
+    return get_from_set(index, DC_INTEGERS, "dcgeti",
+                        [](Dcset* set, int i) { return load(set->integers[i]); });
 }
 
 double dcgetf(int index) {
-    return load(set_for(index, DC_FLOATS, "dcgetf")->floats[index]);
+    return get_from_set(index, DC_FLOATS, "dcgetf",
+                        [](Dcset* set, int i) { return load(set->floats[i]); });
 }
 
 char* dcgets(int index) {

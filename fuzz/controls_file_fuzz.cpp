@@ -1,0 +1,112 @@
+// Opens the input as a file of controls and asks and changes everything in it. Whatever opens gives
+// names that end, finds what was set up again, and keeps values and counts.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "morva.h"
+#include "shared/dynamic_controls.hpp"
+
+namespace {
+
+void demand(bool held) {
+    if (!held) std::abort();
+}
+
+// As in a process that has just started.
+void forget() {
+    morva::dc::Config& dc = morva::dc::config();
+    dc.selected = nullptr;
+    morva::GuardedRange::release(dc.guard);
+    if (dc.fd >= 0) {
+        ::munmap(dc.first, dc.length);
+        ::close(dc.fd);
+    } else {
+        std::free(dc.first);
+    }
+    dc.first = nullptr;
+}
+
+void ask() {
+    Tbl* programs = dcprograms();
+    demand(maxtbl(programs) <= dcmaxcontrols());
+    for (long i = 0; i < maxtbl(programs); ++i)
+        demand(std::strlen(static_cast<char*>(gettbl(programs, i))) < DC_NAME_SIZE);
+    freetbl(programs, nullptr);
+    Arr* names = dcnames();
+    Tbl* keys = keysarr(names);
+    for (long i = 0; i < maxtbl(keys); ++i) {
+        const char* key = static_cast<char*>(gettbl(keys, i));
+        double room[4];
+        const int type = dcget(key, room);
+        demand(type == 'b' || type == 'i' || type == 'f' || type == 's');
+        if (type == 's') std::free(*reinterpret_cast<char**>(room));
+        demand(std::strlen(dcname(type, std::atoi(static_cast<char*>(getarr(names, key)) + 1))) >
+               0);
+    }
+    freetbl(keys, nullptr);
+    freearr(names, std::free);
+}
+
+// Without room for its name, or an index that nothing else is named by, a new control is fatal.
+bool has_place(Dcset* set) {
+    std::size_t end = 0;
+    while (end + 10 < DC_NAMES_SIZE && set->names[end + 1] != '\0')
+        end += 2 + ::strnlen(set->names + end + 1, DC_NAMES_SIZE - end - 1);
+    const int index = set->next[1] - 1;
+    return end + 10 < DC_NAMES_SIZE && index >= 0 && index < DC_INTEGERS &&
+           *dcname('i', index) == '\0';
+}
+
+void change() {
+    const auto changes = static_cast<unsigned long>(dcchanged());
+    dcseti(3, 77);
+    dcsets(2, "0123456789012345678901234567890123456789");
+    demand(dcgeti(3) == 77 && static_cast<unsigned long>(dcchanged()) == changes + 2);
+    char* text = dcgets(2);
+    demand(std::strlen(text) == DC_STRING_SIZE - 1);
+    std::free(text);
+    if (!has_place(dcselected())) return;
+    const int index = dcsetupint("made", 5);
+    demand(index < DC_INTEGERS && (index < 0 || dcgeti(index) == 5));
+    demand(dcsetupint("made", 6) == index || index < 0);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+    // The file stands in the current folder; the fuzzer's own is another.
+    static char folder[] = "/tmp/morva-fuzz-XXXXXX";
+    static const bool made = [] {
+        std::atexit([] { ::rmdir(folder); });
+        return ::mkdtemp(folder) != nullptr;
+    }();
+    const int before = ::open(".", O_PATH | O_CLOEXEC);
+    demand(made && ::chdir(folder) == 0);
+    const int fd = ::memfd_create("controls", 0);
+    demand(::write(fd, bytes, size) == static_cast<ssize_t>(size));
+    char target[64];
+    std::snprintf(target, sizeof target, "/proc/self/fd/%d", fd);
+    demand(::symlink(target, ".dynamic_controls") == 0);
+    dcopen(0);
+    ask();
+    dcselect("prog");
+    ask();
+    change();
+    ask();
+    dcremove("prog");
+    forget();
+    dcremove("");
+    forget();
+    ::unlink(".dynamic_controls");
+    ::close(fd);
+    demand(::fchdir(before) == 0);
+    ::close(before);
+    elog_clear();
+    return 0;
+}
