@@ -42,12 +42,11 @@ void ask() {
     Tbl* keys = keysarr(names);
     for (long i = 0; i < maxtbl(keys); ++i) {
         const char* key = static_cast<char*>(gettbl(keys, i));
-        double room[4];
-        const int type = dcget(key, room);
-        demand(type == 'b' || type == 'i' || type == 'f' || type == 's');
-        if (type == 's') std::free(*reinterpret_cast<char**>(room));
-        demand(std::strlen(dcname(type, std::atoi(static_cast<char*>(getarr(names, key)) + 1))) >
-               0);
+        const char* code = static_cast<char*>(getarr(names, key));
+        demand(*dcname(*code, std::atoi(code + 1)) != '\0');
+        // Of two entries with the name the first one counts, which may be none that can be.
+        void* value = nullptr;
+        if (dcget(key, &value) == 's') std::free(value);
     }
     freetbl(keys, nullptr);
     freearr(names, std::free);
