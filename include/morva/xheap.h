@@ -59,6 +59,7 @@ typedef struct Xheap_entry {
     char* name;
     char* data;
     int32_t data_length; /* bytes */
+    uint32_t name_crc;   /* the library's */
 } Xheap_entry;
 
 /* The head of an entry. In the file the four words are in machine-independent byte order. */

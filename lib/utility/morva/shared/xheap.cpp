@@ -36,26 +36,35 @@ void set_record(Entry* entry, std::string_view name, Value value) {
     entry->data_length = value.n;
 }
 
-// Makes the entry that of the name and data which are in it.
-void store_entry(const Entry* entry) {
-    const auto name_length = static_cast<int32_t>(entry->data - entry->name);
-    const uint32_t crc = crc_of(entry->name, name_length + entry->data_length);
-    store_header(entry->address, {entry->size, name_length, entry->data_length, crc});
+// The header that makes the entry that of its name and of the value. The value is read where it
+// comes from: what has just been stored is slow to read back.
+Header header_of(const Entry* entry, Value value) {
+    uint32_t crc = entry->name_crc;
+    vk_crc32(&crc, value.data, value.n);
+    return {entry->size, static_cast<int32_t>(entry->data - entry->name), value.n, crc};
+}
+
+// The part of the CRC that is the name's, kept for the next value.
+uint32_t crc_of_name(std::string_view name) {
+    return crc_of(name.data(), static_cast<int32_t>(name.size() + 1));
 }
 
 // Writes a new value over the old one. Whoever looks meanwhile finds a wrong CRC.
 void overwrite(Entry* entry, std::string_view name, Value value) {
+    if (entry->name_crc == 0) entry->name_crc = crc_of_name(name);
     set_record(entry, name, value);
+    const Header header = header_of(entry, value);
     move_bytes(entry->data, value.data, value.n);
-    store_entry(entry);
+    store_header(entry->address, header);
 }
 
 // Turns an entry that was taken from the free list into a named one.
 void publish(Entry* entry, std::string_view name, Value value) {
+    entry->name_crc = crc_of_name(name);
     set_record(entry, name, value);
     std::memcpy(entry->name, name.data(), name.size() + 1);
     move_bytes(entry->data, value.data, value.n);
-    store_entry(entry);
+    store_header(entry->address, header_of(entry, value));
 }
 
 // Data and name that lie in the heap or its lists must outlive what is done to make room.
