@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include "base/diagnostics.hpp"
 #include "base/memory.hpp"
