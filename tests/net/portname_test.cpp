@@ -109,6 +109,7 @@ TEST_F(PortNames, ServersAreHostsAndPorts) {
             {"", "", 0, "localhost", 8080},
             {"::1", "", 0, "localhost", 0},
             {"[::1]:6510", "", 0, "::1", 6510},
+            {"[abc]:5", "", 0, "[abc]", 5},
             {"[2001:db8::7]", "", 0, "2001:db8::7", 8080},
             {long_host + ":6510", "", -1, "before", 6510},
             {long_host, "", -1, "before", 8080},

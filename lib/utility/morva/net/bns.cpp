@@ -111,7 +111,7 @@ Bns* bnsnew(int fd, int size) {
 int bnsclose(Bns* bns) {
     if (bns == nullptr) return 0;
     const int flushed = bnsflush(bns);
-    const int closed = ::close(bns->fd);
+    const int closed = ::close(bns->fd) == 0 || errno == EINTR ? 0 : -1;
     bnsfree(bns);
     return flushed | closed;
 }

@@ -54,7 +54,8 @@ struct ServerName {
 ServerName split(const char* name) {
     // An address in brackets has colons of its own.
     const char* bracket = *name == '[' ? std::strchr(name, ']') : nullptr;
-    if (bracket != nullptr && (bracket[1] == ':' || bracket[1] == '\0'))
+    const bool address = bracket != nullptr && std::memchr(name, ':', bracket - name) != nullptr;
+    if (address && (bracket[1] == ':' || bracket[1] == '\0'))
         return {{name + 1, bracket}, bracket[1] == ':' ? bracket + 2 : nullptr};
     const char* colon = std::strchr(name, ':');
     if (colon == nullptr) return {name, nullptr};

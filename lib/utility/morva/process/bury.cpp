@@ -30,6 +30,7 @@ namespace morva::process {
 namespace {
 
 constexpr int kInUse = 1;       // exit status of a second instance
+constexpr int kRounds = 1000;   // attempts at a file that is replaced meanwhile
 constexpr int kPatience = 500;  // milliseconds that a handler waits for the end of the process
 constexpr char kTimeFormat[] = "%E (%j) %Y-%m-%d  %H:%M:%S.%u %z %A";
 
@@ -99,7 +100,7 @@ bool is_current(int fd, const char* path) {
 
 // Opens and locks the file, and makes it when there is none; null with errno.
 File open_state(const char* path, bool& is_new) {
-    for (;;) {
+    for (int round = 0;; ++round) {
         int fd = retry([&] { return ::open(path, O_RDWR | O_CLOEXEC); });
         is_new = fd < 0 && errno == ENOENT;
         if (is_new)
@@ -108,7 +109,11 @@ File open_state(const char* path, bool& is_new) {
         Descriptor owner(fd);
         if (!owner) return nullptr;
         lock_or_leave(fd, path);
-        if (is_current(fd, path)) return File(::fdopen(owner.release(), is_new ? "w+" : "r+"));
+        // File systems that number files as they please are believed in the end.
+        if (!is_current(fd, path) && round < kRounds) continue;
+        File file(::fdopen(fd, is_new ? "w+" : "r+"));
+        if (file != nullptr) owner.release();
+        return file;
     }
 }
 
@@ -186,6 +191,10 @@ struct Failure {
     long written = 0, wanted = 0;
 };
 
+bool cut(int fd, std::size_t length) {
+    return retry([&] { return ::ftruncate(fd, static_cast<off_t>(length)); }) == 0;
+}
+
 bool write_text(int fd, std::string_view text, Failure& failure) {
     std::size_t written = 0;
     while (written < text.size()) {
@@ -194,7 +203,7 @@ bool write_text(int fd, std::string_view text, Failure& failure) {
         if (n <= 0) break;
         written += static_cast<std::size_t>(n);
     }
-    if (written == text.size() && ::ftruncate(fd, static_cast<off_t>(written)) == 0) return true;
+    if (written == text.size() && cut(fd, written)) return true;
     failure = {Failure::kWrite, errno, static_cast<long>(written), static_cast<long>(text.size())};
     return false;
 }
@@ -218,7 +227,7 @@ bool replace_state(Grave& dead, std::string_view text, Failure& failure) {
         return false;
     }
     if (!write_text(fd.get(), text, failure)) return false;
-    if (::fsync(fd.get()) != 0 && errno != EINVAL) {
+    if (retry([&] { return ::fsync(fd.get()); }) != 0 && errno != EINVAL) {
         failure = {Failure::kClose, errno};
         return false;
     }

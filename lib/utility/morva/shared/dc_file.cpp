@@ -60,13 +60,17 @@ bool write_sets(int fd, int count) {
 
 // Fills the new file under its lock, so that nobody takes it for an empty one.
 int fill(Descriptor& file) {
-    if (retry([&] { return ::lockf(file.get(), F_LOCK, 0); }) != 0) return -1;
+    if (retry([&] { return ::lockf(file.get(), F_LOCK, 0); }) != 0) {
+        elog_log(1, "Can't lock %s", kFile);
+        ::unlink(kFile);
+        return -1;
+    }
     if (!write_sets(file.get(), sets_wanted())) {
         elog_log(1, "Failed constructing %s", kFile);
         ::unlink(kFile);
         return -1;
     }
-    if (::close(file.release()) == 0) return 0;
+    if (::close(file.release()) == 0 || errno == EINTR) return 0;
     elog_log(1, "Failed to close %s after construction.", kFile);
     return -1;
 }
