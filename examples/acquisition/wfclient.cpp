@@ -308,7 +308,8 @@ void Receiver::report(const History& history) const {
 
 int Receiver::run() {
     update_settings();
-    if (pf_ == nullptr) elog_die(0, "no parameter file wfclient that can be used\n");
+    if (pf_ == nullptr)
+        elog_die(0, "no parameter file wfclient; KORVALIN or PFPATH say where it is\n");
     if (settings_.announce) announce(nullptr, kVersion);
     const bool go_on = exhume_counters();
     History history(settings_.folder, settings_.ring_size, settings_.unit, settings_.max_channels,

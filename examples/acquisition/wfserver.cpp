@@ -242,7 +242,8 @@ void Server::bury_now_and_then(const Service& service) {
 }
 
 void Server::run() {
-    if (!update_settings()) elog_die(0, "no parameter file wfserver that can be used\n");
+    if (!update_settings())
+        elog_die(0, "no parameter file wfserver; KORVALIN or PFPATH say where it is\n");
     if (settings_.announce) announce(nullptr, kVersion);
     const Recording recording =
         read_recording(settings_.files, settings_.max_file_size, settings_.packet_samples);

@@ -198,6 +198,17 @@ class Acquisition : public testing::Test {
         settings("wfclient", "backoff 0.002\nbackoff_max 0.02\nbury_every 0.05\n");
     }
 
+    // Waits until a number in a state file is at least `least`, and no longer than 20 seconds.
+    void wait_for(const std::string& file, const std::string& key, double least) {
+        for (int i = 0; i < 2000; ++i, nap(0.01)) {
+            const std::string text = kit::read_file(folder_.file(file));
+            const auto at = text.find(key + "\t");
+            if (at != std::string::npos && std::atof(text.c_str() + at + key.size()) >= least)
+                return;
+        }
+        FAIL() << key << " is never " << least;
+    }
+
     kit::TempDir folder_;
     kit::Env root_{"KORVALIN", kRoot.c_str()};
     kit::Env path_{"PFPATH", (kRoot + "/data/pf:" + folder_.path()).c_str()};
@@ -270,11 +281,11 @@ TEST_F(Acquisition, KillingTheServerLosesAndDoublesNothing) {
     const int port = first.port();
     Program receiving = client(port);
     ASSERT_TRUE(receiving.tells("number 0 on"));
-    nap(0.5);
+    wait_for("wfserver.state", "position", 50);
     EXPECT_EQ(first.end(SIGTERM), 0) << first.log();
     Program second = server("-d 2 -p " + std::to_string(port), "second");
     EXPECT_EQ(second.port(), port);
-    nap(0.5);
+    wait_for("wfserver.state", "position", 150);
     EXPECT_EQ(second.end(SIGKILL), 128 + SIGKILL);
     Program third = server("-d 2 -p " + std::to_string(port), "third");
     EXPECT_EQ(receiving.status(), 0) << receiving.log();
@@ -287,12 +298,11 @@ TEST_F(Acquisition, KillingTheServerLosesAndDoublesNothing) {
 }
 
 TEST_F(Acquisition, KillingTheClientLosesAndDoublesNothing) {
-    Program serving = server("-p 0 -d 1.5");
+    Program serving = server("-p 0 -d 2");
     const int port = serving.port();
     for (const int signo : {SIGTERM, SIGKILL}) {
         Program receiving = client(port);
-        ASSERT_TRUE(receiving.tells("connected"));
-        nap(0.5);
+        wait_for("waveforms/state", "next", signo == SIGTERM ? 20 : 120);
         EXPECT_EQ(receiving.end(signo), signo == SIGKILL ? 128 + SIGKILL : 0);
     }
     Program receiving = client(port);
@@ -415,8 +425,8 @@ TEST_F(Acquisition, TwoInstancesDoNotShareAState) {
     Program serving = server("-p 0 -d 10");
     const int port = serving.port();
     Program receiving = client(port);
-    ASSERT_TRUE(receiving.tells("connected"));
-    nap(0.3);  // both have buried by now
+    wait_for("wfserver.state", "position", 10);  // both have buried by now
+    wait_for("waveforms/state", "next", 10);
     Program server2 = server("-p 0", "server2"), client2 = client(port, "", "client2");
     EXPECT_EQ(server2.status(), 1);
     EXPECT_EQ(client2.status(), 1);
