@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cmath>
 #include <random>
 #include <thread>
@@ -219,7 +220,8 @@ TEST_F(Gravesite, AFinishedProgramIsNotBuriedAgain) {
             std::free(std::malloc(1000));
             elog_flush(0, 0);
             elog_log(0, "working\n");
-            numbers[0] = numbers[1] = std::fmod(i, 1000);
+            for (double& number : numbers)
+                std::atomic_ref<double>(number).store(std::fmod(i, 1000));
             if (std::fmod(i, 50) == 0) bury();
         }
     };

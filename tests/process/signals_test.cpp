@@ -85,9 +85,9 @@ TEST(Periodic, TasksRunUntilTheyAreStopped) {
     static int quit;
     const auto count = [](void* private_data) {
         ++calls;
-        return *static_cast<int*>(private_data);
+        return static_cast<std::atomic<int>*>(private_data)->load();
     };
-    static int result = 0;
+    static std::atomic<int> result = 0;
     EXPECT_THAT(told([&] {
                     const int task = periodically("sweep", count, &result, &quit, 0.001);
                     EXPECT_GE(task, 0);
@@ -108,7 +108,7 @@ TEST(Periodic, TasksRunUntilTheyAreStopped) {
     result = 5;
     EXPECT_THAT(told([&] { periodically("once", count, &result, &quit, 0); }),
                 HasSubstr("Task once quits because of return code = 5"));
-    quit = 1;
+    std::atomic_ref<int>(quit).store(1);
     EXPECT_THAT(told([&] { periodically("never", count, &result, &quit, 0); }),
                 HasSubstr("Task never quits because of global quit flag"));
     EXPECT_THAT(told([] { EXPECT_EQ(pkill(1000), -1); }), HasSubstr("pkill(1000) finds <no task>"));

@@ -127,28 +127,36 @@ char* with_plus(const char* path) {
 
 // ---- values as text
 
+// A variable that other threads may be writing.
+template <class T>
+T value_at(const void* address) {
+    T value;
+    __atomic_load(static_cast<const T*>(address), &value, __ATOMIC_RELAXED);
+    return value;
+}
+
 void put_relic(Pf* pf, char* name, const Relic& relic) {
     malloced<char> text;
     switch (relic.type) {
         case RELIC_INT: {
             char digits[16];
-            std::snprintf(digits, sizeof digits, "%d", *static_cast<int*>(relic.address));
+            std::snprintf(digits, sizeof digits, "%d", value_at<int>(relic.address));
             pfput_string(pf, name, digits);
             break;
         }
         case RELIC_DOUBLE: {
             char digits[64];
-            pfput_string(pf, name, strdbl(digits, *static_cast<double*>(relic.address)));
+            pfput_string(pf, name, strdbl(digits, value_at<double>(relic.address)));
             break;
         }
         case RELIC_STRING: {
-            const char* string = *static_cast<char**>(relic.address);
+            const char* string = value_at<const char*>(relic.address);
             pfput_string(pf, name, string != nullptr ? string : "");
             break;
         }
         case RELIC_TIME:
             // In UTC, whatever the zone of the process: it reads back as the same instant.
-            text.reset(zepoch2str(kTimeFormat, "UTC", *static_cast<double*>(relic.address)));
+            text.reset(zepoch2str(kTimeFormat, "UTC", value_at<double>(relic.address)));
             pfput_string(pf, name, text.get() + std::strspn(text.get(), " "));
             break;
         default:
