@@ -1,19 +1,9 @@
 // morva dc, run as a user runs it.
-#include <sys/wait.h>
-
-#include "support/kit.hpp"
+#include "tools/run.hpp"
 
 namespace {
 
-std::string run(const kit::TempDir& folder, const std::string& command) {
-    const std::string line = "cd '" + folder.path() +
-                             "'; PATH='" MORVA_BINARY_DIR "/bin':$PATH; { " + command + "; } 2>&1";
-    FILE* pipe = ::popen(line.c_str(), "r");
-    std::string out;
-    for (int c; (c = std::fgetc(pipe)) != EOF;) out.push_back(static_cast<char>(c));
-    const int status = ::pclose(pipe);
-    return std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + " " + out;
-}
+using kit::run;
 
 // A file with a program that has one control of each type, by the documented layout.
 void make_file(const kit::TempDir& folder) {

@@ -88,12 +88,16 @@ struct Group {
 // Every group; a new one is a source file and a row here (main.cpp).
 std::span<const Group* const> groups();
 
+extern const Group acl_group;
 extern const Group codec_group;
 extern const Group dc_group;
+extern const Group grave_group;
 extern const Group heap_group;
 extern const Group morph_group;
 extern const Group pf_group;
+extern const Group port_group;
 extern const Group ring_group;
+extern const Group snoop_group;
 extern const Group sum_group;
 extern const Group time_group;
 extern const Group units_group;

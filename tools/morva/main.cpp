@@ -11,12 +11,16 @@ namespace tool {
 std::span<const Group* const> groups() {
     static constexpr const Group* kGroups[] = {
         // one a line, in the order of the help
+        &acl_group,       //
         &codec_group,     //
         &dc_group,        //
+        &grave_group,     //
         &heap_group,      //
         &morph_group,     //
         &pf_group,        //
+        &port_group,      //
         &ring_group,      //
+        &snoop_group,     //
         &sum_group,       //
         &time_group,      //
         &units_group,     //
