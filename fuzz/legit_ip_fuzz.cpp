@@ -2,6 +2,7 @@
 // is let in only by an entry that the C library reads in the same way.
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -36,6 +37,37 @@ void check_entry(const std::string& line) {
     pffree(pf);
 }
 
+// A compiled list says the same as the entries one by one.
+void check_compiled(const std::string& lines) {
+    Pf* pf = pfnew(PFARR);
+    int count[2] = {0, 0};
+    for (std::size_t from = 0; from < lines.size() && count[0] + count[1] < 40;) {
+        const std::size_t end = std::min(lines.find('\n', from), lines.size());
+        const int which = (end - from) % 3 == 2 ? 1 : 0;
+        const std::string key = which == 0 ? "valid_ip_addresses[" : "reject_ip_addresses[";
+        pfset(pf, (key + std::to_string(count[which]++) + "]").c_str(),
+              lines.substr(from, end - from).c_str());
+        from = end + 1;
+    }
+    Access_list* list = newaccess(pf);
+    for (const char* text : {"10.1.2.3", "127.0.0.1", "::ffff:10.1.2.3", "2001:db8::1"}) {
+        sockaddr_storage storage{};
+        auto* address = reinterpret_cast<sockaddr*>(&storage);
+        vk_inet_pton(text, address);
+        char *one = nullptr, *other = nullptr;
+        const int answer = legit_ipv6("", pf, address, &one);
+        const int accept = Legit_accept, reject = Legit_reject;
+        require(legit_access(list, address, &other) == answer);
+        require(Legit_accept == accept && Legit_reject == reject);
+        require((one == nullptr) == (other == nullptr));
+        require(one == nullptr || std::string(one) == other);
+        std::free(one);
+        std::free(other);
+    }
+    freeaccess(list);
+    pffree(pf);
+}
+
 void check_server(const std::string& name) {
     char host[256] = "", description[256] = "";
     int port = 0;
@@ -58,6 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int mark = elog_mark();
     check_entry(text.c_str());
     check_server(text.c_str());
+    elog_flush(0, mark);
+    check_compiled(text.c_str());
     elog_flush(0, mark);
     return 0;
 }
