@@ -109,12 +109,13 @@ int legit_access(const Access_list* list, const sockaddr* address, char** commen
     Legit_accept = Legit_reject = -1;
     const Bytes bytes = bytes_of(address);
     if (bytes.data == nullptr) return 0;
-    const int accept = list->accept.find(address->sa_family, Bits(bytes));
+    const Bits bits(bytes);
+    const int accept = list->accept.find(address->sa_family, bits);
     if (accept < 0) return 0;
-    const int reject = list->reject.find(address->sa_family, Bits(bytes));
+    const int reject = list->reject.find(address->sa_family, bits);
     Legit_accept = accept;
     Legit_reject = reject;
-    store_comment(reject < 0 ? list->accept.comment(accept) : list->reject.comment(reject),
+    store_trimmed(reject < 0 ? list->accept.comment(accept) : list->reject.comment(reject),
                   comment);
     return reject < 0 ? 1 : 0;
 }

@@ -73,14 +73,18 @@ int each_line(Tbl* list, Visit visit) {
     return -1;
 }
 
-inline void store_comment(std::string_view text, char** comment) {
+// Stores a new copy of a comment without blanks around it, or null for an empty one.
+inline void store_trimmed(std::string_view text, char** comment) {
     if (comment == nullptr) return;
-    text = trimmed(text);
     *comment = nullptr;
     if (text.empty()) return;
     *comment = static_cast<char*>(must_malloc(text.size() + 1, "comment", MORVA_HERE));
     std::memcpy(*comment, text.data(), text.size());
     (*comment)[text.size()] = '\0';
+}
+
+inline void store_comment(std::string_view text, char** comment) {
+    store_trimmed(trimmed(text), comment);
 }
 
 }  // namespace morva::net
