@@ -64,7 +64,7 @@ typedef struct Dcset {
     char strings[DC_STRINGS][DC_STRING_SIZE];
     double timestamp; /* epoch seconds of the last change; -1.0: none yet */
     int32_t pid;      /* -1: none */
-    int32_t waited;   /* 1 while somebody waits for a change, else 0 */
+    int32_t waited;   /* 0 unless somebody waits for a change */
     int64_t changes;  /* counts changes */
     int32_t used;     /* bytes of the name area in use */
     int32_t size;     /* and in all */

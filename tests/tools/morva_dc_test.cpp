@@ -82,11 +82,11 @@ TEST(MorvaDc, WatchesChanges) {
     const kit::TempDir folder;
     make_file(folder);
     EXPECT_EQ(run(folder,
-                  "morva dc watch --count 3 prog | cut -d' ' -f 3- & sleep 0.2;"
+                  "morva dc watch --count 3 prog | cut -d' ' -f 3- & sleep 0.5;"
                   "for value in 2 2 3; do morva dc set prog gain $value; done >/dev/null;"
                   "morva dc set prog tag 'x y' >/dev/null; wait"),
               "0 gain  0 -> 2\ngain  2 -> 3\ntag  abc -> x y\n");
-    EXPECT_EQ(run(folder, "morva dc watch prog & sleep 0.2; morva dc rm prog; wait $!"),
+    EXPECT_EQ(run(folder, "morva dc watch prog & sleep 0.5; morva dc rm prog; wait $!"),
               "1 morva: the controls of 'prog' were removed\n");
 }
 
