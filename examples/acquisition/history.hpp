@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <string>
@@ -105,7 +106,7 @@ class History {
     Ring* open(const std::string& name, const std::string& id) {
         const std::string path = folder_ + "/" + name + ".ring";
         char label[RING_ID_SIZE];
-        szcopy(label, id.c_str(), RING_ID_SIZE - 1);
+        std::snprintf(label, sizeof label, "%s", id.c_str());
         if (anew_ && newring(path.c_str(), label, size_, 0) < 0) elog_die(0, "no history\n");
         Ring* ring = openring(path.c_str(), label, size_, 0);
         if (ring == nullptr) elog_die(0, "no history in %s\n", path.c_str());

@@ -54,8 +54,8 @@ inline void add_section(Recording& recording, const std::string& path, const Sec
                     section->channel, section->format);
         return;
     }
-    szcopy(trace.station, section->station, 7);
-    szcopy(trace.channel, section->channel, 7);
+    std::snprintf(trace.station, sizeof trace.station, "%s", section->station);
+    std::snprintf(trace.channel, sizeof trace.channel, "%s", section->channel);
     trace.rate = section->rate;
     trace.calibration = section->calibration;
     trace.period = section->period;

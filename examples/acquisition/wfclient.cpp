@@ -167,8 +167,8 @@ bool Receiver::exhume_counters() {
     const bool go_on = missing == 0 && counters_.next >= 0 && !is_complete();
     if (!go_on) counters_ = Counters();
     if (!go_on && settings_.from_now) counters_.next = -1;
-    szcopy(recording_, counters_.recording, sizeof recording_ - 1);
-    szcopy(so_far_, counters_.so_far, sizeof so_far_ - 1);
+    std::snprintf(recording_, sizeof recording_, "%s", counters_.recording);
+    std::snprintf(so_far_, sizeof so_far_, "%s", counters_.so_far);
     counters_.recording = recording_;
     counters_.so_far = so_far_;
     whole_ = so_far_[0] != '\0';

@@ -341,7 +341,7 @@ TEST_F(Acquisition, FiftyBadRequestsDoNotEndTheServer) {
         ::close(fd);
     }
     Program receiving = client(port);
-    EXPECT_EQ(receiving.status(), 0) << serving.log();
+    EXPECT_EQ(receiving.status(), 0) << receiving.log() << serving.log();
     EXPECT_THAT(receiving.out(), testing::HasSubstr(kWhole));
 }
 
