@@ -170,7 +170,7 @@ TEST_F(Morva, CompletesInBash) {
         "source <(morva generate bash); compopt() { :; }; "
         "ask() { COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _morva; echo ${COMPREPLY[*]}; }; ";
     const Row rows[] = {
-        {"morva g", 0, "generate\n"},
+        {"morva ge", 0, "generate\n"},
         {"morva pf s", 0, "set show\n"},
         {"morva pf get --r", 0, "--raw\n"},
         {"morva pf get r", 0, "rt rt.pf\n"},
