@@ -97,14 +97,8 @@ int show_state(const Arguments& arguments) {
 }
 
 int diff_states(const Arguments& arguments) {
-    const Tree a = read_state(arguments.text("A")), b = read_state(arguments.text("B"));
-    if (a == nullptr || b == nullptr) return kUnusable;
-    const std::vector<Leaf> was = leaves_of(a.get()), is = leaves_of(b.get());
-    if (arguments.has("--json"))
-        print(difference_json(was, is) + "\n");
-    else
-        print_difference(was, is);
-    return finish(pfcmp(a.get(), b.get()) == 0 ? kDone : kFindings);
+    return tell_difference(read_state(arguments.text("A")), read_state(arguments.text("B")),
+                           arguments.has("--json"));
 }
 
 constexpr Parameter kJson = {"--json", Takes::nothing, "print JSON"};

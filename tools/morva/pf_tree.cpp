@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 
+#include "command.hpp"
 #include "output.hpp"
 
 namespace tool {
@@ -170,6 +171,16 @@ std::string difference_json(const std::vector<Leaf>& old_leaves,
                         changes.add(change_json(path, before, now));
                     });
     return changes.str();
+}
+
+int tell_difference(const Tree& a, const Tree& b, bool json) {
+    if (a == nullptr || b == nullptr) return kUnusable;
+    const std::vector<Leaf> was = leaves_of(a.get()), is = leaves_of(b.get());
+    if (json)
+        print(difference_json(was, is) + "\n");
+    else
+        print_difference(was, is);
+    return finish(pfcmp(a.get(), b.get()) == 0 ? kDone : kFindings);
 }
 
 bool read_file(const std::string& file, std::string* text) {

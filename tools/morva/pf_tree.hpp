@@ -66,6 +66,10 @@ void print_difference(const std::vector<Leaf>& old_leaves, const std::vector<Lea
 std::string difference_json(const std::vector<Leaf>& old_leaves,
                             const std::vector<Leaf>& new_leaves);
 
+// Prints them for two whole trees and ends a command with what that comes to; a null tree could not
+// be read.
+int tell_difference(const Tree& a, const Tree& b, bool json);
+
 // The bytes of a file. False, with a complaint, when it cannot be read.
 bool read_file(const std::string& file, std::string* text);
 
