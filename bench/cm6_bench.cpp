@@ -12,24 +12,12 @@
 #include <cstring>
 
 #include "bench.hpp"
+#include "seismogram.hpp"
 
 namespace {
 
-using Samples = std::vector<std::int32_t>;
-
-Samples seismogram(std::size_t count, double amplitude) {
-    bench::Random random(7);
-    std::normal_distribution<double> normal;
-    Samples samples(count);
-    double last = 0, before = 0;
-    for (auto& x : samples) {
-        const double now = 1.94 * last - 0.95 * before + amplitude * normal(random);
-        before = last;
-        last = now;
-        x = static_cast<std::int32_t>(std::lround(now));
-    }
-    return samples;
-}
+using bench::Samples;
+using bench::seismogram;
 
 // The peer.
 namespace plain {
