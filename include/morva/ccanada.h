@@ -50,6 +50,29 @@ MORVA_API int ccanada(const int32_t* samples, int nsamp, unsigned char** buffer,
 MORVA_API int ucanada(const unsigned char* compressed, int nbytes, int32_t** buffer, int* nsamp,
                       int* buffer_size);
 
+/* What ucanada_anyway found: the first of the problems below. */
+enum {
+    UCANADA_GOOD = 0,       /* whole */
+    UCANADA_BAD_COUNT = 1,  /* the number given is no multiple of 20, or none fits the bytes */
+    UCANADA_CUT = 2,        /* too few bytes for the keys; decoded up to the last whole value */
+    UCANADA_SPARE_BYTES = 3 /* decoded, and more than four bytes are left */
+};
+
+/* As ucanada, but hands back every sample that decodes and tells in *fault what is wrong: what is
+ * left of damaged data can be used. An unknown number of samples is found out from the keys, which
+ * whole data always allow; where no number fits, nothing is decoded. A number that is no multiple
+ * of 20 stands for the next lower one.
+ *
+ * Returns the number of samples, perhaps 0, which *nsamp becomes too; nothing is registered. The
+ * buffer is made at least 4*nsamp + 4 bytes, for the sample behind them, which is there when the
+ * data are not cut. No samples may leave it as it was. -1 with the reason registered and all
+ * arguments as they were only for a negative `nbytes`, null bytes, and when memory runs out. */
+MORVA_API int ucanada_anyway(const unsigned char* compressed, int nbytes, int32_t** buffer,
+                             int* nsamp, int* buffer_size, int* fault);
+
+/* A fault in words, such as "too few bytes for the keys". Constant. */
+MORVA_API const char* ucanada_reason(int fault);
+
 /* Writes the low `nbits` bits of `value`, 0 to 32, most significant first, starting at bit
  * *bit_position (7 is the top bit) of buffer[*byte_index], and moves both behind what was written.
  * Other bits stay as they are. The caller sees to it that the buffer is long enough. */

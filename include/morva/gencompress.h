@@ -48,5 +48,29 @@ MORVA_API int gencompress(unsigned char** buffer, int* nbytes, int* buffer_size,
 MORVA_API int genuncompress(int32_t** samples, int* nsamp, int* buffer_size,
                             const unsigned char* compressed, int nbytes);
 
+/* What genuncompress_anyway found: the first of the problems below. */
+enum {
+    GENUNCOMPRESS_GOOD = 0,       /* whole */
+    GENUNCOMPRESS_NO_HEADER = 1,  /* not even a number of samples */
+    GENUNCOMPRESS_BAD_COUNT = 2,  /* more samples than an int can count */
+    GENUNCOMPRESS_CUT_HEADER = 3, /* the first sample or the block size is missing */
+    GENUNCOMPRESS_CUT_KEYS = 4,   /* a key is missing, and with it the place of all values */
+    GENUNCOMPRESS_BAD_KEY = 5,    /* decoded up to the block of a byte that is no key */
+    GENUNCOMPRESS_CUT_DATA = 6,   /* decoded up to the last whole value */
+    GENUNCOMPRESS_SPARE_BYTES = 7 /* decoded, and bytes are left */
+};
+
+/* As genuncompress, but hands back every sample that decodes and tells in *fault what is wrong:
+ * what is left of damaged data can be used.
+ *
+ * Returns the number of samples, perhaps 0, which *nsamp becomes too; nothing is registered. No
+ * samples leave the buffer as it was. -1 with the reason registered only for a negative `nbytes`,
+ * null bytes, and when memory runs out. */
+MORVA_API int genuncompress_anyway(int32_t** samples, int* nsamp, int* buffer_size,
+                                   const unsigned char* compressed, int nbytes, int* fault);
+
+/* A fault in words, such as "cut in the data". Constant. */
+MORVA_API const char* genuncompress_reason(int fault);
+
 MORVA_END
 #endif

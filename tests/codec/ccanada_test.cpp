@@ -316,4 +316,95 @@ TEST(Ucanada, EstimatesAnUnknownCountCoarsely) {
     EXPECT_EQ(unpacked(spare, 0), samples);
 }
 
+// What ucanada_anyway makes of bytes that end at an unmapped page: as many samples as it tells, and
+// one more when the data are not cut.
+struct Rescued {
+    Samples samples;
+    int fault;
+    bool operator==(const Rescued&) const = default;
+};
+
+Rescued rescued(const Bytes& bytes, int nsamp) {
+    Logged logged;
+    kit::GuardedBytes guarded(bytes);
+    Grown<int32_t> buffer;
+    int fault = -7;
+    const int count = ucanada_anyway(guarded.bytes(), static_cast<int>(bytes.size()), &buffer.items,
+                                     &nsamp, &buffer.size, &fault);
+    EXPECT_EQ(count, nsamp);
+    EXPECT_EQ(logged.text(), "");
+    if (buffer.items == nullptr) return {{}, fault};
+    EXPECT_EQ(buffer.size, 4 * count + 4);
+    return {{buffer.items, buffer.items + count + (fault == UCANADA_CUT ? 0 : 1)}, fault};
+}
+
+TEST(UcanadaAnyway, DeliversTheValuesThatAreWhole) {
+    const Samples samples = step_of(17);
+    const Bytes whole = kGolden[4].bytes;
+    // By the number of bytes: keys, first sample, then values of 4 bits, and of 6 in group 2.
+    const size_t counts[] = {0, 0, 0, 0, 0, 0, 1, 3, 5, 7, 9, 10, 11, 13, 15, 17, 19, 21};
+    for (size_t length = 0; length <= whole.size(); ++length) {
+        const Bytes cut(whole.begin(), whole.begin() + static_cast<long>(length));
+        const Samples expected(samples.begin(),
+                               samples.begin() + static_cast<long>(counts[length]));
+        const int fault = length < whole.size() ? UCANADA_CUT : UCANADA_GOOD;
+        EXPECT_EQ(rescued(cut, 20), (Rescued{expected, fault})) << length;
+    }
+}
+
+TEST(UcanadaAnyway, TellsWhatIsWrong) {
+    const Samples samples = step_of(1 << 20);
+    const Bytes whole = packed(samples);
+    const auto longer = [&](size_t more) {
+        Bytes bytes = whole;
+        bytes.resize(whole.size() + more);
+        return bytes;
+    };
+    const struct {
+        Bytes bytes;
+        int nsamp;
+        Rescued expected;
+    } rows[] = {
+        {whole, 0, {samples, UCANADA_GOOD}},
+        {longer(4), -1, {samples, UCANADA_GOOD}},
+        {longer(5), 0, {{}, UCANADA_BAD_COUNT}},
+        {longer(4), 20, {samples, UCANADA_GOOD}},
+        {longer(5), 20, {samples, UCANADA_SPARE_BYTES}},
+        {longer(5), 39, {samples, UCANADA_BAD_COUNT}},
+        {whole, INT_MAX, {{}, UCANADA_BAD_COUNT}},
+        {whole, INT_MAX / 20 * 20, {{}, UCANADA_CUT}},
+        {{0, 0, 0, 9}, 0, {{9}, UCANADA_GOOD}},
+        {{0, 0, 0}, 0, {{}, UCANADA_BAD_COUNT}},
+    };
+    for (const auto& [bytes, nsamp, expected] : rows)
+        EXPECT_EQ(rescued(bytes, nsamp), expected) << bytes.size() << ' ' << nsamp;
+    EXPECT_STREQ(ucanada_reason(UCANADA_CUT), "too few bytes for the keys");
+    for (const int unknown : {-1, 4}) EXPECT_STREQ(ucanada_reason(unknown), "unknown fault");
+    Logged logged;
+    Grown<int32_t> buffer;
+    int nsamp = 20, fault;
+    EXPECT_EQ(ucanada_anyway(nullptr, 9, &buffer.items, &nsamp, &buffer.size, &fault), -1);
+    EXPECT_EQ(ucanada_anyway(whole.data(), -1, &buffer.items, &nsamp, &buffer.size, &fault), -1);
+    morva::fail_allocation(1, false);
+    EXPECT_EQ(ucanada_anyway(whole.data(), 26, &buffer.items, &nsamp, &buffer.size, &fault), -1);
+    EXPECT_EQ(nsamp, 20);
+    EXPECT_EQ(kit::reasons(logged),
+              "ucanada_anyway: no data: 9 bytes\nucanada_anyway: no data: -1 bytes\n"
+              "ucanada_anyway: malloc() error.\n");
+}
+
+TEST(UcanadaAnyway, CutAnywhereTheSamplesBeforeAreRight) {
+    const Samples samples = kit::series(kit::Kind::kSwell, 221);
+    const Bytes whole = packed(samples);
+    for (const auto version : versions()) {
+        Forced forced(version);
+        for (size_t length = 0; length < whole.size(); ++length) {
+            Rescued part = rescued({whole.begin(), whole.begin() + static_cast<long>(length)}, 220);
+            ASSERT_LE(part.samples.size(), 220U);
+            ASSERT_TRUE(std::equal(part.samples.begin(), part.samples.end(), samples.begin()));
+        }
+        EXPECT_EQ(rescued(whole, 220), (Rescued{samples, UCANADA_GOOD}));
+    }
+}
+
 }  // namespace

@@ -244,4 +244,80 @@ TEST(Genuncompress, VersionsAgreeOnDamagedBytes) {
     }
 }
 
+struct Rescued {
+    Samples samples;
+    int fault;
+    bool operator==(const Rescued&) const = default;
+};
+
+Rescued rescued(const Bytes& bytes) {
+    Logged logged;
+    kit::GuardedBytes guarded(bytes);
+    Grown<int32_t> buffer;
+    int nsamp = -7, fault = -7;
+    const int count = genuncompress_anyway(&buffer.items, &nsamp, &buffer.size, guarded.bytes(),
+                                           static_cast<int>(bytes.size()), &fault);
+    EXPECT_EQ(count, nsamp);
+    EXPECT_EQ(logged.text(), "");
+    EXPECT_GE(buffer.size, 4 * count);
+    return {{buffer.items, buffer.items + count}, fault};
+}
+
+TEST(GenuncompressAnyway, DeliversWhatIsWhole) {
+    const Bytes shared = {0, 0, 0, 5, 0, 0, 0, 0, 1, 0x03, 0x02, 0x66, 0x80};  // 0 3 1 -2 -2
+    const auto with = [&](size_t at, unsigned char byte) {
+        Bytes bytes = shared;
+        bytes.resize(std::max(at + 1, bytes.size()));
+        bytes[at] = byte;
+        return bytes;
+    };
+    const auto cut = [&](long length) { return Bytes(shared.begin(), shared.begin() + length); };
+    const std::pair<Bytes, Rescued> rows[] = {
+        {shared, {{0, 3, 1, -2, -2}, GENUNCOMPRESS_GOOD}},
+        {{0, 0, 0, 0}, {{}, GENUNCOMPRESS_GOOD}},
+        {{0, 0, 0, 1, 0, 0, 0, 9}, {{9}, GENUNCOMPRESS_GOOD}},
+        {with(13, 0), {{0, 3, 1, -2, -2}, GENUNCOMPRESS_SPARE_BYTES}},
+        {cut(12), {{0, 3, 1, -2}, GENUNCOMPRESS_CUT_DATA}},
+        {cut(11), {{0}, GENUNCOMPRESS_CUT_DATA}},
+        {with(10, 0xC0), {{0, 3, 1}, GENUNCOMPRESS_BAD_KEY}},
+        {with(9, 33), {{0}, GENUNCOMPRESS_BAD_KEY}},
+        {cut(10), {{0}, GENUNCOMPRESS_CUT_KEYS}},
+        {cut(8), {{0}, GENUNCOMPRESS_CUT_HEADER}},
+        {cut(7), {{}, GENUNCOMPRESS_CUT_HEADER}},
+        {with(0, 0x80), {{0}, GENUNCOMPRESS_BAD_COUNT}},
+        {cut(3), {{}, GENUNCOMPRESS_NO_HEADER}},
+    };
+    for (const auto& [bytes, expected] : rows)
+        EXPECT_EQ(rescued(bytes), expected) << genuncompress_reason(expected.fault);
+    for (const int unknown : {-1, 8}) EXPECT_STREQ(genuncompress_reason(unknown), "unknown fault");
+    Logged logged;
+    Grown<int32_t> buffer;
+    int nsamp = -7, fault;
+    EXPECT_EQ(genuncompress_anyway(&buffer.items, &nsamp, &buffer.size, nullptr, 9, &fault), -1);
+    EXPECT_EQ(genuncompress_anyway(&buffer.items, &nsamp, &buffer.size, shared.data(), -1, &fault),
+              -1);
+    morva::fail_allocation(1, false);
+    EXPECT_EQ(genuncompress_anyway(&buffer.items, &nsamp, &buffer.size, shared.data(), 13, &fault),
+              -1);
+    EXPECT_EQ(nsamp, -7);
+    EXPECT_EQ(reasons(logged),
+              "genuncompress_anyway: no data: 9 bytes\ngenuncompress_anyway: no data: -1 bytes\n"
+              "genuncompress_anyway: malloc() error.\n");
+}
+
+TEST(GenuncompressAnyway, CutAnywhereTheSamplesBeforeAreRight) {
+    const Samples samples = kit::series(kit::Kind::kSwell, 221);
+    const Bytes whole = packed(samples, 7);
+    for (const auto version : versions()) {
+        Forced forced(version);
+        for (size_t length = 8; length < whole.size(); ++length) {
+            const Rescued part =
+                rescued({whole.begin(), whole.begin() + static_cast<long>(length)});
+            ASSERT_GE(part.samples.size(), 1U);
+            ASSERT_LT(part.samples.size(), 221U);
+            ASSERT_TRUE(std::equal(part.samples.begin(), part.samples.end(), samples.begin()));
+        }
+    }
+}
+
 }  // namespace

@@ -21,7 +21,6 @@ using namespace morva::canada;
 namespace {
 
 constexpr int kShortestInput = 6;
-constexpr std::size_t kSpareBytes = 4;  // that may follow the data
 
 // Costs in bits, by flag, that the estimate of an unknown number of samples charges for a group.
 // They are coarse, and kept so: what other programs make of the same bytes depends on them.

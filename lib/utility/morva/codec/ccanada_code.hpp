@@ -12,6 +12,7 @@ inline constexpr std::size_t kGroup = 4;   // values of one width
 inline constexpr std::size_t kGroups = kBlock / kGroup;
 inline constexpr std::size_t kKeySize = 2;      // bytes of a block in the key area
 inline constexpr std::size_t kFirstSample = 4;  // bytes between key and data area
+inline constexpr std::size_t kSpareBytes = 4;   // that may follow the data
 
 // The widths of a group's values, by the flag of its block and its code.
 inline constexpr std::uint8_t kWidths[2][8] = {{4, 6, 8, 10, 12, 14, 16, 18},

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <iterator>
 
 #include "base/diagnostics.hpp"
 #include "codec/big_endian.hpp"
@@ -41,20 +42,62 @@ Header read_header(const std::uint8_t* bytes, std::size_t size) {
     return header;
 }
 
-// Why these bytes are not a whole result of gencompress; null when they are one.
-const char* fault_of(const std::uint8_t* bytes, std::size_t size) {
-    if (bytes == nullptr || size < 4) return "no header";
+// By fault.
+constexpr const char* kReasons[] = {"good",
+                                    "no header",
+                                    "more samples than an int can count",
+                                    "cut in the header",
+                                    "cut in the keys",
+                                    "not a key",
+                                    "cut in the data",
+                                    "bytes behind the data"};
+
+// Whether these bytes are a whole result of gencompress.
+int fault_of(const std::uint8_t* bytes, std::size_t size) {
+    if (bytes == nullptr || size < 4) return GENUNCOMPRESS_NO_HEADER;
     const Header header = read_header(bytes, size);
-    if (header.count > INT_MAX) return "more samples than an int can count";
-    if (header.count == 0) return size == 4 ? nullptr : "bytes behind the data";
-    if (size < kShortHeader || (header.count > 1 && size < kHeader)) return "cut in the header";
-    if (header.count == 1) return size == kShortHeader ? nullptr : "bytes behind the data";
+    if (header.count > INT_MAX) return GENUNCOMPRESS_BAD_COUNT;
+    const std::size_t least = header.count == 0 ? 4 : header.count == 1 ? kShortHeader : kHeader;
+    if (size < least) return GENUNCOMPRESS_CUT_HEADER;
+    std::uint64_t left = size - least;
+    if (header.count > 1) {
+        const std::size_t keys = blocks_of(header.count, header.block);
+        if (keys > left) return GENUNCOMPRESS_CUT_KEYS;
+        const std::uint64_t data = data_size(bytes + kHeader, header.count, header.block);
+        if (data == kNoSize) return GENUNCOMPRESS_BAD_KEY;
+        if (data > left - keys) return GENUNCOMPRESS_CUT_DATA;
+        left -= keys + data;
+    }
+    return left > 0 ? GENUNCOMPRESS_SPARE_BYTES : GENUNCOMPRESS_GOOD;
+}
+
+// The samples that can be decoded in spite of a fault.
+std::size_t samples_within(const std::uint8_t* bytes, std::size_t size, int fault) {
+    if (size < kShortHeader) return 0;
+    const Header header = read_header(bytes, size);
+    if (header.count < 2 || fault == GENUNCOMPRESS_GOOD) return header.count;
+    if (fault < GENUNCOMPRESS_BAD_KEY) return 1;
     const std::size_t keys = blocks_of(header.count, header.block);
-    if (keys > size - kHeader) return "cut in the keys";
-    const std::uint64_t data = data_size(bytes + kHeader, header.count, header.block);
-    if (data == kNoSize) return "not a key";
-    const std::size_t left = size - kHeader - keys;
-    return data > left ? "cut in the data" : data < left ? "bytes behind the data" : nullptr;
+    return 1 + values_within(bytes + kHeader, header.count, header.block, size - kHeader - keys);
+}
+
+// Decodes so many samples, all or fewer than all.
+void decode_first(const std::uint8_t* bytes, std::size_t size, std::size_t count,
+                  std::int32_t* samples) {
+    const Header header = read_header(bytes, size);
+    if (count == 1) samples[0] = header.first;
+    if (count < 2) return;
+    const std::uint8_t* const keys = bytes + kHeader;
+    decode({keys, keys + blocks_of(header.count, header.block), bytes + size, count, header.block,
+            header.first},
+           samples);
+}
+
+// Bytes to ask for: a buffer that is made may serve longer data next time.
+std::int64_t room_for(std::size_t count, const std::int32_t* samples, int buffer_size, int nbytes) {
+    const auto need = static_cast<std::int64_t>(4 * count);
+    if (samples != nullptr && buffer_size > 0) return need;
+    return std::max(need, std::min(std::int64_t{5} * nbytes, std::int64_t{INT_MAX}));
 }
 
 }  // namespace
@@ -91,26 +134,42 @@ int gencompress(unsigned char** buffer, int* nbytes, int* buffer_size, const int
 int genuncompress(int32_t** samples, int* nsamp, int* buffer_size, const unsigned char* compressed,
                   int nbytes) {
     const auto size = static_cast<std::size_t>(std::max(nbytes, 0));
-    if (const char* fault = fault_of(compressed, size); fault != nullptr) {
-        elog_log(0, "genuncompress: illegal input data: %s\n", fault);
+    if (const int fault = fault_of(compressed, size); fault != GENUNCOMPRESS_GOOD) {
+        elog_log(0, "genuncompress: illegal input data: %s\n", kReasons[fault]);
         return -1;
     }
-    const Header header = read_header(compressed, size);
-    auto need = static_cast<std::int64_t>(4 * header.count);
-    if (*samples == nullptr || *buffer_size <= 0)
-        need = std::max(need, std::min(std::int64_t{5} * nbytes, std::int64_t{INT_MAX}));
-    if (!grow_buffer(samples, buffer_size, need, "genuncompress: malloc() error.\n",
-                     "genuncompress: malloc() error.\n"))
+    const std::size_t count = read_header(compressed, size).count;
+    if (!grow_buffer(samples, buffer_size, room_for(count, *samples, *buffer_size, nbytes),
+                     "genuncompress: malloc() error.\n", "genuncompress: malloc() error.\n"))
         return -1;
-    if (header.count == 1) (*samples)[0] = header.first;
-    if (header.count > 1) {
-        const std::uint8_t* const keys = compressed + kHeader;
-        decode({keys, keys + blocks_of(header.count, header.block), compressed + size, header.count,
-                header.block, header.first},
-               *samples);
-    }
-    *nsamp = static_cast<int>(header.count);
+    decode_first(compressed, size, count, *samples);
+    *nsamp = static_cast<int>(count);
     return 0;
+}
+
+int genuncompress_anyway(int32_t** samples, int* nsamp, int* buffer_size,
+                         const unsigned char* compressed, int nbytes, int* fault) {
+    if (compressed == nullptr || nbytes < 0) {
+        elog_log(0, "genuncompress_anyway: no data: %d bytes\n", nbytes);
+        return -1;
+    }
+    const auto size = static_cast<std::size_t>(nbytes);
+    const int found = fault_of(compressed, size);
+    const std::size_t count = samples_within(compressed, size, found);
+    if (count > 0) {
+        if (!grow_buffer(samples, buffer_size, room_for(count, *samples, *buffer_size, nbytes),
+                         "genuncompress_anyway: malloc() error.\n",
+                         "genuncompress_anyway: malloc() error.\n"))
+            return -1;
+        decode_first(compressed, size, count, *samples);
+    }
+    *fault = found;
+    return *nsamp = static_cast<int>(count);
+}
+
+const char* genuncompress_reason(int fault) {
+    return fault >= 0 && fault < static_cast<int>(std::size(kReasons)) ? kReasons[fault]
+                                                                       : "unknown fault";
 }
 
 }  // extern "C"

@@ -35,6 +35,19 @@ std::uint64_t data_size(const std::uint8_t* keys, std::size_t count, std::size_t
     return (widths * block + last_width * in_last + 7) / 8;
 }
 
+std::size_t values_within(const std::uint8_t* keys, std::size_t count, std::size_t block,
+                          std::size_t bytes) {
+    const std::size_t total = count - 1;
+    std::size_t values = 0, bits = 8 * bytes;
+    for (; values < total && is_key(*keys); values += block) {
+        const auto width = static_cast<std::size_t>(key_of(*keys++).width);
+        const std::size_t in_block = std::min(block, total - values);
+        if (in_block * width > bits) return values + bits / width;
+        bits -= in_block * width;
+    }
+    return std::min(values, total);
+}
+
 void decode_plain(const Source& source, std::int32_t* samples) {
     History history{static_cast<std::uint32_t>(source.first),
                     static_cast<std::uint32_t>(source.first)};

@@ -21,6 +21,10 @@ struct Source {
 constexpr std::uint64_t kNoSize = UINT64_MAX;
 std::uint64_t data_size(const std::uint8_t* keys, std::size_t count, std::size_t block);
 
+// The values that are whole before the first byte that is no key, and within so many bytes of data.
+std::size_t values_within(const std::uint8_t* keys, std::size_t count, std::size_t block,
+                          std::size_t bytes);
+
 // Writes `count` samples.
 void decode(const Source& source, std::int32_t* samples);
 

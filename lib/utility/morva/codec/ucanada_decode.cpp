@@ -1,5 +1,7 @@
 #include "codec/ucanada_decode.hpp"
 
+#include <algorithm>
+
 #include "base/simd.hpp"
 #include "codec/big_endian.hpp"
 #include "codec/bit_field.hpp"
@@ -48,6 +50,25 @@ void decode_plain(const Source& source, std::int32_t* samples) {
         const unsigned key = load_big_endian<std::uint16_t>(source.keys + block * kKeySize);
         data = decode_block(key, data, integrator, samples + 1 + block * kBlock);
     }
+}
+
+std::size_t values_within(unsigned key, std::size_t bytes) {
+    std::size_t group = 0;
+    for (; bytes >= group_size(flag_of(key), code_of(key, group)); ++group)
+        bytes -= group_size(flag_of(key), code_of(key, group));
+    return group * kGroup + 8 * bytes / kWidths[flag_of(key)][code_of(key, group)];
+}
+
+void decode_cut_block(unsigned key, std::span<const std::uint8_t> data, std::int32_t* samples,
+                      std::size_t last) {
+    std::uint8_t padded[kLargestBlock] = {};
+    std::copy(data.begin(), data.end(), padded);
+    const auto sample = static_cast<std::uint32_t>(samples[last]);
+    Integrator integrator{sample,
+                          last > 0 ? sample - static_cast<std::uint32_t>(samples[last - 1]) : 0};
+    std::int32_t decoded[kBlock];
+    decode_block(key, padded, integrator, decoded);
+    std::copy_n(decoded, values_within(key, data.size()), samples + last + 1);
 }
 
 void decode(const Source& source, std::int32_t* samples) {

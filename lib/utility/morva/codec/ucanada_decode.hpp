@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace morva::canada {
 
@@ -19,6 +20,13 @@ struct Source {
 
 // Writes blocks * 20 + 1 samples: those of the series and the one behind it.
 void decode(const Source& source, std::int32_t* samples);
+
+// The values of a block that are whole when so many bytes of its data are there, fewer than all.
+std::size_t values_within(unsigned key, std::size_t bytes);
+
+// Decodes those of the block that is cut behind samples[last].
+void decode_cut_block(unsigned key, std::span<const std::uint8_t> data, std::int32_t* samples,
+                      std::size_t last);
 
 // The versions behind it. All give the same samples.
 void decode_plain(const Source& source, std::int32_t* samples);
