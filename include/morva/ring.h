@@ -25,8 +25,9 @@
  *      then gives -1, and the first to notice (closering at the latest) complains once.
  *   5. A writer that is killed at any instant leaves a file that opens, with every point but the
  *      one in the making; at most the oldest point of a full ring is lost. Readers see points as
- *      wholes, never a count beyond the data. Queries begin again, up to four times, when a full
- *      ring's oldest points are overwritten meanwhile; snapring never gives a mixture.
+ *      wholes, never a count beyond the data. Queries begin again, up to four times and in small
+ *      rings more often, when a full ring's oldest points are overwritten meanwhile; getring and
+ *      snapring never give a mixture.
  *   6. No locks: users of one handle take turns. Handles of one file may be used by different
  *      threads and processes at once, as long as one of them writes.
  *   7. The functions that store points report -1 (the ring was opened to be read, or its file was

@@ -373,6 +373,13 @@ TEST_F(RingFile, FitsALine) {
     ring = ring_of({{epoch, 3}, {epoch, 5}, {epoch, 5.5}});
     EXPECT_EQ(linearfitring(ring.get(), &n, &slope, &intercept, &r, 100), 0);
     EXPECT_THAT(std::vector({slope, intercept, r}), ElementsAre(kInfinity, kInfinity, 0));
+    Points alike = {{2e5, kNull}};
+    while (alike.size() < 50) alike.insert(alike.begin(), {0.1, 1.7 * alike.size()});
+    ring = ring_of(alike, 100, 60);
+    EXPECT_EQ(linearfitring(ring.get(), &n, &slope, &intercept, &r, 1e9), 0);
+    EXPECT_THAT(std::vector({n * 1.0, slope, intercept, r}),
+                ElementsAre(49, kInfinity, kInfinity, 0))
+        << "equal times far from the newest point's, which marks a break";
     ring = ring_of({{1, 2}, {2, 1}, {3, 3}});
     linearfitring(ring.get(), &n, &slope, &intercept, &r, 2);
     EXPECT_DOUBLE_EQ(slope, 0.5);
@@ -491,34 +498,58 @@ TEST_F(RingFile, IsWholeAfterTheWriterIsKilled) {
     }
 }
 
-TEST_F(RingFile, ShowsReadersNothingButPoints) {
-    constexpr int kSize = 200, kPushes = 400000;
-    Opened writer = open(kSize);
+// A process that pushes points 1 .. kMany, while two readers of the ring do what `read` says until
+// it tells that it has seen the last.
+constexpr int kMany = 2000000;
+
+template <class Read>
+void read_while_pushing(const char* path, Ring* writer, Read read) {
     const pid_t child = ::fork();
     if (child == 0) {
-        for (double k = 1; k <= kPushes; ++k) pushring(writer.get(), k, k * k);
+        for (double k = 1; k <= kMany; ++k) pushring(writer, k, k * k);
         ::_exit(0);
     }
-    const auto read = [&] {
-        const Opened ring = open(kSize, RING_READONLY);
-        std::vector<Ring_point> points;
-        double newest = 0, time, value;
-        while (newest < kPushes) {
-            points.resize(kSize);
-            points.resize(static_cast<std::size_t>(snapring(ring.get(), points.data(), kSize)));
-            ASSERT_NO_FATAL_FAILURE(expect_a_run_of_points(points));
-            if (points.empty()) continue;
-            ASSERT_GE(points[0].time, newest);
-            newest = points[0].time;
-            if (getring(ring.get(), 5, &time, &value) == 0) {
-                ASSERT_EQ(value, time * time);
-            }
-        }
+    const auto reader = [&] {
+        const Opened ring(openring(path, nullptr, 1, RING_READONLY));
+        for (double newest = 0; newest < kMany && !testing::Test::HasFailure();)
+            ASSERT_NO_FATAL_FAILURE(read(ring.get(), &newest));
     };
-    std::thread second(read);
-    read();
+    std::thread second(reader);
+    reader();
     second.join();
     ::waitpid(child, nullptr, 0);
+}
+
+TEST_F(RingFile, ShowsReadersNothingButPoints) {
+    const Opened writer = fresh(200);
+    read_while_pushing(path(), writer.get(), [](Ring* ring, double* newest) {
+        std::vector<Ring_point> points(200);
+        points.resize(static_cast<std::size_t>(snapring(ring, points.data(), 200)));
+        expect_a_run_of_points(points);
+        double time, value;
+        if (getring(ring, 5, &time, &value) == 0) {
+            ASSERT_EQ(value, time * time);
+        }
+        if (points.empty()) return;
+        ASSERT_GE(points[0].time, *newest);
+        *newest = points[0].time;
+    });
+}
+
+// So many pushes come between two looks that index and count are where they were.
+TEST_F(RingFile, ShowsReadersNothingButPointsThoughTheWriterComesRound) {
+    for (const int size : {1, 2, 3}) {
+        const Opened writer = fresh(size);
+        read_while_pushing(path(), writer.get(), [](Ring* ring, double* newest) {
+            double time = 0, value = 0;
+            if (getring(ring, 0, &time, &value) == 0) *newest = time;
+            ASSERT_EQ(value, time * time);
+            time -= 0.5;
+            if (valring(ring, &time, &value) == 0) {
+                ASSERT_EQ(value, time * time);
+            }
+        });
+    }
 }
 
 TEST_F(RingFile, CutOffByAnotherProcessEndsNoProgram) {

@@ -252,7 +252,8 @@ int getring(Ring* ring, int i, double* time, double* value) {
         const View view = look(ring);
         if (i < 0 || i >= view.count) return -1;
         const Ring_point point = view.point(i);
-        if (morva::ring::intact(view) <= i) continue;  // overwritten meanwhile
+        // Overwritten meanwhile, be it by as many points as there are slots?
+        if (morva::ring::intact(view) <= i || !morva::ring::same(point, view.point(i))) continue;
         give(time, point.time);
         give(value, point.value);
         return 0;

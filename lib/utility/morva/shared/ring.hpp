@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <span>
 
@@ -89,14 +90,21 @@ inline int64_t intact(const View& view) {
     return left < 0 ? 0 : left < view.count ? left : view.count;
 }
 
-// Answers a query; anew when the writer of a full ring overwrote points meanwhile.
+inline bool same(const Ring_point& a, const Ring_point& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// Answers a query; anew when the writer of a full ring overwrote points meanwhile. As many pushes
+// as there are slots bring index and count back: the newest point tells.
 template <class Query>
 auto settled(const Ring* ring, Query query) {
-    constexpr int kAttempts = 4;
+    const int attempts = 4 + 4000 / ring->size;
     for (int attempt = 1;; ++attempt) {
         const View view = look(ring);
+        const Ring_point newest = view.point(0);
         auto answer = query(view);
-        if (attempt == kAttempts || intact(view) == view.count) return answer;
+        if (attempt == attempts || (intact(view) == view.count && same(newest, view.point(0))))
+            return answer;
     }
 }
 

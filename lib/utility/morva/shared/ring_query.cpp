@@ -1,7 +1,6 @@
 // What a ring tells about its points. Every answer is of one instant; see settled() in ring.hpp.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 #include "base/memory.hpp"
@@ -15,6 +14,7 @@ namespace {
 using morva::Simd;
 using morva::ring::Extreme;
 using morva::ring::Moments;
+using morva::ring::same;
 using morva::ring::Selection;
 using morva::ring::settled;
 using morva::ring::View;
@@ -91,13 +91,13 @@ struct Sums {
     double xx = 0, xy = 0, yy = 0;
 };
 
-// Two passes: times and values are first taken from the newest point, so that equal times stay
-// exactly equal, then from their means, so that nothing cancels.
+// Two passes: times and values are first taken from the newest point that counts, so that equal
+// times stay exactly equal, then from their means, so that nothing cancels.
 Line line_through(const View& view, const Selection& selection) {
-    if (view.count == 0) return {};
-    const double time0 = view.time(0), value0 = view.value(0);
+    double time0 = 0, value0 = 0;
     Sums sums;
     for_each(view, selection, [&](double time, double value) {
+        if (sums.n == 0) time0 = time, value0 = value;
         sums.n += 1;
         sums.x += time - time0;
         sums.y += value - value0;
@@ -162,10 +162,6 @@ int64_t nearby_max(const View& view, double time, double halfwidth, double least
         best = i;
     }
     return best;
-}
-
-bool same(const Ring_point& a, const Ring_point& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 struct Found {
