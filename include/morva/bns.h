@@ -35,6 +35,7 @@
 #include <sys/types.h>
 
 #include "morva/export.h"
+#include "morva/hot.h"
 #include "morva/tbl.h"
 
 MORVA_BEGIN
@@ -104,7 +105,7 @@ MORVA_API void bnsfree(Bns* bns);
 
 /* Reads `count` items of a type into `buffer`. -1 when the bytes do not arrive: nothing is consumed
  * then. -1 with a registered reason for another type or a negative count. */
-MORVA_API int bnsget(Bns* bns, void* buffer, int type, int count);
+MORVA_HOT int bnsget(Bns* bns, void* buffer, int type, int count);
 
 /* Reads up to and including the byte `delimiter`. The bytes before it are stored, as many as fit
  * `size` with a terminator; the others are dropped. Returns the number stored, or -1 when the input
@@ -133,7 +134,7 @@ MORVA_API int bns2buf(Bns* bns, void* buffer, int max);
 /* ---- Writing ---- */
 
 /* Appends items to the buffer; returns 0, or -1 as bnsget for a bad type or count. */
-MORVA_API int bnsput(Bns* bns, const void* buffer, int type, int count);
+MORVA_HOT int bnsput(Bns* bns, const void* buffer, int type, int count);
 
 /* Appends n bytes; returns 0. Nothing for n below 1. */
 MORVA_API int buf2bns(Bns* bns, const void* buffer, int n);

@@ -38,6 +38,7 @@
 
 #include "morva/arr.h"
 #include "morva/export.h"
+#include "morva/hot.h"
 #include "morva/tbl.h"
 
 MORVA_BEGIN
@@ -94,9 +95,9 @@ MORVA_API int dcsets(int index, const char* text);
 
 /* The value of a control of the selected set. An index out of range is fatal. The text of dcgets is
  * a new copy, which the caller frees. */
-MORVA_API int dcgetb(int index);
-MORVA_API long dcgeti(int index);
-MORVA_API double dcgetf(int index);
+MORVA_HOT int dcgetb(int index);
+MORVA_HOT long dcgeti(int index);
+MORVA_HOT double dcgetf(int index);
 MORVA_API char* dcgets(int index);
 
 /* Stores the value of the named control of the selected set through `out` and returns its type: 'b'
@@ -110,7 +111,7 @@ MORVA_API int dctrigger(int index);
 
 /* The number of changes of the selected set so far, and the time of the last one in epoch seconds
  * (-1.0: none). To notice changes, compare the count with the one seen before. */
-MORVA_API long dcchanged(void);
+MORVA_HOT long dcchanged(void);
 MORVA_API double dctimestamp(void);
 
 /* Waits until the number of changes of the selected set is another than `changed`: 1, or 0 after

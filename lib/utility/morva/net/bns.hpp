@@ -34,21 +34,28 @@ void convert_word(const char* from, char* to) {
 }
 
 // Most calls move one item. Calls use(Word()) with the word of its size; false for other calls, and
-// when fewer than `room` bytes are at hand.
+// when fewer than `room` bytes are at hand. Integers, the most frequent, come before the others are
+// told apart.
 template <class Use>
 inline bool for_single(int type, int count, int64_t room, Use use) {
     if (count != 1 || room < kLargestItem) return false;
-    if (type == BNS_INT || type == BNS_FLOAT)
+    if (type == BNS_INT) [[likely]] {
         use(uint32_t());
-    else if (type == BNS_DOUBLE || type == BNS_LONG)
-        use(uint64_t());
-    else if (type == BNS_SHORT)
-        use(uint16_t());
-    else if (type == BNS_BYTE)
-        use(uint8_t());
-    else
-        return false;
-    return true;
+        return true;
+    }
+    switch (type) {
+        case BNS_FLOAT:
+            return use(uint32_t()), true;
+        case BNS_DOUBLE:
+        case BNS_LONG:
+            return use(uint64_t()), true;
+        case BNS_SHORT:
+            return use(uint16_t()), true;
+        case BNS_BYTE:
+            return use(uint8_t()), true;
+        default:
+            return false;
+    }
 }
 
 inline int64_t unread(const Bns* bns) {

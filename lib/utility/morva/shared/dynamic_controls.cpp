@@ -112,7 +112,7 @@ int dcsets(int index, const char* text) {
 
 int dcgetb(int index) {
     return get_from_set(index, DC_BYTES, "dcgetb",
-                        [](Dcset* set, int i) { return load(set->bytes[i]); });
+                        [](Dcset* set, int i) -> int { return load(set->bytes[i]); });
 }
 
 long dcgeti(int index) {
