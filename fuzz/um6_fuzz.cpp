@@ -1,63 +1,95 @@
-// um6 and unstuff on any bytes. What um6 decodes, encoded with cm6 and decoded again, gives the
-// same samples; both versions of the decoder give the same answer; unstuff always moves on and
-// stays inside.
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string_view>
-#include <vector>
-
-#include "base/simd.hpp"
+// um6, um6_anyway and unstuff on any bytes, -max_len=500. The two agree about what is whole;
+// versions give the same answer, also for a text that is longer than what they take at a time;
+// what decodes comes back when encoded; and unstuff always moves on and stays inside.
 #include "codec/um6_decode.hpp"
+#include "codec_fuzz.hpp"
 #include "morva/cm6.h"
 #include "morva/elog.h"
 
 namespace {
 
-void demand(bool holds) {
-    if (!holds) std::abort();
-}
+using namespace fuzz;
 
-void compare_versions(std::string_view data) {
-    std::vector<int32_t> plain(data.size()), fast(data.size());
-    const morva::Decoded a = morva::decode_plain(data, plain.data());
-    const morva::Decoded b = morva::decode_samples(data, fast.data());
-    demand(a.count == b.count && a.stop == b.stop && a.position == b.position && a.sum == b.sum);
-    demand(std::equal(plain.begin(), plain.begin() + static_cast<long>(a.count), fast.begin()));
-}
+constexpr std::size_t kMost = 8192;  // characters, and samples
 
-void decode_and_back(const char* text, int nbytes) {
-    int32_t *samples = nullptr, *again = nullptr;
-    char* encoded = nullptr;
-    int nsamp = 0, room = 0, length = 0, size = 0, count = 0, again_room = 0;
-    if (um6(text, nbytes, &samples, &nsamp, &room) >= 0) {
-        demand(cm6(samples, nsamp, &encoded, &length, &size) == 0);
-        demand(um6(encoded, length, &again, &count, &again_room) == nsamp);
-        demand(std::memcmp(samples, again, static_cast<size_t>(nsamp) * sizeof *samples) == 0);
+// What decodes of a text. Samples lie at the end of their room, so that one too many is seen.
+struct Rescued {
+    Rescued(const char* text, int nbytes) : samples(room + kMost - nbytes) {
+        int size = nbytes;
+        demand(um6_anyway(text, nbytes, &samples, &count, &size, &verdict) == count);
+        demand(count >= 0 && count <= nbytes && size == nbytes);
+        demand(verdict.position >= 0 && verdict.position <= nbytes);
     }
-    std::free(samples), std::free(again), std::free(encoded);
+    static int32_t room[kMost];
+    int32_t* samples;
+    int count = -1;
+    Um6_verdict verdict;
+};
+int32_t Rescued::room[kMost];
+
+void compare_with_strict(const Rescued& rescued, const char* text, int nbytes) {
+    Buffer<int32_t> strict;
+    int count = -1;
+    const int result = um6(text, nbytes, &strict.items, &count, &strict.size);
+    demand(result == (rescued.verdict.status == UM6_GOOD ? rescued.count : -1));
+    demand(result < 0 || same(strict.items, rescued.samples, static_cast<std::size_t>(count)));
 }
 
-void unstuff_all(std::vector<char> text) {
-    char* cursor = text.data();
-    int remaining = static_cast<int>(text.size());
-    while (remaining > 0) {
+void compare_versions(std::string_view text, morva::Simd other) {
+    static int32_t room[kMost], other_room[kMost];
+    int32_t *const best = room + kMost - text.size(), *const again =
+                                                          other_room + kMost - text.size();
+    const morva::Decoded a = morva::decode_samples(text, best);
+    const Forced forced(other);
+    const morva::Decoded b = morva::decode_samples(text, again);
+    demand(a.count == b.count && a.stop == b.stop && a.position == b.position && a.sum == b.sum);
+    demand(same(best, again, a.count));
+}
+
+// The text several times over, each a little further on in what a version takes at a time.
+void compare_repeated(std::string_view text, morva::Simd other) {
+    static char room[kMost];
+    if (text.empty() || text.size() > kMost / 2) return;
+    const std::size_t length = kMost / 2 / text.size() * text.size();
+    for (std::size_t at = 0; at < length; at += text.size())
+        std::memcpy(room + kMost - length + at, text.data(), text.size());
+    compare_versions({room + kMost - length, length}, other);
+}
+
+void there_and_back(const int32_t* samples, int count) {
+    Buffer<char> text;
+    Buffer<int32_t> back;
+    int nbytes = 0, nsamp = -1;
+    demand(cm6(samples, count, &text.items, &nbytes, &text.size) == 0);
+    demand(um6(text.items, nbytes, &back.items, &nsamp, &back.size) == count);
+    demand(same(back.items, samples, static_cast<std::size_t>(count)));
+}
+
+void unstuff_all(const char* text, int nbytes) {
+    char* cursor = const_cast<char*>(text);
+    for (int remaining = nbytes; remaining > 0;) {
         const char* const before = cursor;
         int32_t value;
         unstuff(&value, &cursor, &remaining);
-        demand(cursor > before && cursor + remaining == text.data() + text.size());
+        demand(cursor > before && cursor + remaining == text + nbytes);
     }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // An exact copy lets the address sanitizer see a read one byte too far.
-    const std::vector<char> text(data, data + size);
-    decode_and_back(text.data(), static_cast<int>(size));
-    if (morva::best_simd() >= morva::Simd::kAvx2) compare_versions({text.data(), size});
-    unstuff_all(text);
+    if (size > kMost) return 0;
+    const char* const text = reinterpret_cast<const char*>(data);
+    const int nbytes = static_cast<int>(size);
+    const unsigned lot = fuzz::lot(data, size);
+    const Rescued best(text, nbytes);
+    if (const auto other = other_version(lot); other != morva::best_simd()) {
+        compare_versions({text, size}, other);
+        if (lot % 256 < 2) compare_repeated({text, size}, other);
+    }
+    if (lot % 8 == 2) compare_with_strict(best, text, nbytes);
+    if (lot % 16 == 3) there_and_back(best.samples, best.count);
+    if (lot % 16 == 4) unstuff_all(text, nbytes);
     elog_clear();
     return 0;
 }

@@ -78,6 +78,10 @@ TEST(Um6Message, MayBeginWithDataThatLookLikeAHeader) {
     }
     EXPECT_EQ(decoded(text + std::to_string(std::abs(sum)) + "\n"),
               Samples(std::begin(expected), std::end(expected)));
+    const Samples four = {15, 42, 54, 70};
+    ASSERT_EQ(encoded(four).substr(0, 10), "DAT2\nCHK2 ");
+    EXPECT_EQ(decoded(encoded(four)), four);
+    EXPECT_EQ(decoded("DAT2\r\nDAT2\r\nCHK2 181\r\n"), four);
 }
 
 TEST(Um6Message, IsRefusedWhenItIsNotWhole) {
@@ -90,7 +94,7 @@ TEST(Um6Message, IsRefusedWhenItIsNotWhole) {
         {"+-++\nCHK2\n", "no blank behind the word"},
         {"+-++\nCHK", "cut in the word"},
         {"CHK2 0\n", "no line before the checksum line"},
-        {"DAT2\nCHK2 0\n", "the newline belongs to the header"},
+        {"DAT2\nCHK2 0\n", "data without a header, and another number"},
         {"DAT2", "a header without an end"},
         {"WID2 x\nCHK2 0", "data may not begin with the checksum line"},
         {"\nCHK2 ", "no number"},

@@ -9,9 +9,12 @@ constexpr std::string_view kChecksumLine = "\nCHK2 ";
 constexpr std::string_view kHeaders[] = {"WID2 ", "STA2 ", "EID2 ", "BEA2 "};
 
 // A data line may begin with the letters DAT2, so the line must end there or go on with a blank.
+// Nor are they a header right before the checksum line: they are all the data then.
 bool is_data_header(std::string_view text) {
-    return text.size() > 4 && text.starts_with("DAT2") &&
-           (text[4] == ' ' || text[4] == '\r' || text[4] == '\n');
+    if (text.size() < 5 || !text.starts_with("DAT2")) return false;
+    const auto rest = text.substr(4);
+    if (rest.starts_with("\nCHK2 ") || rest.starts_with("\r\nCHK2 ")) return false;
+    return rest[0] == ' ' || rest[0] == '\r' || rest[0] == '\n';
 }
 
 bool is_header(std::string_view text) {
