@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <optional>
 
 #include "base/memory.hpp"
 #include "digest/adler32.hpp"
@@ -62,11 +63,11 @@ class State {
 };
 
 // The state of this thread. Destructors of other thread-local objects may still compress when it is
-// gone, which the flag tells because it has no destructor: they get a state for one call.
+// gone, which the flag tells because it has no destructor: they get one that is made for the call.
 template <const Direction& kWay>
 class Lease {
   public:
-    State<kWay>& state() { return t_gone ? own_ : t_kept.state; }
+    State<kWay>& state() { return t_gone ? own_.emplace() : t_kept.state; }
 
   private:
     struct Kept {
@@ -75,7 +76,7 @@ class Lease {
     };
     static inline thread_local bool t_gone = false;
     static inline thread_local Kept t_kept;
-    State<kWay> own_;
+    std::optional<State<kWay>> own_;
 };
 
 unsigned chunk_of(std::size_t left) {
