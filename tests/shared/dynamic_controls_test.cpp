@@ -1,9 +1,12 @@
 #include "morva/dynamic_controls.h"
 
+#include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
+#include <random>
 #include <thread>
 
 #include "log/elog_child.hpp"
@@ -301,6 +304,82 @@ TEST_F(Controls, SurviveAFileThatIsCutOff) {
     const std::size_t first = ended.errors.find("cut off");
     EXPECT_NE(first, std::string::npos) << ended.errors;
     EXPECT_EQ(ended.errors.find("cut off", first + 1), std::string::npos);
+}
+
+TEST_F(Controls, SurviveCutsAtAnyMoment) {
+    std::minstd_rand random(6);
+    for (int round = 0; round < 40; ++round) {
+        std::filesystem::remove(kFile);
+        const double seconds = static_cast<double>(random() % 2000) * 1e-6;
+        const std::size_t length = random() % (20 * kSet);
+        const kit::Ended ended = run([&] {
+            dccreate();
+            const pid_t cutter = ::fork();
+            if (cutter == 0) {
+                std_sleep(seconds);
+                ::_exit(::truncate(kFile, static_cast<off_t>(length)));
+            }
+            for (int i = 0; ::waitpid(cutter, nullptr, WNOHANG) == 0 || i % 8 != 0; ++i) {
+                dcsetupint(std::to_string(i % 8).c_str(), i);
+                dcsets(3, "text");
+                dctrigger(1);
+                freearr(dcnames(), std::free);
+                if (i % 16 == 0) dcremove("prog");
+            }
+            return 0;
+        });
+        EXPECT_EQ(ended.status, 0) << ended.errors;
+    }
+}
+
+// What a writer leaves if it is killed now: free sets are clean, named controls have their values,
+// indexes that are not given away have no names.
+int first_fault(Dcset* sets) {
+    const int last = dcmaxcontrols() - 1;
+    for (int i = 1; i < last; ++i)
+        if (*sets[i].program == '\0' && std::memcmp(sets[i].reserved, sets[last].reserved,
+                                                    kSet - offsetof(Dcset, reserved)) != 0)
+            return 1;
+    Dcset& set = sets[1];
+    if (*set.program != '\0' && std::strcmp(set.program, "a program with a name of 31 cha") != 0)
+        return 2;
+    for (const char* name : {"integer", "another"}) {
+        long value = 0;
+        if (dcget(name, &value) == 'i' && value != 7) return 3;
+    }
+    return first_false({true, true, true, *dcname('i', set.next[1] - 1) == '\0',
+                        set.integers[0] == 0 || set.integers[0] == -1, set.strings[0][31] == '\0'});
+}
+
+// Looks at the file after every single instruction of another process.
+TEST_F(Controls, HoldWheneverAWriterIsKilled) {
+    check([] { return dccreate(); });
+    check([] {
+        const pid_t writer = ::fork();
+        if (writer == 0) {
+            dcopen(0);
+            if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(9);
+            ::raise(SIGSTOP);
+            dcselect("a program with a name of 31 cha");
+            dcsetupint("integer", 7);
+            dcsetupint("another", 7);
+            dcseti(0, -1);
+            dcsets(0, "a text of more than 31 characters");
+            dcremove("a program with a name of 31 cha");
+            ::_exit(0);
+        }
+        dcopen(0);
+        Dcset* sets = dcselected();
+        morva::dc::config().selected = sets + 1;
+        int status = 0, steps = 0;
+        while (::waitpid(writer, &status, 0) == writer && WIFSTOPPED(status)) {
+            if (const int fault = first_fault(sets)) return ::kill(writer, SIGKILL), fault;
+            ::ptrace(PTRACE_SINGLESTEP, writer, nullptr, nullptr);
+            ++steps;
+        }
+        if (WEXITSTATUS(status) == 9) return 0;  // this machine lets nobody trace
+        return first_false({true, true, true, true, true, true, status == 0, steps > 1000});
+    });
 }
 
 // Waits until the control has the number.

@@ -201,12 +201,19 @@ void open_sets(Config& dc) {
 }  // namespace
 
 void reset(Dcset* set) {
-    set->program[0] = '\0';
-    std::memset(set->program, 0, sizeof *set);
-    set->timestamp = -1.0;
-    set->pid = -1;
-    set->size = DC_NAMES_SIZE;
-    for (int type = 0; type < kTypes; ++type) set->next[type] = kIndexes[type];
+    static constexpr Dcset kFree = [] {
+        Dcset image{};
+        image.timestamp = -1.0;
+        image.pid = -1;
+        image.size = DC_NAMES_SIZE;
+        for (int type = 0; type < kTypes; ++type) image.next[type] = kIndexes[type];
+        return image;
+    }();
+    constexpr std::size_t kName = offsetof(Dcset, reserved);
+    shared(set->names[1]).store('\0', std::memory_order_release);
+    std::memcpy(set->reserved, kFree.reserved, sizeof *set - kName);
+    shared(set->program[0]).store('\0', std::memory_order_release);
+    std::memset(set->program, 0, kName);
 }
 
 namespace {

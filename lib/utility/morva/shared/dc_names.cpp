@@ -71,8 +71,8 @@ bool has_name(Dcset* set, std::string_view name) {
     return false;
 }
 
-// Appends an entry. Its first letter goes last: until then the area ends before it.
-void record(Dcset* set, int code, const char* name) {
+// Where the entry of a new control goes. Fatal when its code has a name, or there is no room.
+std::size_t place_of(Dcset* set, int code, const char* name) {
     Names names(set);
     while (names.next())
         if (names.code() == code)
@@ -80,12 +80,17 @@ void record(Dcset* set, int code, const char* name) {
                      "Conflict: %c%d is already assigned the name '%s', can't have new name '%s'\n"
                      "  Try removing the file .dynamic_controls and restarting",
                      kLetters[code >> kTypeShift], code & kIndexMask, names.text(), name);
-    const std::size_t n = std::strlen(name), at = names.end();
-    if (n + 3 >= DC_NAMES_SIZE - at)
+    if (std::strlen(name) + 3 >= DC_NAMES_SIZE - names.end())
         elog_die(0,
                  "dynamic controls: Can't save name '%s' (code=%x) because there's no more string "
                  "space!\n  Try removing the file .dynamic_controls and restarting",
                  name, code);
+    return names.end();
+}
+
+// Its first letter goes last: until then the area ends before the entry.
+void record(Dcset* set, std::size_t at, int code, const char* name) {
+    const std::size_t n = std::strlen(name);
     char* entry = set->names + at;
     entry[0] = static_cast<char>(code);
     if (n > 0) std::memcpy(entry + 2, name + 1, n);
@@ -112,8 +117,11 @@ int set_up(const char* name, char letter, Store store) {
     const Control found = find(set, name);
     const int index = !known ? take_index(set, type) : found.type == type ? found.index : -1;
     if (!known && index >= 0) {
-        record(set, namecode(letter, index), name);
+        const int code = namecode(letter, index);
+        const std::size_t place = place_of(set, code, name);
+        // Whoever finds the name finds the value, also when this process is killed on the way.
         store(set, index);
+        record(set, place, code, name);
     }
     note_change(set);
     return index;

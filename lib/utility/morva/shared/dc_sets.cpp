@@ -42,7 +42,9 @@ Dcset* claim_set(const Config& dc, const ProgramName& name) {
     if (Dcset* set = find_set(dc, name)) return set;
     Dcset* free = find_set(dc, "");
     if (free == nullptr) return dc.first;
-    std::memcpy(free->program, name, sizeof name);
+    // With its first letter the set is taken: no part of a name is ever seen.
+    std::memcpy(free->program + 1, name + 1, sizeof name - 1);
+    shared(free->program[0]).store(name[0], std::memory_order_release);
     return free;
 }
 

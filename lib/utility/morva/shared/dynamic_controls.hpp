@@ -71,7 +71,8 @@ void store_string(Dcset* set, int index, const char* text);
 // The set of a program, which takes a free one if it has none; null: of this one.
 Dcset* set_of(const Config& dc, const char* program);
 
-// Brings a set into the state of a free one; the name goes first.
+// Brings a set into the state of a free one. Whoever is killed on the way leaves it in use, with
+// some controls reset: names go first, the program last.
 void reset(Dcset* set);
 
 // Keeps other threads from taking a set or an index at the same time, and other processes, if the
