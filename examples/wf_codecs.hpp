@@ -173,11 +173,9 @@ inline bool decode_gencompress(std::string_view bytes, Series& series) {
 
 // The samples as they stand in packets: big-endian.
 inline std::string packet_of(Samples samples) {
-    std::string packet;
-    packet.reserve(4 * samples.size());
-    for (const std::int32_t sample : samples)
-        for (int shift = 24; shift >= 0; shift -= 8)
-            packet += static_cast<char>(static_cast<std::uint32_t>(sample) >> shift);
+    std::string packet(4 * samples.size(), '\0');
+    char* source = reinterpret_cast<char*>(const_cast<std::int32_t*>(samples.data()));
+    hi2mi(&source, packet.data(), static_cast<long>(samples.size()));
     return packet;
 }
 
@@ -193,12 +191,8 @@ inline bool read_packet(std::string_view packet, Series& series) {
         if (series.data == nullptr) elog_die(1, "out of memory for samples");
         series.size = series.count;
     }
-    for (std::size_t i = 0; i < packet.size(); i += 4) {
-        std::uint32_t sample = 0;
-        for (std::size_t k = i; k < i + 4; ++k)
-            sample = sample << 8 | static_cast<unsigned char>(packet[k]);
-        series.data[i / 4] = static_cast<std::int32_t>(sample);
-    }
+    char* source = const_cast<char*>(packet.data());
+    mi2hi(&source, series.data, series.count);
     return true;
 }
 

@@ -1,6 +1,8 @@
 // What the server does for one client, in a thread of its own.
 #pragma once
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -39,6 +41,9 @@ class Client {
         timeval limit{};
         limit.tv_sec = static_cast<time_t>(service.patience) + 1;
         ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        // The end of a batch does not wait until its start has been acknowledged.
+        const int yes = 1;
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
         thread_ = std::thread([this] { serve(); });
     }
     // Ends the conversation.
@@ -93,9 +98,9 @@ class Client {
     void put_next() {
         Packet packet = packet_at(service_.recording, next_);
         packet.released = service_.replay.released(next_);
-        counts_at(service_.recording, next_, counts_);
-        packet.codec = encode_counts(service_.codec, counts_, packet.payload);
-        put_packet(out_, packet, memory_);
+        const Samples samples = samples_at(service_.recording, next_);
+        packet.codec = encoder_.encode(service_.codec, samples, &packet.payload);
+        put_packet(out_, packet);
         ++next_;
         ++sent_;
     }
@@ -109,7 +114,7 @@ class Client {
         Packet sign = packet_at(service_.recording, 0);
         sign.sequence = -1;
         sign.nsamp = 0;
-        put_packet(out_, sign, memory_);
+        put_packet(out_, sign);
         return flush();
     }
 
@@ -124,7 +129,7 @@ class Client {
     Bns *in_, *out_;
     Memory memory_;
     Request request_;
-    Counts counts_;
+    Encoder encoder_;
     int64_t next_ = 0;
     long sent_ = 0;
     double last_sent_ = std_now();

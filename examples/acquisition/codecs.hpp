@@ -2,13 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <vector>
 
 #include "../wf_codecs.hpp"
-
-using Counts = std::vector<int32_t>;
 
 // Packets name a codec by number: 0 is big-endian integers, then those of codecs() in their order.
 constexpr int kRaw = 0;
@@ -28,32 +25,55 @@ inline int codec_number(std::string_view name) {
     return -1;
 }
 
-// Encodes in the codec, or raw where that can't hold the samples. Returns the codec used.
-inline int encode_counts(int codec, const Counts& counts, std::string& bytes) {
-    if (codec != kRaw) {
-        const Codec& chosen = codecs()[static_cast<std::size_t>(codec - 1)];
-        const int mark = elog_mark();
-        Bytes packed;
-        if (chosen.encode(filled_up(chosen, counts), packed)) {
-            bytes = packed.view();
+// Encodes packet after packet, in buffers of its own.
+class Encoder {
+  public:
+    // Encodes in the codec, or raw where that can't hold the samples. Returns the codec used; the
+    // bytes stay until the next call.
+    int encode(int codec, Samples samples, std::string_view* bytes) {
+        if (codec != kRaw && pack(codecs()[static_cast<std::size_t>(codec - 1)], samples)) {
+            *bytes = packed_.view();
             return codec;
         }
-        elog_flush(0, mark);
+        raw_.resize(4 * samples.size());
+        char* source = reinterpret_cast<char*>(const_cast<int32_t*>(samples.data()));
+        hi2mi(&source, raw_.data(), static_cast<long>(samples.size()));
+        *bytes = {raw_.data(), raw_.size()};
+        return kRaw;
     }
-    bytes = packet_of(counts);
-    return kRaw;
-}
 
-// Decodes as many counts as there is room for. False, perhaps with the reason registered, when the
-// bytes are not those of so many. No codec needs more bytes than are allowed here.
-inline bool decode_counts(int codec, std::string_view bytes, Counts& counts) {
-    if (codec < 0 || codec >= codec_count() || bytes.size() > 9 * counts.size() + 100) return false;
-    Series series;
-    if (codec == kRaw ? !read_packet(bytes, series)
-                      : !codecs()[static_cast<std::size_t>(codec - 1)].decode(bytes, series))
-        return false;
-    // A codec of blocks gives more, where the last block was filled up.
-    if (static_cast<std::size_t>(series.count) < counts.size()) return false;
-    counts.assign(series.data, series.data + counts.size());
-    return true;
-}
+  private:
+    bool pack(const Codec& codec, Samples samples) {
+        const int mark = elog_mark();
+        const bool good = left_over(codec, samples.size()) == 0
+                              ? codec.encode(samples, packed_)
+                              : codec.encode(filled_up(codec, samples), packed_);
+        if (!good) elog_flush(0, mark);
+        return good;
+    }
+    Bytes packed_;
+    std::vector<char> raw_;
+};
+
+// Decodes packet after packet, in buffers of its own, one for each codec.
+class Decoders {
+  public:
+    // Decodes as many samples as the packet is said to have; they stay until the next call. False,
+    // perhaps with the reason registered, when the bytes are not those of so many. No codec needs
+    // more bytes than are allowed here.
+    bool decode(int codec, std::string_view bytes, int nsamp, Samples* samples) {
+        const auto count = static_cast<std::size_t>(nsamp);
+        if (codec < 0 || codec >= codec_count() || bytes.size() > 9 * count + 100) return false;
+        Series& series = series_[static_cast<std::size_t>(codec)];
+        if (codec == kRaw ? !read_packet(bytes, series)
+                          : !codecs()[static_cast<std::size_t>(codec - 1)].decode(bytes, series))
+            return false;
+        // A codec of blocks gives more, where the last block was filled up.
+        if (series.count < nsamp) return false;
+        *samples = {series.data, count};
+        return true;
+    }
+
+  private:
+    std::vector<Series> series_{static_cast<std::size_t>(codec_count())};
+};

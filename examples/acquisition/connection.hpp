@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "morva.h"
 #include "packet.hpp"
@@ -21,12 +22,12 @@ class Connection {
         const int fd =
             vk_open_socket_t(server.c_str(), "waveforms", "", host, &port, nullptr, patience);
         if (fd < 0) return false;
-        in_ = bnsnew(fd, 0);
+        in_ = bnsnew(fd, kMostBytes);
         bnsid(in_, server.c_str());
         bnslimit(in_, kMostBytes + 100);
         bnsdeadline(in_, patience);
         Bns* out = bnsnew(fd, 0);
-        put_request(out, request, memory_);
+        put_request(out, request);
         const bool sent = bnsflush(out) == 0;
         bnsfree(out);
         last_ = std_now();
@@ -34,25 +35,32 @@ class Connection {
         return sent;
     }
 
-    // Gets the next packet: 1; 0 when none came for a tenth of a second; -1 when the connection is
-    // of no use any more, which reason() tells.
-    int get(Packet* packet, double patience) {
-        if (in_->lp == in_->fp && !is_readable()) {
-            if (std_now() - last_ < patience) return 0;
-            return gave_up("the server is silent");
-        }
-        const int mark = elog_mark();
+    // Waits for packets: 1; 0 when none came for a tenth of a second; -1 when the connection is of
+    // no use any more, which reason() tells.
+    int wait(double patience) {
+        bnstimeout(in_, 100);
+        const bool is_readable = has_more() || bnswait(in_) != 0;
+        if (!is_readable && std_now() - last_ < patience) return 0;
+        if (!is_readable) return gave_up("the server is silent");
         bnstimeout(in_, static_cast<int>(patience * 1000));
-        const bool got = get_packet(in_, packet, memory_);
-        const bool damaged = elog_mark() > mark && in_->eof == 0 && in_->syserrno == 0;
-        // A peer can do this as often as it likes: the register must not fill up.
-        elog_flush(0, mark);
         last_ = std_now();
-        if (got) return 1;
-        return gave_up(damaged              ? "a damaged packet"
-                       : in_->syserrno != 0 ? std::strerror(in_->syserrno)
-                                            : "closed by the server");
+        mark_ = elog_mark();
+        return 1;
     }
+    // Whether more has come than was got.
+    bool has_more() const { return in_ != nullptr && in_->fp < in_->lp; }
+
+    // Gets the next packet, which stays until the next call. False as for wait.
+    bool get(Packet* packet) {
+        if (get_packet(in_, packet, memory_)) return true;
+        const bool damaged = elog_mark() > mark_ && in_->eof == 0 && in_->syserrno == 0;
+        gave_up(damaged              ? "a damaged packet"
+                : in_->syserrno != 0 ? std::strerror(in_->syserrno)
+                                     : "closed by the server");
+        return false;
+    }
+    // The body of the packet.
+    std::string_view body() const { return memory_.all(); }
 
     void close() {
         if (in_ != nullptr) bnsclose(in_);
@@ -60,10 +68,6 @@ class Connection {
     }
 
   private:
-    bool is_readable() {
-        bnstimeout(in_, 100);
-        return bnswait(in_) != 0;
-    }
     int gave_up(const char* reason) {
         reason_ = reason;
         close();
@@ -72,7 +76,8 @@ class Connection {
 
     Bns* in_ = nullptr;
     Memory memory_;
-    double last_ = 0;  // when the last packet came
+    double last_ = 0;  // when packets came
+    int mark_ = 0;     // of the register then
     std::string reason_;
 };
 

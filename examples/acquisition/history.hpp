@@ -9,7 +9,9 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "../wf_units.hpp"
 #include "codecs.hpp"
@@ -18,9 +20,13 @@
 
 struct Channel {
     std::string station, channel;
-    std::string unit;
     Ring* amplitudes;
-    long packets = 0, samples = 0;  // in this run
+    Scale scale = {};
+    double calibration = 0, period = 0;  // that the scale is for
+    double length = 0;                   // of the packets, in seconds
+    long packets = 0, samples = 0;       // in this run
+    std::string last = {};               // body of the newest packet
+    long kept = 0;                       // packets when it was stored
 };
 
 class History {
@@ -45,39 +51,63 @@ class History {
     History& operator=(const History&) = delete;
 
     // Notes a packet, unless there are too many channels.
-    void add(Packet& packet, const Counts& counts) {
-        Channel* channel = find(packet);
-        if (channel == nullptr) return;
-        const Scale scale = scale_of(packet.calibration, packet.period, unit_);
-        const double last = packet.time + (packet.nsamp - 1) / packet.rate;
+    void add(const Packet& packet, std::string_view body, Samples samples) {
+        auto* found = find(packet);
+        if (found == nullptr) return;
+        Channel& channel = found->second;
+        follow(channel, packet);
+        const double now = std_now(), last = packet.time + (packet.nsamp - 1) / packet.rate;
         // A point that is there already, from before a restart, is refused, as it should be.
-        setring(channel->amplitudes, 2 * packet.nsamp / packet.rate, -99999999);
-        pushring(channel->amplitudes, last, amplitude(counts, scale.factor));
-        pushring(latency_, std_now(), std_now() - packet.released);
-        keep_last(packet, channel->station + "." + channel->channel);
-        channel->unit = scale.unit;
-        ++channel->packets;
-        channel->samples += packet.nsamp;
+        pushring(channel.amplitudes, last, amplitude(samples, channel.scale.factor));
+        pushring(latency_, now, now - packet.released);
+        channel.last = body;
+        if (channel.packets == channel.kept) changed_.push_back(found);
+        ++channel.packets;
+        channel.samples += packet.nsamp;
+    }
+
+    // Stores the last packets. Whoever reads the heap, or the next run after a kill, finds the old
+    // one or the new one.
+    void keep_last() {
+        for (auto* named : changed_) {
+            auto& [name, channel] = *named;
+            channel.kept = channel.packets;
+            if (putx_safe(heap_, name.c_str(), channel.last.data(),
+                          static_cast<int>(channel.last.size())) != 0)
+                elog_complain(0, "the last packet of %s can't be stored\n", name.c_str());
+        }
+        changed_.clear();
     }
 
     const std::map<std::string, Channel>& channels() const { return channels_; }
     Ring* latency() const { return latency_; }
 
   private:
+    using Named = std::pair<const std::string, Channel>;
+
     // The largest distance from the mean, in the unit of the scale.
-    static double amplitude(const Counts& counts, double factor) {
-        double sum = 0, most = 0;
-        for (const int32_t sample : counts) sum += sample;
-        const double mean = sum / static_cast<double>(std::max<std::size_t>(counts.size(), 1));
-        for (const int32_t sample : counts) most = std::max(most, std::fabs(sample - mean));
-        return most * std::fabs(factor);
+    static double amplitude(Samples samples, double factor) {
+        if (samples.empty()) return 0;
+        int64_t sum = 0;
+        int32_t least = INT32_MAX, most = INT32_MIN;
+        for (const int32_t sample : samples) {
+            sum += sample;
+            least = std::min(least, sample);
+            most = std::max(most, sample);
+        }
+        const double mean = static_cast<double>(sum) / static_cast<double>(samples.size());
+        return std::max(most - mean, mean - least) * std::fabs(factor);
     }
 
-    // Whoever reads the heap, or the next run after a kill, finds the old packet or the new one.
-    void keep_last(Packet& packet, const std::string& name) {
-        put_body(memory_, packet);
-        if (putx_safe(heap_, name.c_str(), memory_.bytes(), memory_.size()) == 0) return;
-        elog_complain(0, "the last packet of %s can't be stored\n", name.c_str());
+    // Packets of a channel are alike: what follows from their head is worked out when it changes.
+    void follow(Channel& channel, const Packet& packet) const {
+        if (packet.calibration != channel.calibration || packet.period != channel.period)
+            channel.scale = scale_of(packet.calibration, packet.period, unit_);
+        channel.calibration = packet.calibration;
+        channel.period = packet.period;
+        const double length = packet.nsamp / packet.rate;
+        if (length != channel.length) setring(channel.amplitudes, 2 * length, -99999999);
+        channel.length = length;
     }
 
     // What comes from a peer becomes part of a file name only when it is harmless there.
@@ -88,19 +118,18 @@ class History {
         return name;
     }
 
-    Channel* find(const Packet& packet) {
+    Named* find(const Packet& packet) {
         const std::string station = harmless(packet.station), channel = harmless(packet.channel);
         const std::string name = station + "." + channel;
         const auto found = channels_.find(name);
-        if (found != channels_.end()) return &found->second;
+        if (found != channels_.end()) return &*found;
         if (channels_.size() >= most_) {
             if (!std::exchange(is_crowded_, true))
                 elog_complain(0, "too many channels: no history of %s\n", name.c_str());
             return nullptr;
         }
         const std::string id = station + " " + channel + ", " + unit_;
-        return &channels_.emplace(name, Channel{station, channel, unit_, open(name, id)})
-                    .first->second;
+        return &*channels_.emplace(name, Channel{station, channel, open(name, id)}).first;
     }
 
     Ring* open(const std::string& name, const std::string& id) {
@@ -122,5 +151,5 @@ class History {
     bool is_crowded_ = false;
     Ring* latency_;
     Xheap* heap_;
-    Memory memory_;
+    std::vector<Named*> changed_;  // since the last packets were stored
 };

@@ -25,11 +25,11 @@
 // the server: whoever asks for the packets behind the last one it has misses none.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <string>
-#include <vector>
+#include <string_view>
 
 #include "morva.h"
 
@@ -52,7 +52,7 @@ struct Packet {
     double time = 0, rate = 1, calibration = 0, period = 0, released = 0;
     int32_t codec = 0;
     int32_t nsamp = 0;
-    std::string payload;
+    std::string_view payload;  // kept by whoever made the packet
 };
 
 // A stream without a descriptor: what is put to it can be got from it, or taken as bytes.
@@ -65,6 +65,15 @@ class Memory {
     Bns* stream() { return bns_; }
     const char* bytes() const { return bns_->data + bns_->fp; }
     int size() const { return static_cast<int>(bns_->lp - bns_->fp); }
+    // With what was got from it.
+    std::string_view all() const { return {bns_->data, static_cast<std::size_t>(bns_->lp)}; }
+    // Room for n bytes, which are then what the memory holds.
+    char* take(int n) {
+        bnsclr(bns_);
+        if (bns_->sz < n) bnsresize(bns_, static_cast<long>(n - bns_->sz));
+        bns_->lp = n;
+        return bns_->data;
+    }
 
   private:
     Bns* bns_;
@@ -75,13 +84,14 @@ inline uint32_t crc_of(const char* bytes, int n) {
     return vk_crc32(&crc, bytes, n);
 }
 
-// Puts a frame around what is in the memory. Nothing is sent before the stream is flushed.
-inline void put_frame(Bns* out, const char* magic, Memory& body) {
-    const int size = body.size();
-    const uint32_t crc = crc_of(body.bytes(), size);
+// Puts a frame around the `size` bytes that put_body() puts. Nothing is sent before the stream is
+// flushed.
+template <class Put>
+void put_frame(Bns* out, const char* magic, int size, Put put_body) {
     bnsput(out, magic, BNS_BYTE, 4);
     bnsput(out, &size, BNS_INT, 1);
-    bnsput(out, body.bytes(), BNS_BYTE, size);
+    put_body();
+    const uint32_t crc = crc_of(out->data + out->lp - size, size);
     bnsput(out, &crc, BNS_INT, 1);
 }
 
@@ -95,21 +105,18 @@ inline bool get_frame(Bns* in, const char* magic, Memory& body) {
         elog_log(0, "a frame of %d bytes\n", size);
         return false;
     }
-    std::vector<char> bytes(static_cast<std::size_t>(size));
-    if (bnsget(in, bytes.data(), BNS_BYTE, size) != 0 || bnsget(in, &crc, BNS_INT, 1) != 0)
+    if (bnsget(in, body.take(size), BNS_BYTE, size) != 0 || bnsget(in, &crc, BNS_INT, 1) != 0)
         return false;
-    bnsclr(body.stream());
-    buf2bns(body.stream(), bytes.data(), size);
-    if (crc == crc_of(bytes.data(), size)) return true;
+    if (crc == crc_of(body.bytes(), size)) return true;
     elog_log(0, "a frame with a wrong checksum\n");
     return false;
 }
 
-inline void put_request(Bns* out, const Request& request, Memory& body) {
-    bnsclr(body.stream());
-    bnsput(body.stream(), &request.recording, BNS_LONG, 1);
-    bnsput(body.stream(), &request.first, BNS_LONG, 1);
-    put_frame(out, kRequest, body);
+inline void put_request(Bns* out, const Request& request) {
+    put_frame(out, kRequest, 16, [&] {
+        bnsput(out, &request.recording, BNS_LONG, 1);
+        bnsput(out, &request.first, BNS_LONG, 1);
+    });
 }
 
 inline bool get_request(Bns* in, Request* request, Memory& body) {
@@ -138,17 +145,16 @@ void move_header(Packet& packet, Move move) {
 }
 constexpr int kHeaderSize = 3 * 8 + 2 * 8 + 5 * 8 + 2 * 4;
 
-// Puts the body of a packet into the memory.
-inline void put_body(Memory& body, Packet& packet) {
-    bnsclr(body.stream());
+// Puts the body of a packet.
+inline void put_body(Bns* out, Packet& packet) {
     move_header(packet,
-                [&](void* item, int type, int count) { bnsput(body.stream(), item, type, count); });
-    buf2bns(body.stream(), packet.payload.data(), static_cast<int>(packet.payload.size()));
+                [&](const void* item, int type, int count) { bnsput(out, item, type, count); });
+    buf2bns(out, packet.payload.data(), static_cast<int>(packet.payload.size()));
 }
 
-inline void put_packet(Bns* out, Packet& packet, Memory& body) {
-    put_body(body, packet);
-    put_frame(out, kPacket, body);
+inline void put_packet(Bns* out, Packet& packet) {
+    const int size = kHeaderSize + static_cast<int>(packet.payload.size());
+    put_frame(out, kPacket, size, [&] { put_body(out, packet); });
 }
 
 inline bool is_sound(const Packet& packet) {
@@ -157,13 +163,13 @@ inline bool is_sound(const Packet& packet) {
            packet.nsamp >= 0 && packet.nsamp <= kMostSamples;
 }
 
-// Gets a packet from the body that is in the memory.
+// Gets a packet from the body that is in the memory, which keeps the payload.
 inline bool get_body(Memory& body, Packet* packet) {
     if (body.size() >= kHeaderSize) {
         move_header(*packet, [&](void* item, int type, int count) {
             bnsget(body.stream(), item, type, count);
         });
-        packet->payload.assign(body.bytes(), body.bytes() + body.size());
+        packet->payload = {body.bytes(), static_cast<std::size_t>(body.size())};
         if (is_sound(*packet)) return true;
     }
     elog_log(0, "a packet that can't be read\n");
@@ -176,10 +182,14 @@ inline bool get_packet(Bns* in, Packet* packet, Memory& body) {
 
 // Adds a packet's station, channel and samples to the CRC-64 of a recording, which starts at 0.
 inline void add_to_crc(uint64_t* crc, const Packet& packet, const int32_t* samples) {
-    std::vector<char> bytes(static_cast<std::size_t>(packet.nsamp) * 4);
-    char* source = reinterpret_cast<char*>(const_cast<int32_t*>(samples));
-    hi2mi(&source, bytes.data(), packet.nsamp);
     vk_crc64(crc, packet.station, 8);
     vk_crc64(crc, packet.channel, 8);
-    vk_crc64(crc, bytes.data(), static_cast<int>(bytes.size()));
+    char* source = reinterpret_cast<char*>(const_cast<int32_t*>(samples));
+    for (int left = packet.nsamp; left > 0;) {
+        char bytes[4096];
+        const int count = std::min(left, static_cast<int>(sizeof bytes) / 4);
+        hi2mi(&source, bytes, count);  // which moves the source on
+        vk_crc64(crc, bytes, 4 * count);
+        left -= count;
+    }
 }

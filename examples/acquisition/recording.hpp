@@ -21,7 +21,7 @@
 struct Trace {
     char station[8] = "", channel[8] = "";
     double start, rate, calibration, period;
-    Counts counts;
+    std::vector<int32_t> counts;
 };
 
 // A piece of a trace, which becomes a packet.
@@ -127,9 +127,7 @@ inline Packet packet_at(const Recording& recording, int64_t sequence) {
 }
 
 // The samples of a sequence number.
-inline void counts_at(const Recording& recording, int64_t sequence, Counts& counts) {
+inline Samples samples_at(const Recording& recording, int64_t sequence) {
     const Piece& piece = recording.pieces[static_cast<std::size_t>(sequence % recording.total())];
-    const auto begin =
-        recording.traces[piece.trace].counts.begin() + static_cast<std::ptrdiff_t>(piece.first);
-    counts.assign(begin, begin + static_cast<std::ptrdiff_t>(piece.count));
+    return Samples(recording.traces[piece.trace].counts).subspan(piece.first, piece.count);
 }

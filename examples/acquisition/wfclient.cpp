@@ -32,6 +32,8 @@ constexpr char kUsage[] =
     "usage: %s [-o FOLDER] [-n REPETITIONS] [-u UNIT] [SERVER]\n"
     "\treceives packets from a wfserver; SERVER is HOST:PORT\n";
 
+constexpr int kAtOnce = 200;  // packets between looks at settings, signals and the state
+
 struct Settings {
     std::string server, folder, unit;
     double backoff, backoff_max, patience, bury_every;
@@ -112,9 +114,9 @@ class Receiver {
     bool is_complete() const;
     void connect();
     void receive(History& history);
-    void accept(Packet& packet, History& history);
+    void accept(const Packet& packet, History& history);
     void begin_recording(const Packet& packet);
-    void verify(const Packet& packet, const Counts& counts);
+    void verify(const Packet& packet, Samples samples);
     void give_up(const char* why);
     void bury_counters();
     void report(const History& history) const;
@@ -125,17 +127,21 @@ class Receiver {
     Settings settings_;
     Counters counters_;
     char recording_[24] = "", so_far_[24] = "";  // what counters_ points to
+    int64_t known_ = 0;                          // recording_ as a number
     bool whole_ = false;                         // the present recording came from its start
     uint64_t crc_ = 0;                           // of what came of it
     Connection connection_;
+    Decoders decoders_;
     Backoff backoff_{0, 0};
     double retry_ = 0;      // when to connect again
     bool is_told_ = false;  // that there is no connection
     double next_burial_ = 0;
-    int caught_ = 0;  // number of the signal that asked us to end
+    double next_look_ = 0;  // at the settings
+    int caught_ = 0;        // number of the signal that asked us to end
 };
 
 void Receiver::update_settings() {
+    next_look_ = std_now() + 0.1;
     const int result = pfupdate("wfclient", &pf_);
     if (result < -1) elog_complain(0, "errors in the settings\n");
     if (result <= 0) return;
@@ -169,6 +175,7 @@ bool Receiver::exhume_counters() {
     if (!go_on && settings_.from_now) counters_.next = -1;
     std::snprintf(recording_, sizeof recording_, "%s", counters_.recording);
     std::snprintf(so_far_, sizeof so_far_, "%s", counters_.so_far);
+    known_ = static_cast<int64_t>(number_of(recording_));
     counters_.recording = recording_;
     counters_.so_far = so_far_;
     whole_ = so_far_[0] != '\0';
@@ -187,8 +194,7 @@ void Receiver::connect() {
         std_sleep(std::min(retry_ - std_now(), 0.1));
         return;
     }
-    const Request request = {static_cast<int64_t>(number_of(recording_)),
-                             static_cast<int64_t>(counters_.next)};
+    const Request request = {known_, static_cast<int64_t>(counters_.next)};
     const int mark = elog_mark();
     if (connection_.open(settings_.server, request, settings_.patience)) {
         ++counters_.connections;
@@ -204,11 +210,22 @@ void Receiver::connect() {
     elog_flush(0, mark);
 }
 
+// Takes packets that have come, and then looks after other things.
 void Receiver::receive(History& history) {
-    Packet packet;
-    const int got = connection_.get(&packet, settings_.patience);
-    if (got > 0) accept(packet, history);
-    if (got < 0) give_up(connection_.reason().c_str());
+    const int mark = elog_mark(), waited = connection_.wait(settings_.patience);
+    bool good = waited >= 0;
+    if (waited > 0) {
+        Packet packet;
+        int left = kAtOnce;
+        do {
+            good = connection_.get(&packet);
+            if (good) accept(packet, history);
+        } while (good && --left > 0 && connection_.has_more() && !is_complete());
+    }
+    history.keep_last();
+    // A peer can cause failures as often as it likes: the register must not fill up.
+    elog_flush(0, mark);
+    if (!good) give_up(connection_.reason().c_str());
 }
 
 void Receiver::give_up(const char* why) {
@@ -217,9 +234,9 @@ void Receiver::give_up(const char* why) {
     elog_notify(0, "connection ended: %s\n", why);
 }
 
-void Receiver::accept(Packet& packet, History& history) {
+void Receiver::accept(const Packet& packet, History& history) {
     if (packet.sequence < 0) return;  // a sign of life
-    if (packet.recording != static_cast<int64_t>(number_of(recording_))) begin_recording(packet);
+    if (packet.recording != known_) begin_recording(packet);
     const auto sequence = static_cast<double>(packet.sequence);
     if (counters_.next < 0) counters_.next = sequence;
     if (sequence < counters_.next) {
@@ -230,16 +247,13 @@ void Receiver::accept(Packet& packet, History& history) {
         ++counters_.missed;
         return give_up("packets are missing");
     }
-    Counts counts(static_cast<std::size_t>(packet.nsamp));
-    const int mark = elog_mark();
-    const bool good = decode_counts(packet.codec, packet.payload, counts);
-    elog_flush(0, mark);
-    if (!good) {
+    Samples samples;
+    if (!decoders_.decode(packet.codec, packet.payload, packet.nsamp, &samples)) {
         ++counters_.damaged;
         return give_up("a packet that can't be decoded");
     }
-    verify(packet, counts);
-    history.add(packet, counts);
+    verify(packet, samples);
+    history.add(packet, connection_.body(), samples);
     ++counters_.next;
     ++counters_.received;
     counters_.last_time = packet.time + (packet.nsamp - 1) / packet.rate;
@@ -250,21 +264,22 @@ void Receiver::begin_recording(const Packet& packet) {
     if (recording_[0] != '\0') elog_notify(0, "the server has another recording now\n");
     std::snprintf(recording_, sizeof recording_, "%016lx",
                   static_cast<unsigned long>(packet.recording));
+    known_ = packet.recording;
     counters_.total = static_cast<double>(packet.total);
     counters_.next = static_cast<double>(packet.sequence);
     whole_ = false;
 }
 
 // The CRC of all samples in their order tells whether each packet came, once.
-void Receiver::verify(const Packet& packet, const Counts& counts) {
+void Receiver::verify(const Packet& packet, Samples samples) {
     const int64_t place = packet.sequence % packet.total;
     if (place == 0) {
         crc_ = 0;
         whole_ = true;
     }
-    if (whole_) add_to_crc(&crc_, packet, counts.data());
+    if (whole_) add_to_crc(&crc_, packet, samples.data());
     if (!whole_ || place + 1 < packet.total) return;
-    ++(crc_ == number_of(recording_) ? counters_.verified : counters_.different);
+    ++(static_cast<int64_t>(crc_) == known_ ? counters_.verified : counters_.different);
 }
 
 void Receiver::bury_counters() {
@@ -281,7 +296,7 @@ void print_channel(const Channel& channel) {
     const double largest = maxring(channel.amplitudes, nullptr, 1e12);
     std::printf("%-7s %-7s %8ld %9ld  %s %12.6g %s\n", channel.station.c_str(),
                 channel.channel.c_str(), channel.packets, channel.samples, newest, largest,
-                channel.unit.c_str());
+                channel.scale.unit);
     std::free(newest);
 }
 
@@ -315,7 +330,7 @@ int Receiver::run() {
     History history(settings_.folder, settings_.ring_size, settings_.unit, settings_.max_channels,
                     !go_on);
     while (std::atomic_ref(caught_).load() == 0 && !is_complete()) {
-        update_settings();
+        if (std_now() > next_look_) update_settings();
         connection_.is_open() ? receive(history) : connect();
         if (std_now() > next_burial_) bury_counters();
     }

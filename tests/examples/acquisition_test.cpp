@@ -354,7 +354,6 @@ TEST_F(Acquisition, SixtyBadServersDoNotEndTheClient) {
     socklen_t length = sizeof address;
     ::getsockname(listening, reinterpret_cast<sockaddr*>(&address), &length);
     Program receiving = client(ntohs(address.sin_port));
-    Memory body;
     for (int i = 0; i < 60; ++i) {
         const int fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
         ASSERT_GE(fd, 0);
@@ -365,10 +364,11 @@ TEST_F(Acquisition, SixtyBadServersDoNotEndTheClient) {
         packet.total = i % 4 == 0 ? 0 : 9;
         packet.codec = i - 20;
         packet.nsamp = i % 7 == 0 ? kMostSamples : i;
-        packet.payload.assign(static_cast<std::size_t>(i * 3), 'x');
+        const std::string payload(static_cast<std::size_t>(i * 3), 'x');
+        packet.payload = payload;
         std::strcpy(packet.station, "../etc");
         Bns* out = bnsnew(fd, 0);
-        put_packet(out, packet, body);
+        put_packet(out, packet);
         if (i % 3 == 0) out->data[out->fp + i] ^= 4;
         if (i % 3 == 1) out->lp -= i % 40;
         bnsclose(out);
