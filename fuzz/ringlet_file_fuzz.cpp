@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     if (::write(fd, bytes, size) != static_cast<ssize_t>(size)) std::abort();
     char path[64];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
-    if (Ringlet* ringlet = openringlet(path, 1, 1)) {
+    if (Ringlet* ringlet = openringlet(path, 0, 0)) {
         use(ringlet);
         closeringlet(ringlet);
     }

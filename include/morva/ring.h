@@ -68,7 +68,9 @@ typedef struct Ring {
     int32_t readonly;    /* not 0: opened to be read */
     char* path;          /* the file's name */
     int32_t size;        /* number of slots that the file was found to hold */
-    void* guard;         /* the library's */
+    void* guard;         /* this and the rest are the library's */
+    uint64_t full;
+    uint64_t last;
 } Ring;
 
 /* ---- Files ---- */

@@ -9,13 +9,15 @@
  *     closeringlet(ringlet);
  *
  * The store is a ring's (morva/ring.h) without times: record 0 is the newest. What is said there
- * about files, killed writers, other processes and threads holds here, too, but for one thing:
+ * about files, killed writers, other processes and threads holds here, too, but for two things:
  * records are read in place, and a reader in another process may see one of a full ringlet's oldest
- * records while it is overwritten. docs/formats/ring.md has the layout.
+ * records while it is overwritten; a killed writer may lose the oldest record also of a ringlet
+ * that is not full. docs/formats/ring.md has the layout.
  */
 #ifndef MORVA_RINGLET_H
 #define MORVA_RINGLET_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "morva/export.h"
@@ -38,7 +40,9 @@ typedef struct Ringlet {
     int32_t readonly;       /* not 0: another process held the lock when it was opened */
     int64_t nslots;         /* slots and bytes of a record that the file was found to hold */
     int64_t size;
-    void* guard; /* the library's */
+    void* guard;   /* this and the rest are the library's */
+    int64_t given; /* bytes of a record that its user has */
+    size_t quick;
 } Ringlet;
 
 /* Makes a ringlet file of `nslots` records of `size` bytes (both at least 1), all zero, as newring
@@ -46,18 +50,21 @@ typedef struct Ringlet {
 MORVA_API int newringlet(const char* path, long nslots, long size);
 
 /* Opens a ringlet for writing. Missing folders of the path and a missing file are made first; an
- * existing file keeps its own nslots and size, which the handle tells. When another process holds a
- * lock on the file, that is registered ("Can't lock '%s' for exclusive use\n") and the handle is
- * read-only, unlike with rings; on an NFS file system the lack of a lock is complained of and the
- * handle can write. Returns the handle, for closeringlet; or null with the reason registered:
- * "ringlet buffer file '%s' does not exist", "Can't open ringlet %s.", "failed to mmap ringlet %s",
- * "Bad magic number while trying to read ringlet.\n", "ringlet %s can't be used: ...". */
+ * existing file keeps its own nslots and size, which the handle tells. That its records are not of
+ * `size` bytes is registered, unless size is below 1. When another process holds a lock on the
+ * file, that is registered ("Can't lock '%s' for exclusive use\n") and the handle is read-only,
+ * unlike with rings; on an NFS file system the lack of a lock is complained of and the handle can
+ * write. Returns the handle, for closeringlet; or null with the reason registered: "ringlet buffer
+ * file '%s' does not exist", "Can't open ringlet %s.", "failed to mmap ringlet %s", "Bad magic
+ * number while trying to read ringlet.\n", "ringlet %s can't be used: ...". */
 MORVA_API Ringlet* openringlet(const char* path, long nslots, long size);
 
 /* Unmaps the file and frees the handle. 0, or -1 when munmap fails. */
 MORVA_API int closeringlet(Ringlet* ringlet);
 
-/* Stores a copy of a record, ringlet->size bytes. 0, or -1 when the handle is read-only. */
+/* Stores a copy of a record: as many bytes as openringlet was told, or all of ringlet->size when it
+ * was told less than 1. What the file's records have beyond that becomes zeros. 0, or -1 when the
+ * handle is read-only. */
 MORVA_API int pushringlet(Ringlet* ringlet, const void* record);
 
 /* The number of records. */

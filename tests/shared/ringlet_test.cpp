@@ -90,6 +90,20 @@ TEST_F(RingletFile, HoldsRecordsOfEverySize) {
     }
 }
 
+TEST_F(RingletFile, TakesNoMoreOfARecordThanItsUserHas) {
+    Opened(open(2, 24)).reset();
+    EXPECT_EQ(logged_.text(), "");
+    const std::string word = "twelve bytes";
+    Opened ringlet = open(9, 12);
+    EXPECT_THAT(logged_.text(), HasSubstr("holds records of 24 bytes, not of 12\n"));
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(pushringlet(ringlet.get(), kit::Guarded(word).data()), 0);
+    EXPECT_THAT(records(ringlet), testing::Each(word + std::string(12, '\0')));
+    ringlet = open(0, 0);
+    const std::string whole(24, 'w');
+    EXPECT_EQ(pushringlet(ringlet.get(), kit::Guarded(whole).data()), 0);
+    EXPECT_EQ(records(ringlet)[0], whole);
+}
+
 TEST_F(RingletFile, NamesWhatCannotBeMadeOrOpened) {
     for (const auto& [nslots, size] : {std::pair{0L, 4L}, {3L, 0L}, {INT64_MAX, 2L}, {-1L, -1L}})
         EXPECT_EQ(newringlet(path(), nslots, size), -1);

@@ -88,6 +88,10 @@ Ring* handle_of(ringfile::Mapped map, int32_t size, const char* path, bool reado
     ring->points = reinterpret_cast<Ring_point*>(ring->header + 1);
     ring->size = size;
     ring->guard = map.release();
+    // The word of a full ring, less this, is the slot that is next; before the seam, where there is
+    // none, and in a ring that is not full it comes out larger than the last.
+    ring->full = morva::ring::kOneCount * static_cast<uint64_t>(size) + morva::ring::kOneIndex;
+    ring->last = readonly ? 0 : static_cast<uint64_t>(size) - 1;
     return ring;
 }
 
@@ -132,6 +136,14 @@ inline Admission admit(Ring* ring, Place now, double time, double value) {
     if (!(time - newest > gap) || gap == 0) return Admission::open;
     add_behind_break(ring, newest, time, value);
     return Admission::stored;
+}
+
+[[gnu::noinline]] int push_any(Ring* ring, double time, double value) {
+    if (is_closed(ring)) return kReadonly;
+    const Place now = morva::ring::load_place(ring);
+    const Admission admission = admit(ring, now, time, value);
+    if (admission == Admission::open) add(ring, now, time, value);
+    return admission == Admission::refused ? kOutOfOrder : 0;
 }
 
 // Whether the newest two points have the value.
@@ -220,12 +232,22 @@ int addring(Ring* ring, double time, double value) {
     return 0;
 }
 
+// What most points meet is done here: a full ring, no seam, a later time, no break.
 int pushring(Ring* ring, double time, double value) {
-    if (is_closed(ring)) return kReadonly;
-    const Place now = morva::ring::load_place(ring);
-    const Admission admission = admit(ring, now, time, value);
-    if (admission == Admission::open) add(ring, now, time, value);
-    return admission == Admission::refused ? kOutOfOrder : 0;
+    Ring_header* header = ring->header;
+    const uint64_t word = morva::ring::load_word(header), next = word - ring->full;
+    const auto* guard = static_cast<const morva::GuardedRange*>(ring->guard);
+    if (next >= ring->last || guard->damaged()) [[unlikely]]
+        return push_any(ring, time, value);
+    Ring_point* slot = ring->points + next;
+    const double newest = morva::ring::load(slot[1].time), gap = morva::ring::load(header->gap);
+    if (!(time > newest && time - newest <= gap)) [[unlikely]]
+        return push_any(ring, time, value);
+    morva::ring::store_word(header, word - morva::ring::kOneCount);
+    morva::ring::store(slot->time, time);
+    morva::ring::store(slot->value, value);
+    morva::ring::store_word(header, word - morva::ring::kOneIndex);
+    return 0;
 }
 
 int cramring(Ring* ring, const char* method, double time, double value) {

@@ -23,6 +23,9 @@ struct Place {
 using Word [[gnu::may_alias]] = uint64_t;
 static_assert(offsetof(Ring_header, index) % sizeof(Word) == 0 && sizeof(Place) == sizeof(Word) &&
               offsetof(Ring_header, count) == offsetof(Ring_header, index) + 4);
+// As numbers of such a word, on machines of either byte order.
+constexpr uint64_t kOneIndex = std::bit_cast<uint64_t>(Place{1, 0});
+constexpr uint64_t kOneCount = std::bit_cast<uint64_t>(Place{0, 1});
 static_assert(sizeof(Ring_header) == 104 && offsetof(Ring_header, gap) == 88);
 
 inline double load(const double& from) {
@@ -33,11 +36,17 @@ inline void store(double& to, double value) {
     std::atomic_ref<double>(to).store(value, std::memory_order_release);
 }
 
+inline uint64_t load_word(const Ring_header* header) {
+    return __atomic_load_n(reinterpret_cast<const Word*>(&header->index), __ATOMIC_ACQUIRE);
+}
+
+inline void store_word(Ring_header* header, uint64_t word) {
+    __atomic_store_n(reinterpret_cast<Word*>(&header->index), word, __ATOMIC_RELEASE);
+}
+
 // What the file says, made to lie inside it.
 inline Place load_place(const Ring* ring) {
-    const Word word =
-        __atomic_load_n(reinterpret_cast<const Word*>(&ring->header->index), __ATOMIC_ACQUIRE);
-    Place place = std::bit_cast<Place>(static_cast<uint64_t>(word));
+    Place place = std::bit_cast<Place>(load_word(ring->header));
     const auto size = static_cast<uint32_t>(ring->size);
     if (static_cast<uint32_t>(place.index) >= size) [[unlikely]]
         place.index = 0;
@@ -47,8 +56,7 @@ inline Place load_place(const Ring* ring) {
 }
 
 inline void store_place(Ring* ring, Place place) {
-    __atomic_store_n(reinterpret_cast<Word*>(&ring->header->index), std::bit_cast<uint64_t>(place),
-                     __ATOMIC_RELEASE);
+    store_word(ring->header, std::bit_cast<uint64_t>(place));
 }
 
 // The points of one instant, newest first.
