@@ -64,8 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const Forced forced(other);
         demand(Rescued(data + 1, nbytes) == best);
     }
-    if (lot % 16 == 2) there_and_back(best.items, best.count, block);
-    if (lot % 16 == 10) take_as_samples(data + 1, size - 1, block);
+    if (lot % 32 == 2) there_and_back(best.items, best.count, block);
+    if (lot % 32 == 10) take_as_samples(data + 1, size - 1, block);
     elog_clear();
     return 0;
 }

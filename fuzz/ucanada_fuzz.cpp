@@ -66,9 +66,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         demand(again.fault == best.fault && again.known == best.known);
         demand(same(again.items, best.items, best.known));
     }
-    if (lot % 16 == 2 && best.count >= 20)
+    if (lot % 32 == 2 && best.count >= 20)
         there_and_back(best.items, best.count / 20 * 20 - (best.fault == UCANADA_CUT ? 19 : -1));
-    if (lot % 16 == 10) take_as_samples(data + 2, size - 2);
+    if (lot % 32 == 10) take_as_samples(data + 2, size - 2);
     elog_clear();
     return 0;
 }
