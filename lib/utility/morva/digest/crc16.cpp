@@ -6,7 +6,9 @@ using morva::Crc16;
 extern "C" {
 
 uint16_t vk_crc16(uint16_t* crc, const void* bytes, int n) {
-    return *crc = morva::add_bytes<Crc16>(*crc, bytes, n);
+    if (n <= 0) return *crc;
+    return morva::g_crcs.crc16(*crc, static_cast<const unsigned char*>(bytes),
+                               static_cast<std::size_t>(n), crc);
 }
 
 uint16_t vk_crc16_combine(uint16_t first, uint16_t second, long n) {

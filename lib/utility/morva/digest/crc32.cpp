@@ -6,7 +6,9 @@ using morva::Crc32;
 extern "C" {
 
 uint32_t vk_crc32(uint32_t* crc, const void* bytes, int n) {
-    return *crc = morva::add_bytes<Crc32>(*crc, bytes, n);
+    if (n <= 0) return *crc;
+    return morva::g_crcs.crc32(*crc, static_cast<const unsigned char*>(bytes),
+                               static_cast<std::size_t>(n), crc);
 }
 
 uint32_t vk_crc32_combine(uint32_t first, uint32_t second, long n) {

@@ -6,7 +6,9 @@ using morva::Crc64;
 extern "C" {
 
 uint64_t vk_crc64(uint64_t* crc, const void* bytes, int n) {
-    return *crc = morva::add_bytes<Crc64>(*crc, bytes, n);
+    if (n <= 0) return *crc;
+    return morva::g_crcs.crc64(*crc, static_cast<const unsigned char*>(bytes),
+                               static_cast<std::size_t>(n), crc);
 }
 
 uint64_t vk_crc64_combine(uint64_t first, uint64_t second, long n) {

@@ -1,13 +1,25 @@
 #include "digest/crc_fold.hpp"
 
+#include <iterator>
+
 #ifdef __x86_64__
 #include "digest/x86.hpp"
 #endif
 
 namespace morva {
 
-constinit const FoldVersion* g_fold = nullptr;
-constinit const FoldVersion* g_fold_short = nullptr;
+namespace {
+
+template <class C>
+typename C::Word add_plain(typename C::Word crc, const unsigned char* bytes, std::size_t n,
+                           typename C::Word* result) {
+    return *result = C::add_plain(crc, bytes, n);
+}
+
+}  // namespace
+
+constinit CrcVersion g_crcs = {"plain",          [] { return true; }, add_plain<Crc16>,
+                               add_plain<Crc32>, add_plain<Crc64>,    add_plain<QtCrc>};
 
 #ifdef __x86_64__
 namespace {
@@ -47,7 +59,13 @@ MORVA_CLMUL inline __m128i word(std::uint64_t low) {
     return _mm_cvtsi64_si128(static_cast<long long>(low));
 }
 
-// The last step of both versions: the product of 128 bits to the 64 of the CRC.
+// Masks that slide the bytes of a register by up to 16 places, zeros behind them.
+alignas(64) constexpr unsigned char kSlide[3 * kPiece] = {
+    128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128,
+    0,   1,   2,   3,   4,   5,   6,   7,   8,   9,   10,  11,  12,  13,  14,  15,
+    128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
+
+// The last step: the product of 128 bits to the 64 of the CRC.
 template <bool kReflected>
 MORVA_CLMUL inline std::uint64_t reduced(__m128i rest, const Constants& c) {
     constexpr int kFirst = kReflected ? 0x00 : 0x01;  // the half of a register that comes first
@@ -55,16 +73,11 @@ MORVA_CLMUL inline std::uint64_t reduced(__m128i rest, const Constants& c) {
     if (!kReflected) times = _mm_xor_si128(times, rest);
     const __m128i product = _mm_clmulepi64_si128(times, word(c.polynomial), kFirst);
     const __m128i result = _mm_xor_si128(rest, product);
-    if (!kReflected) return static_cast<std::uint64_t>(_mm_cvtsi128_si64(result));
+    if (!kReflected)
+        return __builtin_bswap64(static_cast<std::uint64_t>(_mm_cvtsi128_si64(result)));
     return static_cast<std::uint64_t>(_mm_extract_epi64(result, 1)) ^
            (static_cast<std::uint64_t>(_mm_cvtsi128_si64(times)) & c.lost_term);
 }
-
-// Masks that slide the bytes of a register by up to 16 places, zeros behind them.
-constexpr unsigned char kSlide[3 * kPiece] = {
-    128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128,
-    0,   1,   2,   3,   4,   5,   6,   7,   8,   9,   10,  11,  12,  13,  14,  15,
-    128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
 
 // What does not fill a piece comes first, behind zeros, which add nothing. The start value belongs
 // to the first eight bytes of the message, wherever these stand.
@@ -96,73 +109,149 @@ MORVA_CLMUL std::uint64_t fold_clmul(std::uint64_t start, const unsigned char* b
                           _mm_xor_si128(moved(d, c.fold[1]), e));
     }
     while (bytes < end) a = _mm_xor_si128(moved(a, c.fold[1]), next());
-    return reduced<kReflected>(moved(a, c.last[3]), c);
+    return reduced<kReflected>(moved(a, c.last[15]), c);
+}
+
+template <class C>
+MORVA_CLMUL typename C::Word add_clmul(typename C::Word crc, const unsigned char* bytes,
+                                       std::size_t n, typename C::Word* result) {
+    static constexpr Constants kConstants = fold::constants<C>();
+    if (n < kPiece) return add_plain<C>(crc, bytes, n, result);
+    return *result = fold::crc_of<C>(
+               fold_clmul<C::kReflected>(fold::start_of<C>(crc), bytes, n, kConstants));
 }
 
 // Turns round the bits of every byte, as a product with this matrix of bits.
 constexpr long long kTurned = static_cast<long long>(0x8040201008040201);
 
 template <bool kReflected>
+MORVA_VCLMUL inline __m128i turned(__m128i bytes) {
+    return kReflected ? bytes : _mm_gf2p8affine_epi64_epi8(bytes, _mm_set1_epi64x(kTurned), 0);
+}
+template <bool kReflected>
 MORVA_VCLMUL inline __m512i turned(__m512i bytes) {
     return kReflected ? bytes : _mm512_gf2p8affine_epi64_epi8(bytes, _mm512_set1_epi64(kTurned), 0);
 }
 
+MORVA_VCLMUL inline __m128i added(__m128i a, __m128i factors, __m128i b) {
+    return _mm_ternarylogic_epi64(_mm_clmulepi64_si128(a, factors, 0x00),
+                                  _mm_clmulepi64_si128(a, factors, 0x11), b, 0x96);
+}
 MORVA_VCLMUL inline __m512i added(__m512i a, __m512i factors, __m512i b) {
     return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(a, factors, 0x00),
                                      _mm512_clmulepi64_epi128(a, factors, 0x11), b, 0x96);
 }
 
-// Moves every lane, and adds.
-MORVA_VCLMUL inline __m512i added(__m512i a, const Pair& by, __m512i b) {
-    return added(a, _mm512_broadcast_i32x4(load(&by)), b);
+template <bool kReflected>
+MORVA_VCLMUL inline std::uint64_t turned_rest(__m128i sum, const Constants& c) {
+    const __m128i times = _mm_clmulepi64_si128(sum, word(c.inverse), 0x00);
+    const __m128i product = _mm_clmulepi64_si128(times, word(c.polynomial), 0x00);
+    const __m128i rest = turned<kReflected>(_mm_xor_si128(sum, product));
+    const auto result = static_cast<std::uint64_t>(_mm_extract_epi64(rest, 1));
+    if (!kReflected) return result;
+    return result ^ (static_cast<std::uint64_t>(_mm_cvtsi128_si64(times)) & c.lost_term);
 }
 
+// Few pieces: none waits for another, because each is moved to the end at once. The first may be
+// short. What remains of the start value behind less than eight bytes is added to the result.
 template <bool kReflected>
-MORVA_VCLMUL std::uint64_t fold_vclmul(std::uint64_t start, const unsigned char* bytes,
-                                       std::size_t n, const Constants& c) {
+MORVA_VCLMUL inline std::uint64_t fold_pieces(std::uint64_t start, const unsigned char* bytes,
+                                              std::size_t n, const Constants& c) {
     const unsigned char* const end = bytes + n;
-    const std::size_t odd = n % kWide;
-    __m512i more = _mm512_zextsi128_si512(word(start));
+    const std::size_t odd = (n - 1) % kPiece + 1, whole = (n - 1) / kPiece;
+    const auto some = static_cast<__mmask16>((1u << odd) - 1);
+    __m128i more = word(start);
+    const __m128i first = n < kPiece ? _mm_maskz_loadu_epi8(some, bytes) : load(bytes);
+    const __m128i front = _mm_shuffle_epi8(_mm_xor_si128(first, more), load(kSlide + odd));
+    more = _mm_shuffle_epi8(more, load(kSlide + kPiece + odd));
+    const Pair* const last = std::end(c.last) - 1;
+    __m128i sum = added(turned<kReflected>(front), load(last - whole), _mm_setzero_si128());
+    const auto add = [&](std::ptrdiff_t before) MORVA_VCLMUL {
+        const __m128i piece = load(end - (before + 1) * static_cast<std::ptrdiff_t>(kPiece));
+        sum = added(turned<kReflected>(_mm_xor_si128(piece, more)), load(last - before), sum);
+        more = _mm_setzero_si128();
+    };
+    switch (whole) {
+        case 3:
+            add(2);
+            [[fallthrough]];
+        case 2:
+            add(1);
+            [[fallthrough]];
+        case 1:
+            add(0);
+            [[fallthrough]];
+        default:
+            break;
+    }
+    return turned_rest<kReflected>(sum, c) ^ static_cast<std::uint64_t>(_mm_cvtsi128_si64(more));
+}
+
+// Four registers in a row are moved on side by side, and at last to the end. In front of them are
+// zeros, and what does not fill a register.
+template <bool kReflected>
+MORVA_VCLMUL std::uint64_t fold_wide(std::uint64_t start, const unsigned char* bytes, std::size_t n,
+                                     const Constants& c) {
+    const unsigned char* const end = bytes + n;
     const auto next = [&]() MORVA_VCLMUL {
         const __m512i pieces = turned<kReflected>(_mm512_loadu_si512(bytes));
         bytes += kWide;
         return pieces;
     };
-    __m512i a;
-    if (odd > 0) {
-        const __mmask64 front = ~std::uint64_t{0} >> (kWide - odd), back = front << (kWide - odd);
-        a = n < kWide ? _mm512_maskz_loadu_epi8(front, bytes) : _mm512_loadu_si512(bytes);
-        a = turned<kReflected>(_mm512_maskz_expand_epi8(back, _mm512_xor_si512(a, more)));
-        more = _mm512_zextsi128_si512(word(odd < sizeof start ? start >> (8 * odd) : 0));
-        bytes += odd;
-        if (bytes < end)
-            a = added(a, c.fold[4], _mm512_xor_si512(next(), turned<kReflected>(more)));
+    const __m512i by_four = _mm512_broadcast_i32x4(load(&c.fold[16])),
+                  zero = _mm512_setzero_si512();
+    __m512i more = _mm512_zextsi128_si512(word(start));
+    __m512i a = zero, b = zero, d = zero, e = zero;
+    if (n % (4 * kWide) == 0) {
+        a = _mm512_xor_si512(next(), turned<kReflected>(more));
+        b = next(), d = next(), e = next();
     } else {
-        a = turned<kReflected>(_mm512_xor_si512(_mm512_loadu_si512(bytes), more));
-        bytes += kWide;
-    }
-    if (end - bytes >= static_cast<std::ptrdiff_t>(3 * kWide)) {
-        __m512i b = next(), d = next(), e = next();
-        while (end - bytes >= static_cast<std::ptrdiff_t>(4 * kWide)) {
-            for (std::size_t line = 0; line < 4; ++line)
-                _mm_prefetch(bytes + kAhead + line * kWide, _MM_HINT_T0);
-            a = added(a, c.fold[16], next());
-            b = added(b, c.fold[16], next());
-            d = added(d, c.fold[16], next());
-            e = added(e, c.fold[16], next());
+        const std::size_t odd = n % kWide;
+        if (odd > 0) {
+            const __mmask64 back = ~std::uint64_t{0} << (kWide - odd);
+            const __m512i front = _mm512_xor_si512(_mm512_loadu_si512(bytes), more);
+            d = turned<kReflected>(_mm512_maskz_expand_epi8(back, front));
+            more = _mm512_zextsi128_si512(word(odd < sizeof start ? start >> (8 * odd) : 0));
+            bytes += odd;
         }
-        a = added(a, c.fold[12], added(b, c.fold[8], added(d, c.fold[4], e)));
+        const __m512i front = d;
+        e = _mm512_xor_si512(next(), turned<kReflected>(more));
+        while ((end - bytes) % static_cast<std::ptrdiff_t>(4 * kWide) != 0) {
+            a = b;
+            b = d;
+            d = e;
+            e = next();
+        }
+        if (n / kWide % 4 == 0) e = added(front, by_four, e);  // there were five
     }
-    while (bytes < end) a = added(a, c.fold[4], next());
-    a = added(a, _mm512_loadu_si512(c.last), _mm512_setzero_si512());
+    while (bytes < end) {
+        for (std::size_t line = 0; line < 4; ++line)
+            _mm_prefetch(bytes + kAhead + line * kWide, _MM_HINT_T0);
+        a = added(a, by_four, next());
+        b = added(b, by_four, next());
+        d = added(d, by_four, next());
+        e = added(e, by_four, next());
+    }
+    const auto to_end = [&](__m512i pieces, int place, __m512i others) MORVA_VCLMUL {
+        return added(pieces, _mm512_load_si512(c.last + 4 * place), others);
+    };
+    a = _mm512_xor_si512(to_end(a, 0, to_end(b, 1, zero)), to_end(d, 2, to_end(e, 3, zero)));
     const __m256i two =
         _mm256_xor_si256(_mm512_castsi512_si256(a), _mm512_extracti64x4_epi64(a, 1));
     const __m128i one =
         _mm_xor_si128(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1));
-    const std::uint64_t crc = reduced<true>(one, c);
-    if (kReflected) return crc;
-    const __m128i bits = _mm_gf2p8affine_epi64_epi8(word(crc), word(kTurned), 0);
-    return __builtin_bswap64(static_cast<std::uint64_t>(_mm_cvtsi128_si64(bits)));
+    return turned_rest<kReflected>(one, c);
+}
+
+template <class C>
+MORVA_VCLMUL typename C::Word add_vclmul(typename C::Word crc, const unsigned char* bytes,
+                                         std::size_t n, typename C::Word* result) {
+    static_assert(C::kReflected || C::kWidth < 64);  // no term of the mirror image is lost
+    static constexpr Constants kConstants = fold::constants<fold::Reflected<C>>();
+    const std::uint64_t start = fold::start_of<C>(crc);
+    const std::uint64_t rest = n <= kWide ? fold_pieces<C::kReflected>(start, bytes, n, kConstants)
+                                          : fold_wide<C::kReflected>(start, bytes, n, kConstants);
+    return *result = fold::crc_of<C>(rest);
 }
 
 bool has_clmul() {
@@ -175,29 +264,31 @@ bool has_vclmul() {
            __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("gfni");
 }
 
-constexpr FoldVersion kVersions[] = {
-    {"AVX-512", has_vclmul, 8, true, fold_vclmul<true>, fold_vclmul<false>},
-    {"PCLMULQDQ", has_clmul, kPiece, false, fold_clmul<true>, fold_clmul<false>},
+constexpr CrcVersion kVersions[] = {
+    {"AVX-512", has_vclmul, add_vclmul<Crc16>, add_vclmul<Crc32>, add_vclmul<Crc64>,
+     add_vclmul<QtCrc>},
+    {"PCLMULQDQ", has_clmul, add_clmul<Crc16>, add_clmul<Crc32>, add_clmul<Crc64>,
+     add_clmul<QtCrc>},
 };
 
 [[gnu::constructor]] void choose() {
     __builtin_cpu_init();
-    for (const FoldVersion& version : kVersions)
+    for (const CrcVersion& version : kVersions)
         if (version.runs()) {
-            if (g_fold == nullptr) g_fold = &version;
-            g_fold_short = &version;
+            g_crcs = version;
+            return;
         }
 }
 
 }  // namespace
 
-std::span<const FoldVersion> fold_versions() {
+std::span<const CrcVersion> crc_versions() {
     return kVersions;
 }
 
 #else
 
-std::span<const FoldVersion> fold_versions() {
+std::span<const CrcVersion> crc_versions() {
     return {};
 }
 

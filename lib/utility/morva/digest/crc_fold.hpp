@@ -25,11 +25,11 @@ struct FoldConstants {
     struct Pair {
         std::uint64_t low, high;  // factors of the register's low and high half
     };
-    Pair fold[17];             // fold[k] moves a piece by k pieces, that is by 128 k bits
-    Pair last[4];              // reduces four pieces in a row to one product times x^64
-    std::uint64_t inverse;     // of Barrett's reduction: x^128 / P without its highest term
-    std::uint64_t polynomial;  // without its highest term
-    std::uint64_t lost_term;   // all ones when the term 1 of a reflected polynomial did not fit
+    alignas(64) Pair last[16];  // reduces so many pieces in a row to one product times x^64
+    Pair fold[17];              // fold[k] moves a piece by k pieces, that is by 128 k bits
+    std::uint64_t inverse;      // of Barrett's reduction: x^128 / P without its highest term
+    std::uint64_t polynomial;   // without its highest term
+    std::uint64_t lost_term;    // all ones when the term 1 of a reflected polynomial did not fit
 };
 
 namespace fold {
@@ -75,7 +75,7 @@ constexpr FoldConstants constants() {
     };
     FoldConstants result{};
     for (std::uint64_t k = 1; k < 17; ++k) result.fold[k] = pair(128 * k, false);
-    for (std::uint64_t k = 0; k < 4; ++k) result.last[k] = pair(128 * (3 - k) + 64, true);
+    for (std::uint64_t k = 0; k < 16; ++k) result.last[k] = pair(128 * (15 - k) + 64, true);
     if constexpr (C::kReflected) {
         // One bit higher than the terms they stand for, so that products are where they belong.
         result.inverse = reversed(quotient(reversed(C::kPolynomial))) << 1 | 1;
@@ -88,58 +88,35 @@ constexpr FoldConstants constants() {
     return result;
 }
 
-// The start value as the first eight bytes of a message see it, and the result as a CRC.
+// The start value as the first eight bytes of a message see it, and the CRC from that form.
 template <class C>
 constexpr std::uint64_t start_of(typename C::Word crc) {
     return C::kReflected ? crc : __builtin_bswap64(std::uint64_t{crc} << (64 - C::kWidth));
 }
 template <class C>
 constexpr typename C::Word crc_of(std::uint64_t rest) {
-    return static_cast<typename C::Word>(C::kReflected ? rest : rest >> (64 - C::kWidth));
+    if constexpr (C::kReflected) return static_cast<typename C::Word>(rest);
+    return static_cast<typename C::Word>(__builtin_bswap64(rest) >> (64 - C::kWidth));
 }
 
 }  // namespace fold
 
-// One version of the kernel, for messages of `least` bytes or more.
-using Fold = std::uint64_t (*)(std::uint64_t start, const unsigned char* bytes, std::size_t n,
-                               const FoldConstants& constants);
-struct FoldVersion {
+// The CRC of n > 0 bytes from `crc` on, which is also stored.
+template <class C>
+using AddCrc = typename C::Word (*)(typename C::Word crc, const unsigned char* bytes, std::size_t n,
+                                    typename C::Word* result);
+
+struct CrcVersion {
     const char* name;
     bool (*runs)();  // on this processor
-    std::size_t least;
-    bool mirrors;  // straight CRCs by the constants of their mirror image
-    Fold reflected, straight;
+    AddCrc<Crc16> crc16;
+    AddCrc<Crc32> crc32;
+    AddCrc<Crc64> crc64;
+    AddCrc<QtCrc> qtcrc;
 };
-std::span<const FoldVersion> fold_versions();  // better ones first
+std::span<const CrcVersion> crc_versions();  // better ones first, without the plain one
 
-// The best of them, chosen when the library is loaded; null when none runs. Short messages that
-// don't fill a wide register are done sooner by narrow ones.
-extern const FoldVersion* g_fold;
-extern const FoldVersion* g_fold_short;
-
-inline const FoldVersion* best_fold(std::size_t n) {
-    return n >= 16 && n < 96 && n != 64 ? g_fold_short : g_fold;
-}
-
-template <class C>
-typename C::Word add_folded(const FoldVersion& version, typename C::Word crc,
-                            const unsigned char* bytes, std::size_t n) {
-    static constexpr FoldConstants kConstants = fold::constants<C>();
-    static constexpr FoldConstants kMirrored = fold::constants<fold::Reflected<C>>();
-    if (n < version.least) return C::add_plain(crc, bytes, n);
-    const Fold kernel = C::kReflected ? version.reflected : version.straight;
-    return fold::crc_of<C>(
-        kernel(fold::start_of<C>(crc), bytes, n, version.mirrors ? kMirrored : kConstants));
-}
-
-template <class C>
-typename C::Word add_bytes(typename C::Word crc, const void* bytes, int n) {
-    if (n <= 0) return crc;
-    const auto* first = static_cast<const unsigned char*>(bytes);
-    const auto count = static_cast<std::size_t>(n);
-    const FoldVersion* const version = best_fold(count);
-    return version != nullptr ? add_folded<C>(*version, crc, first, count)
-                              : C::add_plain(crc, first, count);
-}
+// The best of them, chosen when the library is loaded.
+extern CrcVersion g_crcs;
 
 }  // namespace morva

@@ -8,7 +8,9 @@ using morva::QtCrc;
 extern "C" {
 
 uint32_t qtcrc(uint32_t* crc, const void* bytes, int n) {
-    return *crc = morva::add_bytes<QtCrc>(0, bytes, n);
+    if (n <= 0) return *crc = 0;
+    return morva::g_crcs.qtcrc(0, static_cast<const unsigned char*>(bytes),
+                               static_cast<std::size_t>(n), crc);
 }
 
 uint32_t qtcrc_combine(uint32_t first, uint32_t second, long n) {
