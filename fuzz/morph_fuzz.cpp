@@ -82,9 +82,16 @@ bool is_slow(Tbl* table) {
     return false;
 }
 
+int drop(int, char*, Tbl*) {
+    return 1;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Fifty rules that do not compile would end the program at the register's limit.
+    static const int quiet = elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(drop));
+    (void)quiet;
     if (size < 1 || size > 1000) return 0;
     const int flags = data[0] & 3;
     std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
@@ -108,6 +115,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     freemorphtbl(table);
     freetbl(rules, nullptr);
-    elog_clear();
     return 0;
 }
