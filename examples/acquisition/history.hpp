@@ -1,6 +1,6 @@
 // What a client keeps for others to look at while it runs: a ring of the amplitudes of each channel
 // in physical units, one of the latency of all packets together, and the last packet of each
-// channel, its body as packet.hpp tells, in a shared heap.
+// channel, its body as it came, in a shared heap.
 #pragma once
 
 #include <algorithm>

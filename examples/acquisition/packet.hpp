@@ -1,25 +1,8 @@
 // Packets of waveforms, as wfserver sends them and wfclient reads them over a stream.
 //
 // A client connects and sends one request; the server answers with packets until either side
-// closes. Both travel in frames, all items in the machine-independent order of bytes:
-//
-//     4 bytes  "WFR1" for a request, "WFP1" for a packet
-//     int      bytes of the body
-//     ...      the body
-//     int      CRC-32 of the body
-//
-//     request: long   CRC-64 of the recording that the client knows, 0 for none
-//              long   sequence number of the first packet that it wants; -1: from now on
-//
-//     packet:  long   CRC-64 of the recording
-//              long   sequence number, from 0; -1: a sign of life without samples
-//              long   packets of the recording; later numbers belong to its repetitions
-//              8 + 8  station and channel, padded with zeros
-//              double time of the first sample, samples a second, calibration (nm a count), its
-//                     period, and the time when the server had the packet
-//              int    codec, as codecs.hpp numbers them
-//              int    samples
-//              ...    the samples in that codec
+// closes. Both travel in frames: a word of four bytes, the length of the body, the body, its
+// CRC-32. docs/formats/packets.md shows every byte.
 //
 // What a packet holds depends on the recording and the sequence number alone, never on the state of
 // the server: whoever asks for the packets behind the last one it has misses none.

@@ -224,6 +224,43 @@ double reported(const Program& client, const std::string& word) {
     return std::atof(text.c_str() + start);
 }
 
+std::string hex_of(const Memory& memory) {
+    std::string text;
+    for (const char byte : memory.all()) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
+        text += digits;
+    }
+    return text;
+}
+
+// docs/formats/packets.md works these bytes out.
+TEST(Packets, StandByteByByte) {
+    const int64_t recording = 0x0123456789abcdef;
+    Memory bytes, body;
+    put_request(bytes.stream(), {recording, 354});
+    EXPECT_EQ(hex_of(bytes), "57465231000000100123456789abcdef0000000000000162af35255a");
+    Request request;
+    EXPECT_TRUE(get_request(bytes.stream(), &request, body));
+    EXPECT_EQ(request.recording, recording);
+    EXPECT_EQ(request.first, 354);
+
+    const std::string samples("\0\0\0\1\xff\xff\xff\xfe", 8);
+    Packet sent{recording, 355, 354, "DUNE", "HHZ", 1.5, 100, 0.0625, 1, 2.5, 0, 2, samples}, got;
+    bnsclr(bytes.stream());
+    put_packet(bytes.stream(), sent);
+    EXPECT_EQ(
+        hex_of(bytes),
+        "57465031000000600123456789abcdef0000000000000163000000000000016244554e450000000048485a"
+        "00000000003ff800000000000040590000000000003fb00000000000003ff0000000000000400400000000"
+        "0000000000000000000200000001fffffffef3d76b99");
+    EXPECT_TRUE(get_packet(bytes.stream(), &got, body));
+    EXPECT_EQ(got.sequence, 355);
+    EXPECT_STREQ(got.channel, "HHZ");
+    EXPECT_EQ(got.released, 2.5);
+    EXPECT_EQ(got.payload, samples);
+}
+
 TEST_F(Acquisition, EveryCodecBringsTheRecording) {
     Program serving = server("-p 0 -s 1e9 -S state.server");
     const int port = serving.port();
