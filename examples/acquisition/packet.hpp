@@ -41,7 +41,7 @@ struct Packet {
 // A stream without a descriptor: what is put to it can be got from it, or taken as bytes.
 class Memory {
   public:
-    Memory() : bns_(bnsnew(-1, 0)) {}
+    Memory() : bns_(bnsnew(-1, 0)) { bnstimeout(bns_, 0); }  // there is nothing to wait for
     ~Memory() { bnsfree(bns_); }
     Memory(const Memory&) = delete;
     Memory& operator=(const Memory&) = delete;
