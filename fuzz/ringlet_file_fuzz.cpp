@@ -36,15 +36,16 @@ void use(Ringlet* ringlet) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    const int fd = ::memfd_create("ringlet", 0);
-    if (::write(fd, bytes, size) != static_cast<ssize_t>(size)) std::abort();
+    static const int fd = ::memfd_create("ringlet", 0);
+    if (::ftruncate(fd, static_cast<off_t>(size)) != 0 ||
+        ::pwrite(fd, bytes, size, 0) != static_cast<ssize_t>(size))
+        std::abort();
     char path[64];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
     if (Ringlet* ringlet = openringlet(path, 0, 0)) {
         use(ringlet);
         closeringlet(ringlet);
     }
-    ::close(fd);
     elog_clear();
     return 0;
 }
