@@ -16,6 +16,8 @@ struct Settings {
     std::vector<Column> columns = all_columns();
     std::vector<Codec> codecs;   // of the table of sizes; none: no such table
     std::string unit;            // of amplitudes; empty: counts
+    std::string folder;          // of the histories; empty: none are kept
+    int ring_size = 3600;        // points of each
     bool announce = true;        // tell who the program is
     double max_file_size = 1e9;  // bytes
     long max_bad_files = 0;      // 0: any number
@@ -42,6 +44,8 @@ inline void take_settings(Pf* pf, Settings& settings) {
         settings.codecs.push_back(codec_named(name));
     settings.unit = text_or(pf, "amplitude_unit", "");
     require_motion(settings.unit);
+    settings.folder = text_or(pf, "folder", "");
+    settings.ring_size = static_cast<int>(number_or(pf, "ring_size", settings.ring_size));
     settings.announce = switch_or(pf, "announce", settings.announce);
     if (pfget_string(pf, "max_file_size")) settings.max_file_size = pfget_size(pf, "max_file_size");
     if (pfget_string(pf, "max_bad_files")) settings.max_bad_files = pfget_int(pf, "max_bad_files");

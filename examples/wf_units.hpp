@@ -4,8 +4,11 @@
 // calibration period. Velocity and acceleration are those of a sine of that period.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <span>
 #include <string>
 
 #include "morva.h"
@@ -46,4 +49,18 @@ inline Scale scale_of(double calibration, double period, const std::string& unit
         amplitude *= 2 * M_PI / period;
     }
     return {};
+}
+
+// The largest distance of a sample from their mean, in the unit of the scale's factor.
+inline double amplitude_of(std::span<const int32_t> samples, double factor) {
+    if (samples.empty()) return 0;
+    int64_t sum = 0;
+    int32_t least = INT32_MAX, most = INT32_MIN;
+    for (const int32_t sample : samples) {
+        sum += sample;
+        least = std::min(least, sample);
+        most = std::max(most, sample);
+    }
+    const double mean = static_cast<double>(sum) / static_cast<double>(samples.size());
+    return std::max(most - mean, mean - least) * std::fabs(factor);
 }

@@ -1,9 +1,10 @@
 // wfreport: decodes the CM6 sections of GSE2 waveform messages, verifies their checksums, and
 // prints a table with one row for each section.
 //
-//     wfreport FILE...        "-" is standard input
+//     wfreport [-o FOLDER] FILE...        "-" is standard input
 //
 // A second table tells how many bytes a sample each section takes under the codecs of the library.
+// With a folder, rings of the decode speed and the amplitude of each section are kept there.
 //
 // Which files without an argument, which sections, columns and codecs and some limits are settings
 // in the parameter file `wfreport`; see data/pf/wfreport.pf.
@@ -12,6 +13,7 @@
 // has a section that is damaged gets one line on standard error, and the others are still
 // processed. The exit status is 0 when all is good.
 #include <strings.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,10 +21,12 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "morva.h"
 #include "wf_decode.hpp"
 #include "wf_files.hpp"
+#include "wf_history.hpp"
 #include "wf_sections.hpp"
 #include "wf_settings.hpp"
 #include "wf_sizes.hpp"
@@ -32,11 +36,16 @@ namespace {
 
 constexpr char kVersion[] = "1.0";
 constexpr char kUsage[] =
-    "usage: %s FILE...\n\treports on the waveforms of GSE2 messages; - is standard input\n"
-    "\twithout FILE: of those that the parameter file wfreport names\n";
+    "usage: %s [-o FOLDER] FILE...\n"
+    "\treports on the waveforms of GSE2 messages; - is standard input\n"
+    "\twithout FILE: of those that the parameter file wfreport names\n"
+    "\t-o: keeps rings of decode speed and amplitude in the folder\n";
 
 struct Totals {
+    explicit Totals(Settings given)
+        : settings(std::move(given)), history(settings.folder, settings.ring_size) {}
     Settings settings;
+    History history;
     long files = 0, bad_files = 0;
     long sections = 0, bad_sections = 0, skipped = 0;
     Arr* formats = nullptr;  // names of the formats that were skipped
@@ -124,10 +133,14 @@ void report_section(File& file, const Section* section, long number, Decoder& de
                     Totals& totals) {
     const Settings& settings = totals.settings;
     decode(section, decoder);
-    print_row(
-        file, settings,
-        {file.name, section, decoder.nsamp, decoder.samples, verdict_word(decoder.verdict.status),
-         decoder.seconds, scale_of(section->calibration, section->period, settings.unit)});
+    const Row row = {file.name,
+                     section,
+                     decoder.nsamp,
+                     decoder.samples,
+                     verdict_word(decoder.verdict.status),
+                     decoder.seconds,
+                     scale_of(section->calibration, section->period, settings.unit)};
+    print_row(file, settings, row);
     if (decoder.verdict.status != UM6_GOOD) {
         note_verdict(file, section, number, decoder.verdict);
     } else if (decoder.nsamp != section->samples) {
@@ -135,6 +148,7 @@ void report_section(File& file, const Section* section, long number, Decoder& de
                      "WID2 says " + std::to_string(section->samples) + " samples, " +
                          std::to_string(decoder.nsamp) + " were decoded");
     } else {
+        totals.history.add(row);
         report_sizes(file, section, number, decoder, totals.sizes);
     }
 }
@@ -235,6 +249,14 @@ void process_files(const std::vector<std::string>& files, Totals& totals) {
     totals.sizes.print(width);
 }
 
+// What the command line says comes before the settings.
+void take_options(int argc, char** argv, Settings& settings) {
+    for (int option; (option = ::getopt(argc, argv, "+o:")) != -1;) {
+        if (option != 'o') elog_die(0, kUsage, Program_Name);
+        settings.folder = optarg;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -244,11 +266,12 @@ int main(int argc, char** argv) {
         return 0;
     }
 
-    Totals totals;
-    totals.settings = read_settings("wfreport");
+    Settings read = read_settings("wfreport");
+    take_options(argc, argv, read);
+    Totals totals(std::move(read));
     const Settings& settings = totals.settings;
     const std::vector<std::string> files =
-        argc > 1 ? std::vector<std::string>(argv + 1, argv + argc) : settings.files;
+        optind < argc ? std::vector<std::string>(argv + optind, argv + argc) : settings.files;
     if (files.empty()) elog_die(0, kUsage, Program_Name);
     if (settings.announce) announce(nullptr, kVersion);
     if (!settings.sources.empty()) elog_notify(0, "settings from %s\n", settings.sources.c_str());

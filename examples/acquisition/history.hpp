@@ -58,7 +58,7 @@ class History {
         follow(channel, packet);
         const double now = std_now(), last = packet.time + (packet.nsamp - 1) / packet.rate;
         // A point that is there already, from before a restart, is refused, as it should be.
-        pushring(channel.amplitudes, last, amplitude(samples, channel.scale.factor));
+        pushring(channel.amplitudes, last, amplitude_of(samples, channel.scale.factor));
         pushring(latency_, now, now - packet.released);
         channel.last = body;
         if (channel.packets == channel.kept) changed_.push_back(found);
@@ -84,20 +84,6 @@ class History {
 
   private:
     using Named = std::pair<const std::string, Channel>;
-
-    // The largest distance from the mean, in the unit of the scale.
-    static double amplitude(Samples samples, double factor) {
-        if (samples.empty()) return 0;
-        int64_t sum = 0;
-        int32_t least = INT32_MAX, most = INT32_MIN;
-        for (const int32_t sample : samples) {
-            sum += sample;
-            least = std::min(least, sample);
-            most = std::max(most, sample);
-        }
-        const double mean = static_cast<double>(sum) / static_cast<double>(samples.size());
-        return std::max(most - mean, mean - least) * std::fabs(factor);
-    }
 
     // Packets of a channel are alike: what follows from their head is worked out when it changes.
     void follow(Channel& channel, const Packet& packet) const {

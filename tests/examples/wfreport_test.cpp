@@ -189,10 +189,37 @@ TEST_F(Wfreport, ReadsStandardInputAndExplainsItself) {
     EXPECT_EQ(report("- <good.gse2").status, 0);
     const Outcome alone = report(""), asked = report("--help");
     EXPECT_EQ(alone.status, 1);
-    EXPECT_THAT(alone.err, testing::HasSubstr("usage: wfreport FILE..."));
+    EXPECT_THAT(alone.err, testing::HasSubstr("usage: wfreport [-o FOLDER] FILE..."));
     EXPECT_EQ(asked.status, 0);
-    EXPECT_THAT(asked.out, testing::StartsWith("usage: wfreport FILE..."));
+    EXPECT_THAT(asked.out, testing::StartsWith("usage: wfreport [-o FOLDER] FILE..."));
     EXPECT_EQ(report("good.gse2 >/dev/full").status, 1);
+}
+
+TEST_F(Wfreport, KeepsHistoriesOfGoodSections) {
+    // 5, 13, 15, 20 and the same with a calibration of 2 nm; a section whose checksum differs.
+    std::string nm = kWid2;
+    nm.replace(nm.find("6.25e-02"), 8, "2.00e+00");
+    const std::string none = kWid2.substr(0, kWid2.find("   6.25e-02")) + "\n";
+    const std::string data = "DAT2\n31K1\nCHK2 ";
+    write("m.gse2", none + data + "53\n" + nm + data + "53\n" + nm + data + "13\n");
+    write("wfreport.pf", "folder from/pf\nring_size 7\namplitude_unit nm\n");
+    const kit::Env table("UNITS", kUnits.c_str());
+    for (const std::string folder : {"from/pf/", "told/"}) {
+        for (int i = 0; i < 2; ++i) report(folder == "told/" ? "-o told m.gse2" : "m.gse2");
+        const auto values = [&](const std::string& name) {
+            return run(kPrograms + "morva ring tail " + folder + name + ".ring | sed 's/.* //'")
+                .out;
+        };
+        EXPECT_EQ(values("counts"), "8.25\n8.25\n");
+        EXPECT_EQ(values("amplitude"), "16.5\n16.5\n");
+        EXPECT_THAT(
+            run(kPrograms + "morva ring stats " + folder + "*.ring").out,
+            testing::AllOf(testing::HasSubstr("amplitude, nm\n  points         2\n"),
+                           testing::HasSubstr("decode speed, Msample/s\n  points         4")));
+    }
+    EXPECT_EQ(report("-o m.gse2/no m.gse2").err,
+              "wfreport: m.gse2 is not a directory\n"
+              "wfreport *fatal*: no folder for m.gse2/no/speed.ring\n");
 }
 
 TEST_F(Wfreport, TakesItsSettingsFromAParameterFile) {
