@@ -208,6 +208,10 @@ TEST(Cm6Buffer, OfSizeZeroIsReplacedAndNotFreed) {
     int32_t* const first = decoded;
     EXPECT_EQ(um6(text, nbytes, &decoded, &nsamp, &room), 10);
     EXPECT_EQ(decoded, first);
+    int32_t* none = nullptr;
+    EXPECT_EQ(um6(text, nbytes, &none, &nsamp, &room), 10);
+    EXPECT_NE(none, nullptr);
+    std::free(none);
     std::free(text);
     std::free(decoded);
 }

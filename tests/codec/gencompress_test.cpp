@@ -150,6 +150,12 @@ TEST(Gencompress, BuffersAreReusedAndGrow) {
     }
     EXPECT_EQ(buffer.size, 9 + 36 + 4 * 900 + 8);
     EXPECT_EQ(back.size, 4 * 900);
+    int32_t own = 5;
+    Grown<int32_t> fresh;
+    fresh.items = &own;  // of size 0: not to be lost
+    ASSERT_EQ(genuncompress(&fresh.items, &nsamp, &fresh.size, buffer.items, nbytes), 0);
+    EXPECT_NE(fresh.items, &own);
+    EXPECT_EQ(fresh.size, 5 * nbytes);
 }
 
 TEST(Gencompress, FailuresLeaveTheBuffersAsTheyWere) {
@@ -289,6 +295,7 @@ TEST(GenuncompressAnyway, DeliversWhatIsWhole) {
     };
     for (const auto& [bytes, expected] : rows)
         EXPECT_EQ(rescued(bytes), expected) << genuncompress_reason(expected.fault);
+    EXPECT_STREQ(genuncompress_reason(GENUNCOMPRESS_SPARE_BYTES), "bytes behind the data");
     for (const int unknown : {-1, 8}) EXPECT_STREQ(genuncompress_reason(unknown), "unknown fault");
     Logged logged;
     Grown<int32_t> buffer;

@@ -31,7 +31,7 @@ TEST(Um6Message, MayTakeManyForms) {
     const std::pair<std::string, const char*> rows[] = {
         {"+-++\nCHK2 6\n", "data and checksum"},
         {"+-++\nCHK2 6", "no newline at the end"},
-        {"+-++\nCHK2        6\n", "number set to the right"},
+        {"+-++\nCHK2      \t 6\n", "number set to the right"},
         {"+-++\nCHK2 +6 and more\n", "text behind the number"},
         {"WID2 x\nSTA2 y\nEID2 z\nBEA2 u\nDAT2\n+-++\nCHK2 6\n", "every header line"},
         {"DAT2 CM6\n+-++\nCHK2 6\n", "DAT2 with a blank behind it"},
@@ -123,6 +123,9 @@ TEST(Um6Message, WithoutTextIsRefused) {
     int nsamp = 0;
     EXPECT_EQ(um6("+\nCHK2 0\n", -1, &buffer.items, &nsamp, &buffer.size), -1);
     EXPECT_EQ(um6(nullptr, 9, &buffer.items, &nsamp, &buffer.size), -1);
+    Um6_verdict verdict;
+    EXPECT_EQ(um6_anyway(nullptr, 9, &buffer.items, &nsamp, &buffer.size, &verdict), -1);
+    EXPECT_EQ(um6_anyway(nullptr, 0, &buffer.items, &nsamp, &buffer.size, &verdict), 0);
     EXPECT_EQ(buffer.items, nullptr);
     EXPECT_NE(logged.text(), "");
 }
@@ -181,6 +184,8 @@ TEST(Um6Anyway, HandsBackSamplesAndVerdictApart) {
         {"DAT2\n+-++\nCHK2 -7\n", UM6_MISMATCH, kFour, 9, -7, "CHK2 says -7, samples give 6"},
         {"+-++\nCHK2 99999999999999999999\n", UM6_MISMATCH, kFour, 4, INT64_MAX,
          "CHK2 says 9223372036854775807, samples give 6"},
+        {"+-++\nCHK2 9223372036854775808\n", UM6_MISMATCH, kFour, 4, INT64_MAX,
+         "CHK2 says 9223372036854775807, samples give 6"},
         {"+-++\n", UM6_NO_CHECKSUM_LINE, kFour, 5, 0, "no CHK2 line"},
         {"+-++\nCHK2 \n", UM6_NO_NUMBER, kFour, 4, 0, "no number in the CHK2 line"},
         {"DAT2\n+-++*++\nCHK2 6\n", UM6_BAD_CHARACTER, kFour, 9, 6, "bad character at byte 9"},
@@ -205,6 +210,16 @@ TEST(Um6Anyway, HandsBackSamplesAndVerdictApart) {
         EXPECT_EQ(verdict.computed, row.samples.empty() ? 0 : 6);
         char reason[UM6_REASON_SIZE];
         EXPECT_STREQ(um6_reason(&verdict, reason), row.reason);
+        verdict.status = 9;
+        EXPECT_STREQ(um6_reason(&verdict, reason), "unknown verdict");
+    }
+}
+
+// Versions take 2048 codes at a time; a blank that pads is the first character of the next ones.
+TEST(Um6Anyway, ABlankBehindManySamplesPads) {
+    for (const auto version : versions()) {
+        Forced forced(version);
+        EXPECT_EQ(decoded(std::string(2048, '+') + "  \nCHK2 0\n"), Samples(2048));
     }
 }
 

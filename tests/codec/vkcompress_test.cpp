@@ -1,5 +1,6 @@
 #include "morva/vkcompress.h"
 
+#include <sys/mman.h>
 #include <zlib.h>
 
 #include <thread>
@@ -100,6 +101,24 @@ TEST(Vkcompress, AllocatesOnlyWhatIsTooSmall) {
     const char* const data = back.data;
     EXPECT_EQ(expanded(frame_of(small), back).text, small);
     EXPECT_EQ(back.data, data);
+    Buffer short_of_room, without_data;
+    short_of_room.data = static_cast<char*>(std::malloc(1));
+    short_of_room.size = 1;
+    without_data.size = 1000;
+    for (Buffer* out : {&short_of_room, &without_data}) {
+        EXPECT_EQ(expanded(frame_of(small), *out).text, small);
+        EXPECT_EQ(out->size, 510U);
+    }
+}
+
+TEST(Vkcompress, RefusesWhatAFrameCannotState) {
+    kit::Logged logged;
+    Buffer out;
+    char byte = 0;
+    const Vk_packet in = {&byte, size_t{1} << 32, size_t{1} << 32};
+    EXPECT_EQ(vkcompress(&in, &out), -1);
+    EXPECT_EQ(out.data, nullptr);
+    EXPECT_THAT(logged.text(), testing::HasSubstr("4294967296 bytes are too many for a frame"));
 }
 
 // A thread's state ends with the thread, and what other ends of the thread compress still works.
@@ -181,6 +200,21 @@ TEST(Vkexpand, DoesNotAllocateWhatAStreamCannotGive) {
     EXPECT_LE(out.size, 1032 * frame.size() + 64);
     const std::string zeros(1000000, '\0');
     EXPECT_EQ(expanded(frame_of(zeros)).text, zeros);
+}
+
+// zlib counts in 32 bits. What lies behind the stream, and behind the text, is not touched.
+TEST(Vkexpand, TakesMoreRoomThan32BitsCount) {
+    constexpr size_t kSize = size_t{5} << 30;
+    void* const mapped = mmap(nullptr, 2 * kSize, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapped == MAP_FAILED) GTEST_SKIP() << "no room";
+    Vk_packet in = {static_cast<char*>(mapped), kSize, kSize};
+    Vk_packet out = {in.data + kSize, 0, kSize};
+    const std::string text(3000, 'x'), frame = frame_of(text);
+    frame.copy(in.data, frame.size());
+    EXPECT_EQ(vkexpand(&in, &out), 0);
+    EXPECT_EQ(std::string(out.data, out.used), text);
+    munmap(mapped, 2 * kSize);
 }
 
 TEST(VkexpandMax, RefusesLargeFramesUnseen) {

@@ -38,19 +38,14 @@ std::size_t estimated_blocks(const std::uint8_t* compressed, std::size_t size) {
     }
 }
 
-bool refused(const char* reason) {
-    elog_log(0, "%s", reason);
-    return false;
-}
-
-// True when key area, first sample and data fill `size` bytes but for a few.
-bool holds_blocks(const std::uint8_t* compressed, std::size_t size, std::size_t blocks) {
+// Key area, first sample and data must fill `size` bytes but for a few: why not, null when they do.
+const char* misfit_of(const std::uint8_t* compressed, std::size_t size, std::size_t blocks) {
     constexpr const char* kTooSmall = "ucanada: Illegal input data: compressed buffer too small.\n";
     constexpr const char* kTooBig = "ucanada: Illegal input data: compressed buffer too big.\n";
-    if (blocks * kSmallestBlock + kFirstSample > size) return refused(kTooSmall);
+    if (blocks * kSmallestBlock + kFirstSample > size) return kTooSmall;
     const std::size_t used = blocks * kKeySize + kFirstSample + data_size(compressed, blocks);
-    if (used > size) return refused(kTooSmall);
-    return used + kSpareBytes >= size || refused(kTooBig);
+    if (used > size) return kTooSmall;
+    return used + kSpareBytes < size ? kTooBig : nullptr;
 }
 
 // Where a bit goes: a byte and, from 7 for its top bit, a place in it.
@@ -105,7 +100,10 @@ int ucanada(const unsigned char* compressed, int nbytes, int32_t** buffer, int* 
     const std::size_t blocks =
         *nsamp > 0 ? static_cast<std::size_t>(*nsamp) / kBlock : estimated_blocks(compressed, size);
     if (blocks == 0) return *nsamp = 0;
-    if (!holds_blocks(compressed, size, blocks)) return -1;
+    if (const char* misfit = misfit_of(compressed, size, blocks); misfit != nullptr) {
+        elog_log(0, "%s", misfit);
+        return -1;
+    }
     const std::size_t samples = blocks * kBlock;
     if (!grow_buffer(buffer, buffer_size, static_cast<std::int64_t>(4 * samples + 4),
                      "ucanada: malloc() error.\n", "ucanada: realloc() error.\n"))
