@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -32,6 +33,9 @@ void forget() {
     dc.first = nullptr;
 }
 
+// Each is searched for by walking over the others.
+constexpr long kMostNames = 16;
+
 void ask() {
     Tbl* programs = dcprograms();
     demand(maxtbl(programs) <= dcmaxcontrols());
@@ -40,7 +44,7 @@ void ask() {
     freetbl(programs, nullptr);
     Arr* names = dcnames();
     Tbl* keys = keysarr(names);
-    for (long i = 0; i < maxtbl(keys); ++i) {
+    for (long i = 0; i < std::min(maxtbl(keys), kMostNames); ++i) {
         const char* key = static_cast<char*>(gettbl(keys, i));
         const char* code = static_cast<char*>(getarr(names, key));
         demand(*dcname(*code, std::atoi(code + 1)) != '\0');
@@ -76,22 +80,48 @@ void change() {
     demand(dcsetupint("made", 6) == index || index < 0);
 }
 
+// A folder with the file of controls, which is a link to memory; a file in the old format is
+// replaced there and the link made anew.
+class Folder {
+  public:
+    Folder() {
+        demand(::mkdtemp(path_) != nullptr && memory_ >= 0 && outside_ >= 0);
+        demand(::chdir(path_) == 0);
+        link();
+        leave();
+    }
+    ~Folder() {
+        demand(::chdir(path_) == 0);
+        ::unlink(kName);
+        leave();
+        ::rmdir(path_);
+    }
+    // The fuzzer's own files are in another folder.
+    void leave() { demand(::fchdir(outside_) == 0); }
+    void enter(const uint8_t* bytes, size_t size) {
+        demand(::chdir(path_) == 0);
+        demand(::pwrite(memory_, bytes, size, 0) == static_cast<ssize_t>(size));
+        demand(::ftruncate(memory_, static_cast<off_t>(size)) == 0);
+    }
+    void link() {
+        char target[64];
+        std::snprintf(target, sizeof target, "/proc/self/fd/%d", memory_);
+        ::unlink(kName);
+        demand(::symlink(target, kName) == 0);
+    }
+
+  private:
+    static constexpr char kName[] = ".dynamic_controls";
+    char path_[32] = "/tmp/morva-fuzz-XXXXXX";
+    const int memory_ = ::memfd_create("controls", 0);
+    const int outside_ = ::open(".", O_PATH | O_CLOEXEC);
+};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    // The file stands in the current folder; the fuzzer's own is another.
-    static char folder[] = "/tmp/morva-fuzz-XXXXXX";
-    static const bool made = [] {
-        std::atexit([] { ::rmdir(folder); });
-        return ::mkdtemp(folder) != nullptr;
-    }();
-    const int before = ::open(".", O_PATH | O_CLOEXEC);
-    demand(made && ::chdir(folder) == 0);
-    const int fd = ::memfd_create("controls", 0);
-    demand(::write(fd, bytes, size) == static_cast<ssize_t>(size));
-    char target[64];
-    std::snprintf(target, sizeof target, "/proc/self/fd/%d", fd);
-    demand(::symlink(target, ".dynamic_controls") == 0);
+    static Folder folder;
+    folder.enter(bytes, size);
     dcopen(0);
     ask();
     dcselect("prog");
@@ -100,12 +130,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     ask();
     dcremove("prog");
     forget();
-    dcremove("");
-    forget();
-    ::unlink(".dynamic_controls");
-    ::close(fd);
-    demand(::fchdir(before) == 0);
-    ::close(before);
+    if (size >= 8 && std::memcmp(bytes, "#FileTbl", 8) == 0) folder.link();
+    folder.leave();
     elog_clear();
     return 0;
 }
