@@ -413,5 +413,34 @@ MORVA_API void banner_(const char* program, const char* version, size_t program_
                        size_t version_length);
 MORVA_API void deprecate_(const char* replacement, size_t replacement_length);
 
+/* Dynamic controls. The type of dcname is the number of a letter, ichar('b') for byte controls. The
+ * list of dcprograms holds pointers to strings that lie in the sets: it is freed without them. */
+MORVA_API int dcsetupbyt_(const char* name, const int* value, size_t name_length);
+MORVA_API int dcsetupint_(const char* name, const long* value, size_t name_length);
+MORVA_API int dcsetupflt_(const char* name, const double* value, size_t name_length);
+MORVA_API int dcsetupstr_(const char* name, const char* value, size_t name_length,
+                          size_t value_length);
+MORVA_API int dcsetb_(const int* i, const int* value);
+MORVA_API int dcseti_(const int* i, const long* value);
+MORVA_API int dcsetf_(const int* i, const double* value);
+MORVA_API int dcsets_(const int* i, const char* text, size_t text_length);
+MORVA_API int dcgetb_(const int* i);
+MORVA_API long dcgeti_(const int* i);
+MORVA_API double dcgetf_(const int* i);
+MORVA_API long dcgets_(const int* i, char* text, size_t text_length);
+MORVA_API int dctrigger_(const int* i);
+MORVA_API long dcchanged_(void);
+MORVA_API double dctimestamp_(void);
+MORVA_API int dcwait_(const long* changed, const int* milliseconds);
+MORVA_API int dccreate_(void);
+MORVA_API int dcopen_(const int* select);
+MORVA_API int dcselect_(const char* program, size_t program_length);
+MORVA_API int dcmaxcontrols_(void);
+MORVA_API Tbl* dcprograms_(void);
+MORVA_API long dcname_(const int* type, const int* i, char* name, size_t name_length);
+MORVA_API int dcexists_(const char* program, size_t program_length);
+MORVA_API int dcremove_(const char* program, size_t program_length);
+MORVA_API int dcdump_(const int* flag);
+
 MORVA_END
 #endif

@@ -470,6 +470,36 @@ contains
         call strfreetbl(names)
     end subroutine
 
+    subroutine controls()
+        character(len=8) :: text
+        integer(handle) :: programs
+        integer(c_int) :: gain
+        integer(c_long) :: seen
+        call check(dcsetupbyt('trace ', 1) == 63, 'dcsetupbyt')
+        call check(dcsetupint('level', -3_c_long) == 15, 'dcsetupint')
+        call check(dcsetupstr('mode', 'slow  ') == 15, 'dcsetupstr')
+        gain = dcsetupflt('gain', 2.5d0)
+        call check(dcgetf(gain) == 2.5d0, 'dcsetupflt, dcgetf')
+        seen = dcchanged()
+        call check(dcsetf(gain, 3d0) == 0, 'dcsetf')
+        call check(dcseti(2, 7_c_long) == 0, 'dcseti')
+        call check(dcwait(seen, 0) == 1, 'dcwait')
+        call check(dcchanged() == seen + 2, 'dcchanged')
+        call check(dcgetf(gain) == 3, 'dcgetf')
+        call check(dcgeti(2) == 7, 'dcgeti')
+        call check(dcgets(15, text) == 4, 'dcgets')
+        call check(text == 'slow', 'dcgets')
+        call check(dctrigger(63) == 1, 'dctrigger')
+        call check(dcgetb(63) == 0, 'dctrigger')
+        call check(dcname(ichar('f'), gain, text) == 4, 'dcname')
+        call check(text == 'gain', 'dcname')
+        call check(dcexists('none') == 0, 'dcexists')
+        programs = dcprograms()
+        call check(strgettbl(programs, 0_c_long, text) == 7, 'dcprograms')
+        call check(text == '#common', 'dcprograms')
+        call freetbl(programs)
+    end subroutine
+
     subroutine waveforms()
         integer(c_int32_t) :: samples(4) = [0, 1, 2, 3], decoded(4)
         integer(c_int) :: nbytes, nsamp
@@ -554,6 +584,7 @@ program twins
     call records_of_fields()
     call time_strings()
     call units()
+    call controls()
     call waveforms()
     call packed_samples()
     if (failures > 0) stop 1
