@@ -62,13 +62,14 @@ MORVA_ADLER_AVX2 Sums sums_avx2(const unsigned char* bytes, std::size_t n) {
 constexpr int kAbove = 40;
 static_assert(255ull * kRow * (kRow + 64) >> kAbove == 0);
 
+// Lanes of 32 bits added up in pairs.
+MORVA_ADLER_VNNI inline __m512i in_pairs(__m512i lanes) {
+    const __m512i low = _mm512_and_si512(lanes, _mm512_set1_epi64(UINT32_MAX));
+    return _mm512_add_epi64(low, _mm512_srli_epi64(lanes, 32));
+}
+
 MORVA_ADLER_VNNI inline Sums totals(__m512i sums, __m512i weighted) {
-    const __m512i low = _mm512_set1_epi64(UINT32_MAX);
-    const __m512i first =
-        _mm512_add_epi64(_mm512_and_si512(sums, low), _mm512_srli_epi64(sums, 32));
-    const __m512i second =
-        _mm512_add_epi64(_mm512_and_si512(weighted, low), _mm512_srli_epi64(weighted, 32));
-    const __m512i eight = _mm512_add_epi64(_mm512_slli_epi64(first, kAbove), second);
+    const __m512i eight = _mm512_add_epi64(_mm512_slli_epi64(sums, kAbove), in_pairs(weighted));
     const __m256i four =
         _mm256_add_epi64(_mm512_castsi512_si256(eight), _mm512_extracti64x4_epi64(eight, 1));
     const __m128i two =
@@ -85,8 +86,22 @@ alignas(64) constexpr auto kPlaces = [] {
     return places;
 }();
 
+// The last vector is filled up with zeros, which make the places of all bytes too high.
+MORVA_ADLER_VNNI inline __m512i last_vector(const unsigned char* bytes, std::size_t n) {
+    return _mm512_maskz_loadu_epi8(~std::uint64_t{0} >> (64 - n), bytes);
+}
+inline Sums placed_lower(Sums sums, std::size_t n) {
+    return {sums.bytes, sums.weighted - (64 - n) * sums.bytes};
+}
+
 MORVA_ADLER_VNNI Sums sums_vnni(const unsigned char* bytes, std::size_t n) {
     const __m512i places = _mm512_load_si512(kPlaces.data()), ones = _mm512_set1_epi8(1);
+    const __m512i none = _mm512_setzero_si512();
+    if (n <= 64) {
+        const __m512i vector = n == 64 ? _mm512_loadu_si512(bytes) : last_vector(bytes, n);
+        return placed_lower(
+            totals(_mm512_sad_epu8(vector, none), _mm512_dpbusd_epi32(none, vector, places)), n);
+    }
     const auto load = [&]() MORVA_ADLER_VNNI {
         const __m512i vector = _mm512_loadu_si512(bytes);
         bytes += 64;
@@ -94,8 +109,7 @@ MORVA_ADLER_VNNI Sums sums_vnni(const unsigned char* bytes, std::size_t n) {
     };
     // Two vectors at a time, summed up apart so that neither waits for the other. The bytes of the
     // former one have one more vector behind them.
-    __m512i former = _mm512_setzero_si512(), latter = former, placed = former, placed_too = former;
-    __m512i fronts = former;
+    __m512i former = none, latter = none, placed = none, placed_too = none, fronts = none;
     if (n / 64 % 2 != 0) {
         const __m512i vector = load();
         latter = _mm512_dpbusd_epi32(latter, vector, ones);
@@ -111,18 +125,16 @@ MORVA_ADLER_VNNI Sums sums_vnni(const unsigned char* bytes, std::size_t n) {
     }
     fronts = _mm512_add_epi32(_mm512_add_epi32(fronts, fronts), former);
     __m512i sums = _mm512_add_epi32(former, latter);
-    // The last vector is filled up with zeros, which make the places of all bytes too high.
     const std::size_t odd = n % 64;
     if (odd > 0) {
-        const __m512i vector = _mm512_maskz_loadu_epi8(~std::uint64_t{0} >> (64 - odd), bytes);
+        const __m512i vector = last_vector(bytes, odd);
         fronts = _mm512_add_epi32(fronts, sums);
         sums = _mm512_dpbusd_epi32(sums, vector, ones);
         placed = _mm512_dpbusd_epi32(placed, vector, places);
     }
     placed = _mm512_add_epi32(_mm512_add_epi32(placed, placed_too), _mm512_slli_epi32(fronts, 6));
-    Sums result = totals(sums, placed);
-    if (odd > 0) result.weighted -= (64 - odd) * result.bytes;
-    return result;
+    const Sums result = totals(in_pairs(sums), placed);
+    return odd > 0 ? placed_lower(result, odd) : result;
 }
 
 // By a version that takes multiples of kWhole bytes.
