@@ -28,16 +28,19 @@ void check_body(std::string_view bytes, Memory& body) {
         uint64_t crc = 0;
         add_to_crc(&crc, packet, samples.data());
     }
-    Memory again, frame, inner;
+    static Memory again, frame, inner;
+    bnsclr(again.stream());
     put_body(again.stream(), packet);
     require(again.all() == bytes);
+    bnsclr(frame.stream());
     put_packet(frame.stream(), packet);
     require(get_frame(frame.stream(), kPacket, inner) && inner.all() == bytes);
 }
 
 // Frames one behind the other, as a stream has them.
 void check_frames(const uint8_t* data, size_t size, Memory& body) {
-    Memory stream;
+    static Memory stream;
+    bnsclr(stream.stream());
     buf2bns(stream.stream(), data, static_cast<int>(size));
     Packet packet;
     for (int left = stream.size(); get_packet(stream.stream(), &packet, body);) {
@@ -52,7 +55,7 @@ void check_frames(const uint8_t* data, size_t size, Memory& body) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Memory body;
+    static Memory body;
     check_body({reinterpret_cast<const char*>(data), std::min<size_t>(size, kMostBytes)}, body);
     check_frames(data, size, body);
     // The register ends a process that keeps fifty reasons.
