@@ -50,6 +50,8 @@ typedef struct Xheap {
     Arr* names;       /* from name to Xheap_entry*: the others */
     void* guard;      /* the library's */
     void* index;      /* the library's */
+    uint64_t device;  /* the file's, as stat gives them */
+    uint64_t inode;
 } Xheap;
 
 /* What is known of an entry. Of a free one, name and data are null and data_length is 0. */
@@ -106,7 +108,8 @@ MORVA_API int putx_safe(Xheap* heap, const char* name, const void* data, int n);
  * the length of the data. 0; or -1 without changing anything for an unknown name. */
 MORVA_API int getx(Xheap* heap, const char* name, void** buffer, int* n, int* size);
 
-/* Where the data are in the mapping, and how many bytes. 0; or -1 for an unknown name. */
+/* Where the data are in the mapping, and how many bytes; `address` and `n` may be NULL. 0; or -1
+ * for an unknown name. */
 MORVA_API int getxaddr(Xheap* heap, const char* name, void** address, int* n);
 
 /* As getx, but for readers of a heap that another process writes: looks at the entry anew, and

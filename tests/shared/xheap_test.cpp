@@ -18,6 +18,7 @@ using kit::read_file;
 using kit::write_file;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using namespace std::string_literals;
 
 struct Close {
@@ -258,6 +259,9 @@ TEST_F(XheapSpace, ThatCannotGrowStaysAsItIs) {
     std::filesystem::rename(path_, path_ + "2");
     EXPECT_EQ(expandx(heap.get(), 1), -1);
     EXPECT_THAT(logged_.text(), HasSubstr("Can't create new file '" + path_));
+    write_file(path_, std::string(4096, '\0'));  // another one, as long
+    EXPECT_EQ(expandx(heap.get(), 1), -1);
+    EXPECT_EQ(std::filesystem::file_size(path_), 4096u);
     EXPECT_EQ(put(heap, "e11", data(1)), 0);
     expect_rest(heap);
 }
@@ -309,6 +313,7 @@ TEST_F(XheapFile, ThatIsDamagedIsRepaired) {
         std::vector<std::string> names;
         std::string said;
         std::string repaired;  // or empty
+        std::string unsaid = "";
     } rows[] = {
         {"nothing", a + b + c, {"a", "b", "c"}, "", a + b + c},
         {"a flipped bit", entry(28, "a", "0123456789", 1) + b, {"b"}, crc, free_entry(28) + b},
@@ -316,6 +321,12 @@ TEST_F(XheapFile, ThatIsDamagedIsRepaired) {
         {"a negative size", word(~0u) + a.substr(4) + c, {}, "", free_entry(68)},
         {"a size beyond the end", a + word(71) + b.substr(4) + c, {"a"}, "", a + free_entry(70)},
         {"data longer than the entry", a + entry(20, "b", "much"), {"a"}, small, ""},
+        {"data that run into the next entry",
+         a + word(20) + b.substr(4) + c,
+         {"a"},
+         small,
+         "",
+         "'b'"},
         {"a name longer than the entry",
          word(28) + word(99) + a.substr(8),
          {},
@@ -357,6 +368,9 @@ TEST_F(XheapFile, ThatIsDamagedIsRepaired) {
                 EXPECT_EQ(said, "") << row.why;
             else
                 EXPECT_THAT(said, HasSubstr(row.said)) << row.why;
+            if (!row.unsaid.empty()) {
+                EXPECT_THAT(said, Not(HasSubstr(row.unsaid))) << row.why;
+            }
         }
         if (!row.repaired.empty()) {
             EXPECT_EQ(read_file(path_), row.repaired) << row.why;
@@ -485,6 +499,28 @@ TEST_F(XheapFile, ThatCannotBeOpenedIsNamed) {
     EXPECT_EQ(open("r"), nullptr);
 }
 
+TEST_F(XheapFile, NothingComesOfNothing) {
+    Opened heap = open();
+    void* where = nullptr;
+    int n = 3, size = 0;
+    EXPECT_EQ(put(heap, "a", "data"), 0);
+    EXPECT_EQ(putx(heap.get(), "a", nullptr, 3), -1);
+    EXPECT_EQ(putx_safe(heap.get(), "b", nullptr, 3), -1);
+    EXPECT_EQ(putx_safe(heap.get(), "b", nullptr, 0), 0);
+    EXPECT_EQ(getx(heap.get(), "a", nullptr, &n, &size), -1);
+    EXPECT_EQ(readx(heap.get(), "a", &where, nullptr, &size), -1);
+    EXPECT_EQ(getxaddr(heap.get(), "a", nullptr, &n), 0);
+    EXPECT_EQ(getxaddr(heap.get(), "a", &where, nullptr), 0);
+    EXPECT_EQ(std::string(static_cast<char*>(where), static_cast<std::size_t>(n)), "data");
+    EXPECT_EQ(reqx(nullptr, 3), 20);
+    xdrop(heap.get(), nullptr, nullptr);
+    EXPECT_EQ(unusedx(nullptr, 20, &n), nullptr);
+    EXPECT_EQ(spacex(nullptr, 20), nullptr);
+    EXPECT_EQ(refreshx(nullptr), -1);
+    EXPECT_THAT(captured(2, [] { EXPECT_EQ(verifyx(nullptr), -1); }),
+                HasSubstr("heap pointer is null"));
+}
+
 TEST(XheapDeathTest, NeedsAHeap) {
     EXPECT_EXIT(assimilatex(nullptr), testing::ExitedWithCode(1),
                 HasSubstr("heap pointer is null"));
@@ -596,6 +632,42 @@ TEST_P(XheapProcesses, LeaveAWholeFileWhenKilled) {
 
 INSTANTIATE_TEST_SUITE_P(Putx, XheapProcesses, testing::Values(false, true),
                          [](const auto& info) { return info.param ? "Safe" : "InPlace"; });
+
+// Opens the heap again and again, and works on it until that fails.
+[[noreturn]] void open_for_ever(const char* path, const char* mode, unsigned seed) {
+    std::mt19937 random(seed);
+    ::close(2);
+    for (void* buffer = nullptr;; elog_clear()) {
+        Xheap* heap = openx(path, mode, 1000);
+        for (int status = heap == nullptr ? -1 : 0, n, size = 0; status == 0;) {
+            const std::string name = name_of(random()), value(random() % 3000, 'v');
+            status = *mode == 'r' && mode[1] == '\0'
+                         ? readx(heap, name.c_str(), &buffer, &n, &size)
+                         : putx(heap, name.c_str(), value.data(), static_cast<int>(value.size()));
+            if (status == 0 && random() % 64 == 0) status = expandx(heap, 1);
+        }
+        closex(&heap);
+    }
+}
+
+TEST_F(XheapFile, CutOffWhileOthersWorkEndsNoneOfThem) {
+    std::vector<pid_t> workers;
+    for (const char* mode : {"r+", "r"}) {
+        workers.push_back(::fork());
+        ASSERT_NE(workers.back(), -1);
+        if (workers.back() == 0) open_for_ever(path(), mode, 7);
+    }
+    std::mt19937 random(5);
+    for (int cut = 0; cut < 500; ++cut) {
+        ::usleep(random() % 1000);
+        (void)!::truncate(path(), random() % 2 == 0 ? 0 : random() % 30000);
+    }
+    for (const pid_t worker : workers) {
+        EXPECT_EQ(::waitpid(worker, nullptr, WNOHANG), 0);
+        ::kill(worker, SIGKILL);
+        ::waitpid(worker, nullptr, 0);
+    }
+}
 
 TEST_F(XheapFile, IsReadAsAWholeBesideAWriter) {
     Opened heap = open("r+", 2000);

@@ -59,10 +59,10 @@ void overwrite(Entry* entry, std::string_view name, Value value) {
 }
 
 // Turns an entry that was taken from the free list into a named one.
-void publish(Entry* entry, std::string_view name, Value value) {
+void publish(Entry* entry, const morva::String& name, Value value) {
     entry->name_crc = crc_of_name(name);
     set_record(entry, name, value);
-    std::memcpy(entry->name, name.data(), name.size() + 1);
+    std::memcpy(entry->name, name.c_str(), name.size() + 1);
     move_bytes(entry->data, value.data, value.n);
     store_header(entry->address, header_of(entry, value));
 }
@@ -70,14 +70,14 @@ void publish(Entry* entry, std::string_view name, Value value) {
 // Data and name that lie in the heap or its lists must outlive what is done to make room.
 class Kept {
   public:
-    Kept(const Xheap* heap, const char* name, Value value) : name_(name), value_(value) {
+    Kept(const Xheap* heap, std::string_view name, Value value) : name_(name), value_(value) {
         if (value.n == 0 || !lies_in(heap, value.data)) return;
         copy_.reset(static_cast<char*>(
             morva::must_malloc(static_cast<std::size_t>(value.n), "data", MORVA_HERE)));
         move_bytes(copy_.get(), value.data, value.n);
         value_.data = copy_.get();
     }
-    const char* name() const { return name_.c_str(); }
+    const morva::String& name() const { return name_; }
     Value value() const { return value_; }
 
   private:
@@ -86,30 +86,47 @@ class Kept {
     malloced<char> copy_;
 };
 
+// The length is taken once: a name may lie in the mapping, which another process may cut off.
+std::string_view view_of(const char* name) {
+    return name != nullptr ? std::string_view(name) : std::string_view();
+}
+
+constexpr int64_t need_of(std::string_view name, int64_t n) {
+    return static_cast<int64_t>(name.size()) + kHeaderSize + 1 + n;
+}
+
 // The space for the value; 0, with the reason registered, when it cannot be stored.
-int32_t checked_need(Xheap* heap, const char* name, Value value) {
+int32_t checked_need(Xheap* heap, std::string_view name, Value value) {
     if (!may_store(heap)) return 0;
     settle(heap);
+    const int64_t need = need_of(name, value.n);
     const char* wrong = nullptr;
-    if (name == nullptr)
+    if (name.data() == nullptr)
         wrong = "it has no name";
     else if (value.n < 0)
         wrong = "its length is negative";
-    else if (reqx(name, value.n) > INT32_MAX - kHeaderSize)
+    else if (value.n > 0 && value.data == nullptr)
+        wrong = "there are no data";
+    else if (need > INT32_MAX - kHeaderSize)
         wrong = "it is too long";
-    if (wrong == nullptr) return static_cast<int32_t>(reqx(name, value.n));
-    elog_log(0, "Can't store '%.100s' in the heap '%s': %s\n", name != nullptr ? name : "",
-             heap->path, wrong);
+    if (wrong == nullptr) return static_cast<int32_t>(need);
+    elog_log(0, "Can't store '%.100s' in the heap '%s': %s\n",
+             name.data() != nullptr ? name.data() : "", heap->path, wrong);
     return 0;
 }
 
-int store_new(Xheap* heap, int32_t need, const char* name, Value value) {
-    Entry* entry = spacex(heap, need);
+// Stores in a new entry, if there is one, and frees an older one of that name afterwards.
+int store_in(Xheap* heap, Entry* entry, const Kept& kept) {
     if (entry == nullptr) return -1;
-    publish(entry, name, value);
-    Entry* old = set_name(heap, name, entry);  // whose name was overwritten by somebody else
+    publish(entry, kept.name(), kept.value());
+    Entry* old = set_name(heap, kept.name(), entry);
     if (old != nullptr) give_back(heap, old);
-    return 0;
+    return is_cut(heap) ? -1 : 0;
+}
+
+void drop_name(Xheap* heap, const morva::String& name) {
+    Entry* entry = take_name(heap, name);
+    if (entry != nullptr) give_back(heap, entry);
 }
 
 // Space that is had without moving any entry.
@@ -132,6 +149,10 @@ void copy_out(Value value, void** buffer, int* n, int* size) {
     *n = value.n;
 }
 
+bool can_take(void** buffer, const int* n, const int* size) {
+    return buffer != nullptr && n != nullptr && size != nullptr;
+}
+
 Entry* find_entry(Xheap* heap, const char* name) {
     if (heap == nullptr || name == nullptr) return nullptr;
     settle(heap);
@@ -147,10 +168,10 @@ bool copy_whole(const Xheap* heap, const Entry* entry, const char* name, void** 
     const Seen seen = look(heap, entry->address - heap->address);
     const std::size_t length = std::strlen(name) + 1;
     if (seen.broken || !seen.fits()) return false;
-    if (static_cast<std::size_t>(seen.header.name_length) != length) return false;
+    if (static_cast<std::size_t>(seen.header.name_length) < length) return false;
     if (std::memcmp(seen.name(), name, length) != 0) return false;
     copy_out({seen.data(), seen.header.data_length}, buffer, n, size);
-    uint32_t crc = crc_of(name, seen.header.name_length);
+    uint32_t crc = crc_of(seen.name(), seen.header.name_length);
     return vk_crc32(&crc, *buffer, *n) == seen.header.crc;
 }
 
@@ -159,37 +180,35 @@ bool copy_whole(const Xheap* heap, const Entry* entry, const char* name, void** 
 extern "C" {
 
 long reqx(const char* name, int n) {
-    return static_cast<long>(std::strlen(name)) + kHeaderSize + 1 + n;
+    return need_of(view_of(name), n);
 }
 
-int putx(Xheap* heap, const char* name, const void* data, int n) {
-    const int32_t need = checked_need(heap, name, {data, n});
+int putx(Xheap* heap, const char* name_text, const void* data, int n) {
+    const std::string_view name = view_of(name_text);
+    const Value value{data, n};
+    const int32_t need = checked_need(heap, name, value);
     if (need == 0) return -1;
     Entry* entry = find(heap, name);
     if (entry != nullptr && entry->size >= need) {
-        overwrite(entry, name, {data, n});
+        overwrite(entry, name, value);
         return is_cut(heap) ? -1 : 0;
     }
-    const Kept kept(heap, name, {data, n});
-    if (entry != nullptr) delx(heap, kept.name());
-    return store_new(heap, need, kept.name(), kept.value());
+    const Kept kept(heap, name, value);
+    if (entry != nullptr) drop_name(heap, kept.name());
+    return store_in(heap, spacex(heap, need), kept);
 }
 
-int putx_safe(Xheap* heap, const char* name, const void* data, int n) {
+int putx_safe(Xheap* heap, const char* name_text, const void* data, int n) {
+    const std::string_view name = view_of(name_text);
     const int32_t need = checked_need(heap, name, {data, n});
     if (need == 0) return -1;
     const Kept kept(heap, name, {data, n});
-    Entry* entry = safe_space(heap, need);
-    if (entry == nullptr) return -1;
-    publish(entry, kept.name(), kept.value());
-    Entry* old = set_name(heap, kept.name(), entry);
-    if (old != nullptr) give_back(heap, old);
-    return is_cut(heap) ? -1 : 0;
+    return store_in(heap, safe_space(heap, need), kept);
 }
 
 int getx(Xheap* heap, const char* name, void** buffer, int* n, int* size) {
     const Entry* entry = find_entry(heap, name);
-    if (entry == nullptr) return -1;
+    if (entry == nullptr || !can_take(buffer, n, size)) return -1;
     copy_out({entry->data, entry->data_length}, buffer, n, size);
     return is_cut(heap) ? -1 : 0;
 }
@@ -197,15 +216,15 @@ int getx(Xheap* heap, const char* name, void** buffer, int* n, int* size) {
 int getxaddr(Xheap* heap, const char* name, void** address, int* n) {
     const Entry* entry = find_entry(heap, name);
     if (entry == nullptr || is_cut(heap)) return -1;
-    *address = entry->data;
-    *n = entry->data_length;
+    if (address != nullptr) *address = entry->data;
+    if (n != nullptr) *n = entry->data_length;
     return 0;
 }
 
 int readx(Xheap* heap, const char* name, void** buffer, int* n, int* size) {
     constexpr int kRefreshments = 10;
     constexpr int kAttempts = 100;
-    if (heap == nullptr || name == nullptr) return -1;
+    if (heap == nullptr || name == nullptr || !can_take(buffer, n, size)) return -1;
     const morva::String kept(name);  // the name may be one of the lists' own
     for (int i = 0; i <= kRefreshments; ++i) {
         if (i > 0 && refreshx(heap) != 0) return -1;
@@ -221,8 +240,7 @@ int delx(Xheap* heap, const char* name) {
     if (!may_store(heap)) return -1;
     if (name == nullptr) return 0;
     settle(heap);
-    Entry* entry = take_name(heap, name);
-    if (entry != nullptr) give_back(heap, entry);
+    drop_name(heap, name);
     return 0;
 }
 

@@ -95,6 +95,10 @@ struct Seen {
     }
     char* name() const { return at + kHeaderSize; }
     char* data() const { return name() + header.name_length; }
+    // The name, of an entry that fits.
+    std::string_view name_text() const {
+        return {name(), ::strnlen(name(), static_cast<std::size_t>(header.name_length - 1))};
+    }
     // Whether the name ends where it is said to, or before.
     bool name_ends() const { return data()[-1] == '\0'; }
     bool is_right() const;
@@ -140,6 +144,10 @@ void for_each_seen(const Xheap* heap, Take take) {
 }
 
 // ---- records and lists
+//
+// Another process may change the bytes of a name at any time. The lists keep names of their own,
+// and get each from one copy: were they given different ones, a record could stay in one list when
+// it leaves the other.
 
 Entry* new_entry(char* at, int32_t size);
 
@@ -148,10 +156,10 @@ inline Entry* find(const Xheap* heap, std::string_view name) {
 }
 
 // The entry of that name is this one from now on; returns the one it was before, or null.
-Entry* set_name(Xheap* heap, const char* name, Entry* entry);
+Entry* set_name(Xheap* heap, const String& name, Entry* entry);
 
 // Takes the name out of the lists; returns its entry, or null.
-Entry* take_name(Xheap* heap, const char* name);
+Entry* take_name(Xheap* heap, const String& name);
 
 void make_lists(Xheap* heap);
 void free_lists(Xheap* heap);

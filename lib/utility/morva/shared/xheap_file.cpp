@@ -30,6 +30,12 @@ void make(const char* path, int size) {
     mkfile(path, size, header, sizeof header);
 }
 
+// A mapped file, and what tells it from others that its path may lead to later.
+struct File {
+    mapping::Mapped map;
+    struct stat status;
+};
+
 // The whole file; nothing, with the reason registered, when that cannot be.
 mapping::Mapped map_file(const Descriptor& fd, const char* path, bool writable) {
     mapping::Mapped map = mapping::map(fd, writable);
@@ -39,9 +45,10 @@ mapping::Mapped map_file(const Descriptor& fd, const char* path, bool writable) 
     return {};
 }
 
-mapping::Mapped open_and_map(const char* path, bool writable) {
+File open_and_map(const char* path, bool writable) {
     const Descriptor fd = mapping::open(path, writable);
-    if (fd) return map_file(fd, path, writable);
+    struct stat status;
+    if (fd && ::fstat(fd.get(), &status) == 0) return {map_file(fd, path, writable), status};
     elog_log(1, "Couldn't open %s\n", path);
     return {};
 }
@@ -50,6 +57,12 @@ void attach(Xheap* heap, mapping::Mapped map) {
     heap->address = map.data();
     heap->length = static_cast<int32_t>(map.size());
     heap->guard = map.release();
+}
+
+void attach(Xheap* heap, File file) {
+    attach(heap, std::move(file.map));
+    heap->device = file.status.st_dev;
+    heap->inode = file.status.st_ino;
 }
 
 int detach(Xheap* heap) {
@@ -84,18 +97,20 @@ int reserve(int fd, Growth growth) {
     return 0;
 }
 
-// Whether the descriptor leads to a file as long as the one we know.
-bool is_ours(int fd, off_t length) {
+// Whether the descriptor leads to the file that is mapped, and it is as long as that.
+bool is_ours(int fd, const Xheap* heap) {
     struct stat status;
     if (::fstat(fd, &status) != 0) return false;
     errno = ESTALE;
-    return status.st_size == length;
+    return status.st_size == heap->length && status.st_dev == heap->device &&
+           status.st_ino == heap->inode;
 }
 
 // The grown file; nothing, with the reason registered and the file as it was, when that failed.
-mapping::Mapped grow(const char* path, Growth growth) {
+mapping::Mapped grow(const Xheap* heap, Growth growth) {
+    const char* path = heap->path;
     const Descriptor fd = mapping::open(path, true);
-    if (!fd || !is_ours(fd.get(), growth.from)) {
+    if (!fd || !is_ours(fd.get(), heap)) {
         elog_log(1, "Can't create new file '%s'\n", path);
         return {};
     }
@@ -108,7 +123,10 @@ mapping::Mapped grow(const char* path, Growth growth) {
     if (!reserved) elog_log(1, "Failed to write byte at end of new file '%s'\n", path);
     mapping::Mapped map = reserved ? map_file(fd, path, true) : mapping::Mapped();
     if (map.data() == nullptr) retry([&] { return ::ftruncate(fd.get(), growth.from); });
-    return map;
+    if (map.data() == nullptr || map.size() == static_cast<std::size_t>(growth.to)) return map;
+    errno = ESTALE;  // another process has cut it off since
+    elog_log(1, "Can't map file %s\n", path);
+    return {};
 }
 
 // As far as a heap may grow for the need.
@@ -181,12 +199,12 @@ Xheap* mapx(const char* path, const char* mode, int size) {
     const char* name = path != nullptr ? path : "";
     const bool readonly = mode != nullptr && std::strcmp(mode, "r") == 0;
     if (!readonly && !has_contents(name)) make(name, size);
-    mapping::Mapped map = open_and_map(name, !readonly);
-    if (map.data() == nullptr) return nullptr;
+    File file = open_and_map(name, !readonly);
+    if (file.map.data() == nullptr) return nullptr;
     Xheap* heap = newx();
     heap->path = morva::must_strdup(name, "x", MORVA_HERE);
     heap->readonly = readonly;
-    attach(heap, std::move(map));
+    attach(heap, std::move(file));
     return heap;
 }
 
@@ -207,11 +225,12 @@ int closex(Xheap** heap) {
 }
 
 int refreshx(Xheap* heap) {
-    mapping::Mapped map = open_and_map(heap->path, !heap->readonly);
-    if (map.data() == nullptr) return -1;
+    if (heap == nullptr) return -1;
+    File file = open_and_map(heap->path, !heap->readonly);
+    if (file.map.data() == nullptr) return -1;
     free_lists(heap);
     detach(heap);
-    attach(heap, std::move(map));
+    attach(heap, std::move(file));
     return assimilatex(heap);
 }
 
@@ -219,7 +238,7 @@ int expandx(Xheap* heap, int need) {
     if (!may_store(heap)) return -1;
     settle(heap);
     const Growth growth{heap->length, grown_length(heap->length, std::max(need, 0))};
-    mapping::Mapped map = grow(heap->path, growth);
+    mapping::Mapped map = grow(heap, growth);
     if (map.data() == nullptr) return -1;
     const int32_t begin = take_tail(heap);
     Entry* added = new_entry(map.data() + begin, static_cast<int32_t>(map.size()) - begin);

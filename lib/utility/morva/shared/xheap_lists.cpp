@@ -31,17 +31,17 @@ void free_lists(Xheap* heap) {
     heap->index = nullptr;
 }
 
-Entry* set_name(Xheap* heap, const char* name, Entry* entry) {
-    auto* older = static_cast<Entry*>(setarr(heap->names, name, entry));
+Entry* set_name(Xheap* heap, const String& name, Entry* entry) {
+    auto* older = static_cast<Entry*>(setarr(heap->names, name.c_str(), entry));
     static_cast<Index*>(heap->index)->put(name, older, entry);
     return older;
 }
 
-Entry* take_name(Xheap* heap, const char* name) {
-    auto* entry = static_cast<Entry*>(getarr(heap->names, name));
+Entry* take_name(Xheap* heap, const String& name) {
+    auto* entry = static_cast<Entry*>(getarr(heap->names, name.c_str()));
     if (entry == nullptr) return nullptr;
     static_cast<Index*>(heap->index)->remove(name, entry);
-    delarr(heap->names, name);
+    delarr(heap->names, name.c_str());
     return entry;
 }
 

@@ -12,42 +12,47 @@ using namespace morva::heap;
 
 constexpr int kShownName = 1024;  // of a name that may have no end
 constexpr int kShownData = 64;
+constexpr int32_t kFar = 4096;
+constexpr int64_t kPatience = 1 << 25;  // bytes of damaged entries looked at again
 
-// What of the name and the data lies inside the entry, whatever their lengths say.
+// What of the name and the data lies inside the entry, or not far behind it inside the file,
+// whatever their lengths say. Not far: their CRC must not take long when every entry lies.
 struct Inside {
     int32_t name;
     const char* data;
     int32_t data_length;
 };
 
-Inside inside(const Seen& seen) {
-    const int32_t room = std::max(seen.header.size - kHeaderSize, 0);
+Inside inside(const Xheap* heap, const Seen& seen) {
+    const int64_t left = heap->address + heap->length - seen.name();
+    const int64_t reach = std::min(left, int64_t{seen.header.size} - kHeaderSize + kFar);
+    const auto room = static_cast<int32_t>(std::max<int64_t>(reach, 0));
     const int32_t name = std::clamp(seen.header.name_length, 0, room);
     return {name, seen.name() + name, std::clamp(seen.header.data_length, 0, room - name)};
 }
 
 // Shows the header as it is in the file, and the first data.
-void dump(const Seen& seen) {
-    const Inside part = inside(seen);
+void dump(const Xheap* heap, const Seen& seen) {
+    const Inside part = inside(heap, seen);
     hexdump(stderr, seen.at, kHeaderSize);
     hexdump(stderr, part.data, std::min(part.data_length, kShownData));
 }
 
-bool has_right_crc(const Seen& seen) {
-    const Inside part = inside(seen);
+bool has_right_crc(const Xheap* heap, const Seen& seen) {
+    const Inside part = inside(heap, seen);
     const uint32_t crc = crc_of(seen.name(), part.name + part.data_length);
     if (crc == seen.header.crc) return true;
     const auto shown = static_cast<int>(
         ::strnlen(seen.name(), static_cast<std::size_t>(std::min<int32_t>(part.name, kShownName))));
     elog_complain(0, "crc failed: '%.*s' %d bytes %x != %x\n", shown, seen.name(),
                   seen.header.data_length, crc, seen.header.crc);
-    dump(seen);
+    dump(heap, seen);
     return false;
 }
 
 // Whether a named entry can be used; otherwise that has been complained of.
-bool is_sound(const Seen& seen) {
-    const bool sound = has_right_crc(seen);
+bool is_sound(const Xheap* heap, const Seen& seen) {
+    const bool sound = has_right_crc(heap, seen);
     if (!seen.fits()) {
         elog_complain(0, "corrupt block at %p: entry too small for data\n",
                       static_cast<void*>(seen.at));
@@ -56,22 +61,25 @@ bool is_sound(const Seen& seen) {
     } else {
         return sound;
     }
-    dump(seen);
+    dump(heap, seen);
     return false;
 }
 
-// Readers may meet an entry that is being stored just now. A large one gets fewer attempts: that it
-// is damaged for good shall not take long to find out.
-bool is_settled(const Xheap* heap, Seen& seen) {
+// Readers may meet an entry that is being stored just now. A large one gets fewer attempts, and so
+// does one among many: that they are damaged for good shall not take long to find out.
+bool is_settled(const Xheap* heap, Seen& seen, int64_t& patience) {
     constexpr int kAttempts = 1000;
     constexpr int32_t kBytes = 1 << 22;
+    if (seen.is_right()) return true;
     const int attempts = heap->readonly ? std::clamp(kBytes / seen.header.size, 2, kAttempts) : 0;
-    for (int i = 0; i < attempts && !seen.is_right(); ++i) {
+    for (int i = 0; i < attempts && patience > 0; ++i) {
         const Seen now = look(heap, seen.at - heap->address);
         if (now.broken || !now.is_named() || now.header.size != seen.header.size) break;
         seen = now;
+        if (seen.is_right()) return true;
+        patience -= seen.header.size;
     }
-    return is_sound(seen);
+    return is_sound(heap, seen);
 }
 
 // The rest of the file is one free entry.
@@ -95,21 +103,21 @@ void take_free(Xheap* heap, Entry* entry) {
 }
 
 // A later entry of that name replaces an earlier one.
-void take_named(Xheap* heap, Entry* entry) {
-    Entry* earlier = set_name(heap, entry->name, entry);
+void take_named(Xheap* heap, Entry* entry, const Seen& seen) {
+    Entry* earlier = set_name(heap, morva::String(seen.name_text()), entry);
     if (earlier == nullptr) return;
     xdrop(heap, nullptr, earlier);
     take_free(heap, earlier);
 }
 
-void take(Xheap* heap, Seen seen) {
+void take(Xheap* heap, Seen seen, int64_t& patience) {
     Entry* entry = new_entry(seen.at, seen.header.size);
-    const bool sound = !seen.broken && seen.is_named() && is_settled(heap, seen);
+    const bool sound = !seen.broken && seen.is_named() && is_settled(heap, seen, patience);
     if (sound) {
         entry->name = seen.name();
         entry->data = seen.data();
         entry->data_length = seen.header.data_length;
-        return take_named(heap, entry);
+        return take_named(heap, entry, seen);
     }
     if (seen.broken) mend_size(heap, seen);
     if (seen.broken || seen.is_named() || has_traces(seen)) xdrop(heap, nullptr, entry);
@@ -128,6 +136,7 @@ void sort_free(Xheap* heap) {
 extern "C" {
 
 void xdrop(Xheap* heap, Xheap_header* header, Xheap_entry* record) {
+    if (heap == nullptr || record == nullptr) return;
     char* at = record->address;
     if (!heap->readonly) {
         if (record->size >= 2 * kNameLength) store_word(at + kNameLength, 0);
@@ -143,7 +152,8 @@ int assimilatex(Xheap* heap) {
     if (heap == nullptr) elog_die(0, "heap pointer is null");
     free_lists(heap);
     make_lists(heap);
-    for_each_seen(heap, [heap](const Seen& seen) { take(heap, seen); });
+    int64_t patience = kPatience;
+    for_each_seen(heap, [&](const Seen& seen) { take(heap, seen, patience); });
     sort_free(heap);
     is_cut(heap);
     return 0;

@@ -36,24 +36,22 @@ class Salvage {
     // for ever.
     static constexpr int64_t kPatience = 64;
 
-    // Whether an entry with a name and the right CRC is there, whatever its size says.
-    bool is_whole(int64_t offset) {
+    // The bytes of an entry with a name and the right CRC that is there, whatever its size says; 0
+    // if there is none.
+    int64_t whole_at(int64_t offset) {
         const int64_t left = heap_->length - offset;
-        if (left <= kHeaderSize) return false;
+        if (left <= kHeaderSize) return 0;
         Seen seen{heap_->address + offset, load_header(heap_->address + offset), false};
         seen.header.size = static_cast<int32_t>(left);
-        if (seen.header.name_length < 2 || !seen.fits()) return false;
+        if (seen.header.name_length < 2 || !seen.fits()) return 0;
         const auto length = static_cast<std::size_t>(seen.header.name_length);
-        if (*seen.name() == '\0' || !seen.name_ends()) return false;
+        if (*seen.name() == '\0' || !seen.name_ends()) return 0;
         patience_ -= seen.need();
-        if (patience_ < 0 || ::strnlen(seen.name(), length) != length - 1) return false;
-        return seen.is_right();
+        if (patience_ < 0 || ::strnlen(seen.name(), length) != length - 1) return 0;
+        return seen.is_right() ? seen.need() : 0;
     }
 
-    int64_t need_at(int64_t offset) const {
-        Seen seen{heap_->address + offset, load_header(heap_->address + offset), false};
-        return seen.need();
-    }
+    bool is_whole(int64_t offset) { return whole_at(offset) > 0; }
 
     // Whether an entry can begin there.
     bool may_begin(int64_t offset) {
@@ -90,9 +88,8 @@ class Salvage {
 
     // Leads the chain from an entry whose size is wrong to the next one, whose offset it returns.
     int64_t mend(int64_t offset) {
-        int64_t end = offset;
-        if (is_whole(offset)) {
-            end += need_at(offset);
+        const int64_t end = offset + whole_at(offset);
+        if (end > offset) {
             store_word(heap_->address + offset, static_cast<int32_t>(end - offset));
             last_ = offset;
             ++found_;

@@ -18,6 +18,11 @@ class Findings {
     explicit Findings(Xheap* heap) : heap_(heap) {}
 
     Tbl* all() {
+        if (heap_ == nullptr) {
+            add("heap pointer is null");
+            return list_;
+        }
+        settle(heap_);
         check_file();
         check_lists();
         return list_;
@@ -39,7 +44,7 @@ class Findings {
                 static_cast<long>(seen.need() - kHeaderSize), seen.header.size);
             return;
         }
-        const Entry* known = seen.name_ends() ? find(heap_, seen.name()) : nullptr;
+        const Entry* known = seen.name_ends() ? find(heap_, seen.name_text()) : nullptr;
         if (known == nullptr || known->address != seen.at)
             add("no name for entry at %p", static_cast<void*>(seen.at));
         else if (!seen.is_right())
@@ -91,10 +96,9 @@ constexpr int kShownText = 64 + 1;
 
 void show_named(const Xheap* heap, const Seen& seen, bool data) {
     const long offset = seen.at - heap->address;
-    const auto name_bytes =
-        static_cast<int>(::strnlen(seen.name(), static_cast<std::size_t>(seen.header.name_length)));
+    const std::string_view name = seen.name_text();
     std::printf("   %8ld %8d %8d %.*s", offset, seen.header.size, seen.header.data_length,
-                name_bytes, seen.name());
+                static_cast<int>(name.size()), name.data());
     char text[kShownText];
     if (data && seen.header.data_length > 0)
         std::printf(" => %s",
@@ -127,7 +131,6 @@ int show(Xheap* heap, bool data) {
 extern "C" {
 
 Tbl* faultsx(Xheap* heap) {
-    settle(heap);
     return Findings(heap).all();
 }
 

@@ -150,6 +150,7 @@ void give_back(Xheap* heap, Entry* entry) {
 extern "C" {
 
 Xheap_entry* unusedx(Xheap* heap, int need, int* total) {
+    if (heap == nullptr) return nullptr;
     settle(heap);
     need = std::max(need, kHeaderSize);
     int64_t sum = 0;
