@@ -18,15 +18,21 @@ void demand(bool held) {
     if (!held) std::abort();
 }
 
-struct File {
-    int fd;
-    char path[64];
-
-    File(const uint8_t* bytes, size_t size) : fd(::memfd_create("heap", 0)) {
-        demand(::write(fd, bytes, size) == static_cast<ssize_t>(size));
-        std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+// One file for all runs: to make and to remove one takes longer than all that is done to it.
+class File {
+  public:
+    File() : fd_(::memfd_create("heap", 0)) {
+        std::snprintf(path_, sizeof path_, "/proc/self/fd/%d", fd_);
     }
-    ~File() { ::close(fd); }
+    const char* holding(const uint8_t* bytes, size_t size) const {
+        demand(::ftruncate(fd_, 0) == 0);
+        demand(::pwrite(fd_, bytes, size, 0) == static_cast<ssize_t>(size));
+        return path_;
+    }
+
+  private:
+    int fd_;
+    char path_[64];
 };
 
 void demand_consistent(Xheap* heap) {
@@ -48,27 +54,24 @@ long read_all(Xheap* heap) {
 }
 
 void change(Xheap* heap) {
-    const std::string data(300, 'd');
+    static const std::string data(300, 'd');
     for (const int n : {0, 20, 300, 7}) {
         demand(putx(heap, "new", data.data(), n) == 0);
         demand(putx_safe(heap, "safe", data.data(), n) == 0);
-        demand_consistent(heap);
     }
+    demand_consistent(heap);
     Tbl* names = namesx(heap);
     if (maxtbl(names) > 0) delx(heap, static_cast<char*>(gettbl(names, 0)));
     freetbl(names, nullptr);
     demand(collapsex(heap) == 0);
-    demand_consistent(heap);
 }
 
-long opened(const File& file, const char* mode) {
-    Xheap* heap = openx(file.path, mode, 64);
+long opened(const char* path, const char* mode, void (*then)(Xheap*)) {
+    Xheap* heap = openx(path, mode, 64);
     if (heap == nullptr) return 0;
+    if (std::strcmp(mode, "r") != 0) demand_consistent(heap);
     const long count = read_all(heap);
-    if (std::strcmp(mode, "r") != 0) {
-        demand_consistent(heap);
-        change(heap);
-    }
+    if (then != nullptr) then(heap);
     closex(&heap);
     return count;
 }
@@ -76,11 +79,12 @@ long opened(const File& file, const char* mode) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    const File file(bytes, size), broken(bytes, size);
-    const long count = opened(file, "r");
-    demand(opened(file, "r+") == count);
-    opened(file, "r+");
-    Xheap* heap = mapx(broken.path, "r+", 64);
+    static const File file;
+    const char* path = file.holding(bytes, size);
+    const long count = opened(path, "r", nullptr);
+    demand(opened(path, "r+", change) == count);
+    opened(path, "r+", nullptr);
+    Xheap* heap = mapx(file.holding(bytes, size), "r+", 64);
     if (heap != nullptr) {
         demand(salvagex(heap) >= 0);
         demand_consistent(heap);

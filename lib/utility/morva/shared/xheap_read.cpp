@@ -13,7 +13,6 @@ using namespace morva::heap;
 constexpr int kShownName = 1024;  // of a name that may have no end
 constexpr int kShownData = 64;
 constexpr int32_t kFar = 4096;
-constexpr int64_t kPatience = 1 << 25;  // bytes of damaged entries looked at again
 
 // What of the name and the data lies inside the entry, or not far behind it inside the file,
 // whatever their lengths say. Not far: their CRC must not take long when every entry lies.
@@ -65,19 +64,21 @@ bool is_sound(const Xheap* heap, const Seen& seen) {
     return false;
 }
 
-// Readers may meet an entry that is being stored just now. A large one gets fewer attempts, and so
-// does one among many: that they are damaged for good shall not take long to find out.
-bool is_settled(const Xheap* heap, Seen& seen, int64_t& patience) {
-    constexpr int kAttempts = 1000;
+// Readers may meet an entry that is being stored just now, and look at it again. That entries are
+// damaged for good shall not take long to find out: large ones get fewer attempts, and so does one
+// among many.
+constexpr int kPatience = 1000;
+
+bool is_settled(const Xheap* heap, Seen& seen, int& patience) {
+    constexpr int kAttempts = 100;
     constexpr int32_t kBytes = 1 << 22;
     if (seen.is_right()) return true;
-    const int attempts = heap->readonly ? std::clamp(kBytes / seen.header.size, 2, kAttempts) : 0;
-    for (int i = 0; i < attempts && patience > 0; ++i) {
+    int attempts = heap->readonly ? std::clamp(kBytes / seen.header.size, 2, kAttempts) : 0;
+    for (; attempts > 0 && patience > 0; --attempts, --patience) {
         const Seen now = look(heap, seen.at - heap->address);
         if (now.broken || !now.is_named() || now.header.size != seen.header.size) break;
         seen = now;
         if (seen.is_right()) return true;
-        patience -= seen.header.size;
     }
     return is_sound(heap, seen);
 }
@@ -110,7 +111,7 @@ void take_named(Xheap* heap, Entry* entry, const Seen& seen) {
     take_free(heap, earlier);
 }
 
-void take(Xheap* heap, Seen seen, int64_t& patience) {
+void take(Xheap* heap, Seen seen, int& patience) {
     Entry* entry = new_entry(seen.at, seen.header.size);
     const bool sound = !seen.broken && seen.is_named() && is_settled(heap, seen, patience);
     if (sound) {
@@ -152,7 +153,7 @@ int assimilatex(Xheap* heap) {
     if (heap == nullptr) elog_die(0, "heap pointer is null");
     free_lists(heap);
     make_lists(heap);
-    int64_t patience = kPatience;
+    int patience = kPatience;
     for_each_seen(heap, [&](const Seen& seen) { take(heap, seen, patience); });
     sort_free(heap);
     is_cut(heap);
