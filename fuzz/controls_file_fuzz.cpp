@@ -33,6 +33,14 @@ void forget() {
     dc.first = nullptr;
 }
 
+// Of two entries with the name the first one counts; one that no control can have is fatal.
+bool is_control(const Dcset* set, const char* name) {
+    std::size_t at = 0;
+    while (std::strcmp(set->names + at + 1, name) != 0) at += std::strlen(set->names + at + 1) + 2;
+    const int code = static_cast<unsigned char>(set->names[at]);
+    return code < 64 || (code & 63) < DC_INTEGERS;
+}
+
 // Each is searched for by walking over the others.
 constexpr long kMostNames = 16;
 
@@ -48,9 +56,8 @@ void ask() {
         const char* key = static_cast<char*>(gettbl(keys, i));
         const char* code = static_cast<char*>(getarr(names, key));
         demand(*dcname(*code, std::atoi(code + 1)) != '\0');
-        // Of two entries with the name the first one counts, which may be none that can be.
         void* value = nullptr;
-        if (dcget(key, &value) == 's') std::free(value);
+        if (is_control(dcselected(), key) && dcget(key, &value) == 's') std::free(value);
     }
     freetbl(keys, nullptr);
     freearr(names, std::free);

@@ -102,7 +102,8 @@ MORVA_API char* dcgets(int index);
 
 /* Stores the value of the named control of the selected set through `out` and returns its type: 'b'
  * (one byte is stored), 'i' (a long), 'f' (a double) or 's' (a char*, a new copy that the caller
- * frees). 0 for an unknown name, with nothing stored. */
+ * frees). 0 for an unknown name, with nothing stored. A name with a code that no control can have
+ * is fatal. */
 MORVA_API int dcget(const char* name, void* out);
 
 /* The value of a byte control, which becomes 0 in the same instant: of all that ask, one gets it.

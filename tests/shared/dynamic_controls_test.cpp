@@ -210,6 +210,16 @@ TEST_F(Controls, AFileThatCannotBeUsedIsComplainedOf) {
     EXPECT_THAT(run([] { return dcmaxcontrols(); }).errors, HasSubstr("Couldn't open"));
 }
 
+// A callback that reads a control hears of the file that is being opened.
+TEST_F(Controls, MayBeAskedForByTheRegister) {
+    kit::write_file(kFile, "short");
+    check([] {
+        const Elog_callback callback = [](int, char*, Tbl*) { return dcgetb(3); };
+        elog_set(ELOG_CALLBACK, 0, reinterpret_cast<void*>(callback));
+        return first_false({dcsetupbyt("x", 1) == 63, dcmaxcontrols() == 2});
+    });
+}
+
 TEST_F(Controls, AnOldFileIsReplaced) {
     kit::write_file(kFile, "#FileTbl of an older release");
     check([] { return first_false({dcmaxcontrols() == 20}); });
@@ -241,6 +251,13 @@ TEST_F(Controls, FaultsAreFatal) {
         {[] { dcsetb(64, 1); }, "index = 64 in dcsetb"},
         {[] { dcgets(16); }, "index = 16 in dcgets"},
         {[] { dctrigger(-1); }, "index = -1 in dctrigger"},
+        {[] {
+             dcsetupint("bad", 1);
+             dcselected()->names[0] = 0x40 | 16;
+             long value = 0;
+             dcget("bad", &value);
+         },
+         "bad returned type = '?' from typeindex (should never happen)"},
         {[] { dcname('x', 0); }, "unknown type = 120 (should never happen)"},
         {[] { dcname('b', 64); }, "Unexpected failure: "},
         {[] { dcsetupbyt(std::string(893, 'n').c_str(), 1); }, "there's no more string space!"},

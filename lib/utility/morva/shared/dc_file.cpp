@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "base/diagnostics.hpp"
 #include "base/memory.hpp"
@@ -195,7 +196,7 @@ void open_sets(Config& dc) {
         if (opened) return use_file(dc, std::move(opened));
         elog_complain(1, "Can't open %s file", kFile);
     }
-    use_memory(dc);
+    if (dc.selected.load() == nullptr) use_memory(dc);
 }
 
 }  // namespace
@@ -243,14 +244,23 @@ int dccreate() {
 }
 
 int dcopen(int select) {
-    static std::mutex opening;
+    static std::recursive_mutex opening;
+    static bool under_way = false;
     Config& dc = config();
     if (dc.selected.load(std::memory_order_acquire) != nullptr) return 0;
     morva::log_ready();
-    const std::lock_guard<std::mutex> lock(opening);
+    const std::lock_guard<std::recursive_mutex> lock(opening);
     if (dc.selected.load() != nullptr) return 0;
+    if (std::exchange(under_way, true)) {
+        // A callback of the register, which was told about the file, looks at a control: it finds
+        // private memory, until the opening that it interrupts goes on.
+        use_memory(dc);
+        dc.selected.store(dc.first, std::memory_order_release);
+        return 0;
+    }
     open_sets(dc);
     // Other threads see the controls open when the set is selected, not before.
     dc.selected.store(select != 0 ? set_of(dc, nullptr) : dc.first, std::memory_order_release);
+    under_way = false;
     return 0;
 }

@@ -167,8 +167,14 @@ int dcsetupstr(const char* name, const char* default_value) {
 }
 
 int dcget(const char* name, void* out) {
-    const Control control = name != nullptr ? find(selected_set(config()), name) : Control{};
-    if (control.type < 0) return 0;
+    Dcset* set = selected_set(config());
+    if (name == nullptr || !has_name(set, name)) return 0;
+    const Control control = find(set, name);
+    if (control.type < 0)
+        elog_die(0,
+                 "*stack* dynamic_controls: bad returned type = '%c' from typeindex (should never "
+                 "happen)",
+                 '?');
     switch (kLetters[control.type]) {
         case 'b':
             *static_cast<uint8_t*>(out) = static_cast<uint8_t>(dcgetb(control.index));
