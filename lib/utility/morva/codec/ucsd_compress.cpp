@@ -82,6 +82,8 @@ int cucsd_try(const int32_t* samples, int nsamp, char** buffer, int* nbytes, int
 
 Compressed morva::ucsd::compress(const std::int32_t* samples, std::size_t count, Rule rule,
                                  std::uint8_t* out) {
-    return may_use(Simd::kAvx2) ? compress_avx2(samples, count, rule, out)
-                                : compress_plain(samples, count, rule, out);
+    const auto version = may_use(Simd::kAvx512) ? compress_avx512
+                         : may_use(Simd::kAvx2) ? compress_avx2
+                                                : compress_plain;
+    return version(samples, count, rule, out);
 }

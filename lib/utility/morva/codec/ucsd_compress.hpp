@@ -32,11 +32,13 @@ constexpr std::int64_t capacity(std::int64_t nsamp, Rule rule) {
 // Writes `count` samples, at least one, into a buffer with room for capacity(count, rule) bytes.
 Compressed compress(const std::int32_t* samples, std::size_t count, Rule rule, std::uint8_t* out);
 
-// The versions behind it. Both write the same bytes. The first is nothing but the rules.
+// The versions behind it. All write the same bytes. The first is nothing but the rules.
 Compressed compress_plain(const std::int32_t* samples, std::size_t count, Rule rule,
                           std::uint8_t* out);
 Compressed compress_avx2(const std::int32_t* samples, std::size_t count, Rule rule,
                          std::uint8_t* out);
+Compressed compress_avx512(const std::int32_t* samples, std::size_t count, Rule rule,
+                           std::uint8_t* out);
 
 // How many differences behind a narrower one are looked at before a run of the class `widest`,
 // the widest among them, follows one of the class `current`: the fewer bits are won, the more.

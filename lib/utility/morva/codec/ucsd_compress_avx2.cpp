@@ -1,50 +1,14 @@
-// The AVX2 version of the compressor. It works on planes: words of which bit i says something about
-// the difference at place i of a chunk.
-//
-//   1. For each class, which differences are narrower than it.
-//   2. For each pair of classes, where a run of the first may give way to one of the second: where
-//      all differences that the look-ahead sees are narrow enough. Together these tell for each
-//      class where a run of it ends, and the class of the run that follows.
-//   3. Runs are found by looking for the next bit.
-//   4. Their values are packed, eight at a time.
-//
-// Behind the end of the series all differences count as 0.
+// The kernel of the compressor for AVX2: differences by 32, and values packed eight at a time.
 #include "codec/ucsd_compress.hpp"
 
 #ifdef __x86_64__
 
-#include <immintrin.h>
-
-#include <algorithm>
-#include <array>
-#include <bit>
-#include <cstring>
-
-#include "base/simd.hpp"
-#include "codec/ucsd_code.hpp"
+#include "codec/ucsd_compress_vectors.hpp"
 
 namespace morva::ucsd {
 namespace {
 
-constexpr std::size_t kWord = 64;
-constexpr std::size_t kWords = 32;
-constexpr std::size_t kChunk = kWord * kWords;
-constexpr std::size_t kBlock = 8;   // values that are packed together
-constexpr std::size_t kSlack = 32;  // samples behind a run that packing may read, and their bytes
-
-constexpr unsigned kCodeBits = 3;
-
-using Plane = std::array<std::uint64_t, kWords + 1>;
-
-// Words of a plane that are worked on together.
-constexpr std::size_t kTogether = 4;
-typedef std::uint64_t Words __attribute__((vector_size(kTogether * sizeof(std::uint64_t))));
-
-MORVA_AVX2 inline Words words_at(const Plane& plane, std::size_t word) {
-    Words words;
-    std::memcpy(&words, &plane[word], sizeof words);
-    return words;
-}
+constexpr std::size_t kBlock = 8;  // values that are packed together
 
 MORVA_AVX2 inline __m256i load(const std::int32_t* samples) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples));
@@ -86,143 +50,6 @@ MORVA_AVX2 inline std::uint32_t wider_than(const Sizes& sizes, int bits) {
                    _mm256_cmpgt_epi16(_mm256_min_epu16(sizes.high, largest), limit));
 }
 
-// A run of a class up to the place where the next one begins.
-struct Start {
-    std::size_t first;
-    int class_index;
-};
-
-class Chunk {
-  public:
-    MORVA_AVX2 Chunk(const std::int32_t* samples, std::size_t count)
-        : samples_(samples), count_(count), all_(_mm256_setzero_si256()) {
-        find_narrow(kWords, 1);
-    }
-
-    // Moves to the chunk that begins with the difference of sample `first`, the one behind the last
-    // chunk.
-    MORVA_AVX2 void move_to(std::size_t first) {
-        first_ = first;
-        for (int index = 1; index < kClassCount; ++index)
-            narrow_[index][0] = narrow_[index][kWords];
-        for (std::size_t word = 1; word <= kWords; ++word) find_narrow(word, first + word * kWord);
-        for (std::size_t word = 0; word < kWords; word += kTogether) {
-            find_ends<0>(word);
-            find_ends<1>(word);
-            find_ends<2>(word);
-            find_ends<3>(word);
-            find_ends<4>(word);
-        }
-    }
-
-    // Lists the runs that begin in this chunk behind the given one, and returns their number.
-    MORVA_AVX2 std::size_t find_runs(const Start& before, Start* starts) const {
-        std::size_t n = 0;
-        int current = before.class_index;
-        for (std::size_t word = 0; word < kWords; ++word) {
-            // The places not yet passed: a run takes the one it begins with.
-            std::uint64_t left = ~std::uint64_t{before.first == first_ + word * kWord};
-            for (std::uint64_t ends; (ends = ends_[current][word] & left) != 0; ++n) {
-                const auto bit = static_cast<unsigned>(_tzcnt_u64(ends));
-                current = static_cast<int>((code_[0][current][word] >> bit & 1) |
-                                           (code_[1][current][word] >> bit & 1) << 1 |
-                                           (code_[2][current][word] >> bit & 1) << 2);
-                starts[n] = {first_ + word * kWord + bit, current};
-                left = ~std::uint64_t{1} << bit;
-            }
-        }
-        return n;
-    }
-
-    // True when a difference before the end of this chunk needs more than 24 bits.
-    MORVA_AVX2 bool too_steep() const {
-        const __m256i above = _mm256_set1_epi32(~((1 << (bits_of(kSampleClass) - 1)) - 1));
-        return _mm256_testz_si256(all_, above) == 0;
-    }
-
-  private:
-    // Fills a word of the planes of narrow differences, from the one of sample i on.
-    MORVA_AVX2 void find_narrow(std::size_t word, std::size_t i) {
-        if (i >= count_) {
-            for (Plane& plane : narrow_) plane[word] = ~std::uint64_t{0};
-            return;
-        }
-        std::int32_t rest[kWord + 1];
-        const std::int32_t* samples = samples_ + i;
-        if (count_ - i < kWord) {
-            std::memcpy(rest, samples - 1, (count_ - i + 1) * sizeof *samples);
-            std::fill(rest + (count_ - i + 1), std::end(rest), samples_[count_ - 1]);
-            samples = rest + 1;
-        }
-        const Sizes low = sizes_of(samples, &all_), high = sizes_of(samples + kWord / 2, &all_);
-        for (int to = 1; to < kSampleClass; ++to) {
-            const int bits = kClasses[to - 1].bits;
-            narrow_[to][word] =
-                ~(wider_than(low, bits) | std::uint64_t{wider_than(high, bits)} << kWord / 2);
-        }
-        // The sign bit of sixteen tells the rest.
-        narrow_[kSampleClass][word] =
-            ~(to_bits(_mm256_srai_epi16(low.low, 15), _mm256_srai_epi16(low.high, 15)) |
-              std::uint64_t{
-                  to_bits(_mm256_srai_epi16(high.low, 15), _mm256_srai_epi16(high.high, 15))}
-                  << kWord / 2);
-    }
-
-    // The places whose difference, and all others that the look-ahead then sees, are narrow enough
-    // for a run of class To behind one of class From.
-    template <int From, int To>
-    MORVA_AVX2 Words gives_way(std::size_t word) const {
-        const Words here = words_at(narrow_[To + 1], word);
-        const Words next = words_at(narrow_[To + 1], word + 1);
-        Words places = here;
-        for (int j = 1; j <= differences_to_see(From, To); ++j)
-            places &= here >> j | next << (static_cast<int>(kWord) - j);
-        return places;
-    }
-
-    // What is found out about the places where runs of a class end.
-    struct Ends {
-        Words open;  // those without a class for the next run yet
-        Words ends, code[kCodeBits];
-    };
-
-    // Narrower classes come first: the first one that is wide enough is the next one.
-    template <int From, int To>
-    MORVA_AVX2 void choose(std::size_t word, Ends& found) {
-        if constexpr (To < kClassCount) {
-            if constexpr (To != From) {
-                Words places = found.open;
-                if constexpr (To < From) places &= gives_way<From, To>(word);
-                if constexpr (To > From && To < kSampleClass)
-                    places &= words_at(narrow_[To + 1], word);
-                if constexpr (To < From) found.ends |= places;
-                for (unsigned bit = 0; bit < kCodeBits; ++bit)
-                    if ((To >> bit & 1) != 0) found.code[bit] |= places;
-                found.open &= ~places;
-            }
-            choose<From, To + 1>(word, found);
-        }
-    }
-
-    template <int From>
-    MORVA_AVX2 void find_ends(std::size_t word) {
-        Ends found = {~Words{}, {}, {}};
-        if constexpr (From < kSampleClass) found.ends = ~words_at(narrow_[From + 1], word);
-        choose<From, 0>(word, found);
-        std::memcpy(&ends_[From][word], &found.ends, sizeof found.ends);
-        for (unsigned bit = 0; bit < kCodeBits; ++bit)
-            std::memcpy(&code_[bit][From][word], &found.code[bit], sizeof found.code[bit]);
-    }
-
-    const std::int32_t* samples_;
-    std::size_t count_;
-    std::size_t first_ = 1;
-    __m256i all_;                         // all sizes or'ed together
-    Plane narrow_[kClassCount];           // differences of a class before this one
-    Plane ends_[kClassCount];             // where runs of the class end
-    Plane code_[kCodeBits][kClassCount];  // the bits of the class that follows there
-};
-
 // How eight values of a class become bytes.
 struct Packing {
     std::uint32_t mask;      // the bits of a value
@@ -249,8 +76,8 @@ constexpr std::array<Packing, kClassCount> kPackings = [] {
 }();
 
 // Packs values in pairs of blocks, the last of which may reach behind the run.
-MORVA_AVX2 void pack(const std::int32_t* samples, std::size_t count, int class_index,
-                     std::uint8_t* out) {
+MORVA_AVX2 inline void pack_blocks(const std::int32_t* samples, std::size_t count, int class_index,
+                                   std::uint8_t* out) {
     const Packing& packing = kPackings[static_cast<std::size_t>(class_index)];
     const __m256i mask = _mm256_set1_epi32(static_cast<std::int32_t>(packing.mask));
     const __m256i of_sample = _mm256_set1_epi32(packing.of_sample);
@@ -275,77 +102,44 @@ MORVA_AVX2 void pack(const std::int32_t* samples, std::size_t count, int class_i
     }
 }
 
-// The series and the bytes written so far.
-struct Output {
-    const std::int32_t* samples;
-    std::size_t count;
-    std::uint8_t* begin;
-    bool lossy;
+class Kernel {
+  public:
+    MORVA_AVX2 Kernel() : all_(_mm256_setzero_si256()) {}
+
+    MORVA_AVX2 void narrow(const std::int32_t* samples, std::uint64_t* narrow) {
+        const Sizes low = sizes_of(samples, &all_), high = sizes_of(samples + kWord / 2, &all_);
+        for (int index = 0; index < kSampleClass - 1; ++index) {
+            const int bits = kClasses[index].bits;
+            narrow[index] =
+                ~(wider_than(low, bits) | std::uint64_t{wider_than(high, bits)} << kWord / 2);
+        }
+        // The sign bit of sixteen tells the rest.
+        narrow[kSampleClass - 1] =
+            ~(to_bits(_mm256_srai_epi16(low.low, 15), _mm256_srai_epi16(low.high, 15)) |
+              std::uint64_t{
+                  to_bits(_mm256_srai_epi16(high.low, 15), _mm256_srai_epi16(high.high, 15))}
+                  << kWord / 2);
+    }
+
+    MORVA_AVX2 bool too_steep() const {
+        const __m256i above = _mm256_set1_epi32(~((1 << (bits_of(kSampleClass) - 1)) - 1));
+        return _mm256_testz_si256(all_, above) == 0;
+    }
+
+    MORVA_AVX2 static void pack(const std::int32_t* samples, std::size_t count, int class_index,
+                                std::uint8_t* out) {
+        pack_blocks(samples, count, class_index, out);
+    }
+
+  private:
+    __m256i all_;  // all sizes or'ed together
 };
-
-MORVA_AVX2 inline std::uint8_t* put_short_run(const Output& output, std::size_t first,
-                                              std::size_t count, int class_index,
-                                              std::uint8_t* at) {
-    if (first + count + kSlack > output.count)
-        return put_run(output.samples, first, count, class_index, output.begin, at);
-    *at = 0;
-    at += (at - output.begin) % 2;
-    *at++ = kClasses[class_index].code;
-    *at++ = static_cast<std::uint8_t>(count);
-    pack(output.samples + first, count, class_index, at);
-    at += run_size(class_index, count);
-    // What lies in the other half of a half-filled byte belongs to a value behind the run.
-    const bool half = count * static_cast<std::size_t>(bits_of(class_index)) % 8 != 0;
-    at[-1] &= half ? 0xf0 : 0xff;
-    return at;
-}
-
-// Writes the samples first..end-1 as runs of a class.
-MORVA_AVX2 inline std::uint8_t* put(Output& output, std::size_t first, std::size_t end,
-                                    int class_index, std::uint8_t* at) {
-    if (class_index == kSampleClass)
-        for (std::size_t i = first; i < end; ++i)
-            output.lossy |= !fits(output.samples[i], bits_of(kSampleClass));
-    for (; end - first > kMaxRun; first += kMaxRun)
-        at = put_short_run(output, first, kMaxRun, class_index, at);
-    return put_short_run(output, first, end - first, class_index, at);
-}
-
-// True when the look-ahead that led from one run to the next met the end of the series.
-bool saw_the_end(const Start& start, int before, std::size_t count) {
-    return start.class_index < before &&
-           start.first + static_cast<std::size_t>(differences_to_see(before, start.class_index)) >=
-               count;
-}
 
 }  // namespace
 
 MORVA_AVX2 Compressed compress_avx2(const std::int32_t* samples, std::size_t count, Rule rule,
                                     std::uint8_t* out) {
-    std::uint8_t* at = put_first(samples[0], out);
-    if (count == 1) return {at, false, false, false};
-    Start run = {1, look_ahead(samples, count, 1, kBeforeFirst, rule)};
-    if (run.class_index == kUndecided) return {out, true, false, false};
-    Output output = {samples, count, out, false};
-    Chunk chunk(samples, count);
-    Start starts[kChunk];
-    for (std::size_t first = 1; first < count; first += kChunk) {
-        chunk.move_to(first);
-        const std::size_t n = chunk.find_runs(run, starts);
-        for (std::size_t i = 0; i < n && starts[i].first < count; ++i) {
-            if (rule == Rule::kStrict && saw_the_end(starts[i], run.class_index, count))
-                return {out, true, false, false};
-            at = put(output, run.first, starts[i].first, run.class_index, at);
-            run = starts[i];
-        }
-        // Whole runs of a long series of one class are written while they are in the cache.
-        for (; std::min(first + kChunk, count) - run.first > kMaxRun; run.first += kMaxRun)
-            at = put(output, run.first, run.first + kMaxRun, run.class_index, at);
-        if (output.lossy && rule == Rule::kLenient) break;
-    }
-    at = put(output, run.first, count, run.class_index, at);
-    if (output.lossy && rule == Rule::kLenient) return compress_plain(samples, count, rule, out);
-    return {at, false, output.lossy, chunk.too_steep()};
+    return compress_with<Kernel>(samples, count, rule, out);
 }
 
 }  // namespace morva::ucsd
