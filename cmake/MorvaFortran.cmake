@@ -20,6 +20,8 @@ set(kinds
     "int \\*(.+)|integer(c_int), intent(inout) :: NAME"
     "const long \\*(.+)|integer(c_long), intent(in) :: NAME"
     "long \\*(.+)|integer(c_long), intent(inout) :: NAME"
+    "const double \\*(fractions|scale)|real(c_double), intent(in) :: NAME(*)"
+    "double \\*(quantiles|range)|real(c_double), intent(inout) :: NAME(*)"
     "const double \\*(.+)|real(c_double), intent(in) :: NAME"
     "double \\*(.+)|real(c_double), intent(inout) :: NAME"
     "const intptr_t \\*(.+)|integer(handle), intent(in) :: NAME"

@@ -45,6 +45,8 @@
 #include "morva/export.h"
 #include "morva/pf.h"
 #include "morva/redblack.h"
+#include "morva/ring.h"
+#include "morva/ringlet.h"
 #include "morva/stbl.h"
 #include "morva/strmatches.h"
 #include "morva/tbl.h"
@@ -441,6 +443,56 @@ MORVA_API long dcname_(const int* type, const int* i, char* name, size_t name_le
 MORVA_API int dcexists_(const char* program, size_t program_length);
 MORVA_API int dcremove_(const char* program, size_t program_length);
 MORVA_API int dcdump_(const int* flag);
+
+/* Rings. The id of openring receives the file's. ptsrange fills an array of four numbers, scalepts
+ * and iscalepts take one, quantilesring two of n. The lists hold points by value: itemgettbl copies
+ * one to a variable of two real(8), of two integers (iscalepts) or of three (decimatepts). */
+MORVA_API int newring_(const char* path, const char* id, const int* size, const int* flags,
+                       size_t path_length, size_t id_length);
+MORVA_API Ring* openring_(const char* path, char* id, const int* size, const int* flags,
+                          size_t path_length, size_t id_length);
+MORVA_API int closering_(Ring* const* ring);
+MORVA_API int rmring_(Ring* const* ring);
+MORVA_API long idring_(Ring* const* ring, char* text, size_t text_length);
+MORVA_API long filenamering_(Ring* const* ring, char* text, size_t text_length);
+MORVA_API int setring_(Ring* const* ring, const double* gap, const double* null_value);
+MORVA_API int pushring_(Ring* const* ring, const double* time, const double* value);
+MORVA_API int cramring_(Ring* const* ring, const char* method, const double* time,
+                        const double* value, size_t method_length);
+MORVA_API int addring_(Ring* const* ring, const double* time, const double* value);
+MORVA_API long countring_(Ring* const* ring);
+MORVA_API int getring_(Ring* const* ring, const int* i, double* time, double* value);
+MORVA_API int valring_(Ring* const* ring, double* time, double* value);
+MORVA_API int nearbymaxring_(Ring* const* ring, double* time, double* value,
+                             const double* halfwidth);
+MORVA_API long findring_(Ring* const* ring, const double* value, const double* span);
+MORVA_API long tallyring_(Ring* const* ring, const double* span);
+MORVA_API long changedring_(Ring* const* ring, const double* span);
+MORVA_API double maxring_(Ring* const* ring, int* i, const double* span);
+MORVA_API double minring_(Ring* const* ring, int* i, const double* span);
+MORVA_API int meanring_(Ring* const* ring, int* n, double* mean, double* deviation,
+                        const double* span);
+MORVA_API double avgring_(Ring* const* ring, const double* span);
+MORVA_API int linearfitring_(Ring* const* ring, int* n, double* slope, double* intercept, double* r,
+                             const double* span);
+MORVA_API long quantilesring_(Ring* const* ring, const double* fractions, double* quantiles,
+                              const int* n, const double* span);
+MORVA_API long ptsring_(Ring* const* ring, Tbl** points, const double* last_time,
+                        const double* span);
+MORVA_API int ptsrange_(Tbl* const* points, double* range);
+MORVA_API int scalepts_(Tbl* const* points, Tbl** out, const double* scale);
+MORVA_API int iscalepts_(Tbl* const* points, Tbl** out, const double* scale);
+MORVA_API int decimatepts_(Tbl* const* points, const int* width, const int* height, Tbl** out);
+
+/* Ringlets. A record is a variable of the size that openringlet was told; getringlet copies it. */
+MORVA_API int newringlet_(const char* path, const long* nslots, const long* size,
+                          size_t path_length);
+MORVA_API Ringlet* openringlet_(const char* path, const long* nslots, const long* size,
+                                size_t path_length);
+MORVA_API int closeringlet_(Ringlet* const* ringlet);
+MORVA_API int pushringlet_(Ringlet* const* ringlet, const void* record);
+MORVA_API long countringlet_(Ringlet* const* ringlet);
+MORVA_API int getringlet_(Ringlet* const* ringlet, const long* i, void* record);
 
 MORVA_END
 #endif

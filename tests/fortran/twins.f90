@@ -498,6 +498,94 @@ contains
         call check(strgettbl(programs, 0_c_long, text) == 7, 'dcprograms')
         call check(text == '#common', 'dcprograms')
         call freetbl(programs)
+
+    ! Pushes 2, 4, .. 10 at the times 1 .. 5, then asks for everything.
+    subroutine rings(path)
+        character(len=*), intent(in) :: path
+        type, bind(c) :: point
+            real(c_double) :: x, y
+        end type
+        type, bind(c) :: run
+            integer(c_int) :: x, low, high
+        end type
+        integer(handle) :: ring, list, scaled, pixels, runs
+        integer(c_int) :: i, n
+        real(c_double) :: t, v, a, b, r, range(4), quantiles(2)
+        type(point) :: first
+        type(run) :: column
+        character(len=20) :: id
+        character(len=600) :: name
+        id = 'tide'
+        call check(newring(path, 'old', 3, 0) == 0, 'newring')
+        ring = openring(path, id, 10, 1)
+        call check(ring /= 0 .and. id == 'old', 'openring gives the id')
+        call check(pushring(ring, 1d0, 1d0) == -1, 'a ring to be read')
+        call check(rmring(ring) == 0, 'rmring')
+        id = 'tide'
+        ring = openring(path, id, 10, 0)
+        call check(setring(ring, 60d0, -1d0) == 0, 'setring')
+        do i = 1, 4
+            call check(pushring(ring, real(i, 8), 2d0 * i) == 0, 'pushring')
+        end do
+        call check(cramring(ring, 'collapse  ', 5d0, 10d0) == 0, 'cramring')
+        call check(cramring(ring, 'collapse  ', 5d0, 10d0) == -2, 'cramring in order')
+        call check(countring(ring) == 5, 'countring')
+        call check(idring(ring, id) == 4 .and. id == 'tide', 'idring')
+        call check(filenamering(ring, name) == len(path) .and. name == path, 'filenamering')
+        call check(getring(ring, 1, t, v) == 0 .and. t == 4 .and. v == 8, 'getring')
+        call check(getring(ring, 5, t, v) == -1, 'getring beyond the end')
+        call check(valring(ring, t, v) == 0 .and. t == 3 .and. v == 6, 'valring')
+        call check(nearbymaxring(ring, t, v, 1d0) == 0 .and. t == 4 .and. v == 8, 'nearbymaxring')
+        call check(findring(ring, 4d0, 9d0) == 3, 'findring')
+        call check(findring(ring, 4d0, 2d0) == -1, 'findring in the span')
+        call check(tallyring(ring, 2d0) == 1, 'tallyring')
+        call check(changedring(ring, 9d0) == 1, 'changedring')
+        call check(maxring(ring, i, 9d0) == 10 .and. i == 0, 'maxring')
+        call check(minring(ring, i, 3d0) == 6 .and. i == 2, 'minring')
+        call check(meanring(ring, n, a, b, 2d0) == 0 .and. n == 3 .and. a == 8 .and. b == 2, 'mean')
+        call check(avgring(ring, 9d0) == 6, 'avgring')
+        call check(linearfitring(ring, n, a, b, r, 9d0) == 0 .and. n == 5, 'linearfitring')
+        call check(a == 2 .and. b == 0 .and. r == 1, 'linearfitring')
+        call check(quantilesring(ring, [0.5d0, 0.25d0], quantiles, 2, 9d0) == 5, 'quantilesring')
+        call check(all(quantiles == [6d0, 4d0]), 'quantilesring')
+        list = 0
+        scaled = 0
+        pixels = 0
+        runs = 0
+        call check(ptsring(ring, list, 4d0, 2.5d0) == 3, 'ptsring')
+        call check(itemgettbl(list, 0_c_long, first) == 0, 'ptsring')
+        call check(first%x == 2 .and. first%y == 4, 'the oldest comes first')
+        call check(ptsrange(list, range) == 0, 'ptsrange')
+        call check(all(range == [2, 4, 4, 8]), 'ptsrange')
+        call check(scalepts(list, scaled, [1d0, 0d0, 2d0, 1d0]) == 0, 'scalepts')
+        call check(ptsrange(scaled, range) == 0, 'ptsrange')
+        call check(all(range == [2, 4, 9, 17]), 'scalepts')
+        call check(iscalepts(list, pixels, [1d0, 0d0, 1d0, 0d0]) == 0, 'iscalepts')
+        call check(decimatepts(pixels, 100, 6, runs) == 0, 'decimatepts')
+        call check(itemgettbl(runs, 2_c_long, column) == 0, 'decimatepts')
+        call check(column%x == 4 .and. column%low == 7 .and. column%high == 7, 'decimatepts')
+        call freetbl(list)
+        call freetbl(scaled)
+        call freetbl(pixels)
+        call freetbl(runs)
+        call check(addring(ring, 1d0, 1d0) == 0, 'addring')
+        call check(closering(ring) == 0, 'closering')
+    end subroutine
+
+    subroutine ringlets(path)
+        character(len=*), intent(in) :: path
+        integer(handle) :: ringlet
+        real(c_double) :: record
+        integer :: i
+        call check(newringlet(path, 2_c_long, 8_c_long) == 0, 'newringlet')
+        ringlet = openringlet(path, 9_c_long, 8_c_long)
+        do i = 1, 3
+            call check(pushringlet(ringlet, real(i, 8)) == 0, 'pushringlet')
+        end do
+        call check(countringlet(ringlet) == 2, 'countringlet')
+        call check(getringlet(ringlet, 1_c_long, record) == 0 .and. record == 2, 'getringlet')
+        call check(getringlet(ringlet, 2_c_long, record) == -1, 'getringlet beyond the end')
+        call check(closeringlet(ringlet) == 0, 'closeringlet')
     end subroutine
 
     subroutine waveforms()
@@ -585,6 +673,8 @@ program twins
     call time_strings()
     call units()
     call controls()
+    call rings(trim(argument)//'/twins.ring')
+    call ringlets(trim(argument)//'/twins.ringlet')
     call waveforms()
     call packed_samples()
     if (failures > 0) stop 1
