@@ -4,9 +4,12 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -104,7 +107,25 @@ class History {
         return name;
     }
 
+    // Where packets of these two names belong, as long as no others take the place.
+    struct Known {
+        char names[16];
+        Named* channel;
+    };
+
     Named* find(const Packet& packet) {
+        char names[16];
+        std::memcpy(names, packet.station, 8);
+        std::memcpy(names + 8, packet.channel, 8);
+        Known& known = known_[std::hash<std::string_view>()({names, 16}) % known_.size()];
+        if (known.channel == nullptr || std::memcmp(known.names, names, 16) != 0) {
+            std::memcpy(known.names, names, 16);
+            known.channel = find_by_name(packet);
+        }
+        return known.channel;
+    }
+
+    Named* find_by_name(const Packet& packet) {
         const std::string station = harmless(packet.station), channel = harmless(packet.channel);
         const std::string name = station + "." + channel;
         const auto found = channels_.find(name);
@@ -134,6 +155,7 @@ class History {
     const std::size_t most_;
     const bool anew_;
     std::map<std::string, Channel> channels_;
+    std::array<Known, 256> known_{};
     bool is_crowded_ = false;
     Ring* latency_;
     Xheap* heap_;
