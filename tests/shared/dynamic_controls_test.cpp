@@ -196,7 +196,8 @@ struct BadFile {
 };
 
 TEST_F(Controls, AFileThatCannotBeUsedIsComplainedOf) {
-    for (const BadFile& bad : {BadFile{"", "is empty"}, BadFile{"short", "too short"}}) {
+    for (const BadFile& bad :
+         {BadFile{"", "is empty\n\tNo data available"}, BadFile{"short", "too short"}}) {
         kit::write_file(kFile, bad.bytes);
         const kit::Ended ended = run([] {
             return first_false({dcsetupbyt("x", 1) == 63, dcmaxcontrols() == 2});
@@ -205,6 +206,9 @@ TEST_F(Controls, AFileThatCannotBeUsedIsComplainedOf) {
         EXPECT_THAT(ended.errors, HasSubstr("Can't open .dynamic_controls file"));
         EXPECT_THAT(ended.errors, HasSubstr(bad.message));
     }
+    std::filesystem::remove(kFile);
+    std::filesystem::create_symlink("nowhere", kFile);
+    EXPECT_EQ(run([] { return dccreate() == -1 ? 0 : 1; }).status, 0);
     std::filesystem::remove(kFile);
     std::filesystem::create_directory(kFile);
     EXPECT_THAT(run([] { return dcmaxcontrols(); }).errors, HasSubstr("Couldn't open"));

@@ -102,7 +102,10 @@ bool examine(int fd, struct stat& status) {
         ::fstat(fd, &status);
         ::lockf(fd, F_ULOCK, 0);
     }
-    if (status.st_size == 0) elog_log(1, "'%s' is empty\n", kFile);
+    if (status.st_size == 0) {
+        errno = ENODATA;
+        elog_log(1, "'%s' is empty\n", kFile);
+    }
     if (!S_ISREG(status.st_mode) || !is_trusted(status)) {
         elog_log(0, "'%s' is no file of one's own\n", kFile);
         return false;
@@ -237,8 +240,9 @@ int dccreate() {
     if (file_exists()) return 0;
     morva::Descriptor file(
         morva::retry([] { return ::open(kFile, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0664); }));
-    if (!file && errno == EEXIST) return 0;
     if (file) return fill(file);
+    // Somebody else was faster, unless the name is a link that leads nowhere.
+    if (errno == EEXIST && file_exists()) return 0;
     elog_log(1, "failed to open %s", kFile);
     return -1;
 }
