@@ -498,6 +498,7 @@ contains
         call check(strgettbl(programs, 0_c_long, text) == 7, 'dcprograms')
         call check(text == '#common', 'dcprograms')
         call freetbl(programs)
+    end subroutine
 
     ! Pushes 2, 4, .. 10 at the times 1 .. 5, then asks for everything.
     subroutine rings(path)
