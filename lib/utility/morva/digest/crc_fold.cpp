@@ -187,6 +187,47 @@ MORVA_VCLMUL inline std::uint64_t fold_pieces(std::uint64_t start, const unsigne
     return turned_rest<kReflected>(sum, c) ^ static_cast<std::uint64_t>(_mm_cvtsi128_si64(more));
 }
 
+// The four pieces of a register added up.
+MORVA_VCLMUL inline __m128i in_one(__m512i four) {
+    const __m256i two =
+        _mm256_xor_si256(_mm512_castsi512_si256(four), _mm512_extracti64x4_epi64(four, 1));
+    return _mm_xor_si128(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1));
+}
+
+// As fold_pieces, by registers of four pieces, for more than one of them.
+template <bool kReflected>
+MORVA_VCLMUL std::uint64_t fold_registers(std::uint64_t start, const unsigned char* bytes,
+                                          std::size_t n, const Constants& c) {
+    const unsigned char* const end = bytes + n;
+    const std::size_t odd = (n - 1) % kWide + 1, whole = (n - 1) / kWide;
+    const __mmask64 back = ~std::uint64_t{0} << (kWide - odd);
+    const __m512i first =
+        _mm512_xor_si512(_mm512_loadu_si512(bytes), _mm512_zextsi128_si512(word(start)));
+    const __m512i front = _mm512_maskz_expand_epi8(back, first);
+    __m512i more = _mm512_zextsi128_si512(word(odd < sizeof start ? start >> (8 * odd) : 0));
+    const Pair* const last = std::end(c.last) - 4;
+    __m512i sum = added(turned<kReflected>(front), _mm512_load_si512(last - 4 * whole),
+                        _mm512_setzero_si512());
+    const auto add = [&](std::ptrdiff_t before) MORVA_VCLMUL {
+        const __m512i pieces =
+            _mm512_loadu_si512(end - (before + 1) * static_cast<std::ptrdiff_t>(kWide));
+        sum = added(turned<kReflected>(_mm512_xor_si512(pieces, more)),
+                    _mm512_load_si512(last - 4 * before), sum);
+        more = _mm512_setzero_si512();
+    };
+    switch (whole) {
+        case 3:
+            add(2);
+            [[fallthrough]];
+        case 2:
+            add(1);
+            [[fallthrough]];
+        default:
+            add(0);
+    }
+    return turned_rest<kReflected>(in_one(sum), c);
+}
+
 // Four registers in a row are moved on side by side, and at last to the end. In front of them are
 // zeros, and what does not fill a register.
 template <bool kReflected>
@@ -236,11 +277,7 @@ MORVA_VCLMUL std::uint64_t fold_wide(std::uint64_t start, const unsigned char* b
         return added(pieces, _mm512_load_si512(c.last + 4 * place), others);
     };
     a = _mm512_xor_si512(to_end(a, 0, to_end(b, 1, zero)), to_end(d, 2, to_end(e, 3, zero)));
-    const __m256i two =
-        _mm256_xor_si256(_mm512_castsi512_si256(a), _mm512_extracti64x4_epi64(a, 1));
-    const __m128i one =
-        _mm_xor_si128(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1));
-    return turned_rest<kReflected>(one, c);
+    return turned_rest<kReflected>(in_one(a), c);
 }
 
 template <class C>
@@ -249,8 +286,13 @@ MORVA_VCLMUL typename C::Word add_vclmul(typename C::Word crc, const unsigned ch
     static_assert(C::kReflected || C::kWidth < 64);  // no term of the mirror image is lost
     static constexpr Constants kConstants = fold::constants<fold::Reflected<C>>();
     const std::uint64_t start = fold::start_of<C>(crc);
-    const std::uint64_t rest = n <= kWide ? fold_pieces<C::kReflected>(start, bytes, n, kConstants)
-                                          : fold_wide<C::kReflected>(start, bytes, n, kConstants);
+    std::uint64_t rest;
+    if (n <= kWide)
+        rest = fold_pieces<C::kReflected>(start, bytes, n, kConstants);
+    else if (n <= 4 * kWide)
+        rest = fold_registers<C::kReflected>(start, bytes, n, kConstants);
+    else
+        rest = fold_wide<C::kReflected>(start, bytes, n, kConstants);
     return *result = fold::crc_of<C>(rest);
 }
 
