@@ -33,8 +33,10 @@ Encoded encode_plain(const std::int32_t* samples, std::size_t count, char* out) 
 }
 
 Encoded encode_samples(const std::int32_t* samples, std::size_t count, char* out) {
-    return may_use(Simd::kAvx2) ? encode_avx2(samples, count, out)
-                                : encode_plain(samples, count, out);
+    const auto version = may_use(Simd::kAvx512) ? encode_avx512
+                         : may_use(Simd::kAvx2) ? encode_avx2
+                                                : encode_plain;
+    return version(samples, count, out);
 }
 
 }  // namespace morva

@@ -17,8 +17,9 @@ std::int64_t encoded_length(const std::int32_t* samples, std::size_t count);
 // Writes encoded_length characters at `out`, and nothing behind them.
 Encoded encode_samples(const std::int32_t* samples, std::size_t count, char* out);
 
-// The two versions behind it. Both write the same text.
+// The versions behind it. All write the same text.
 Encoded encode_plain(const std::int32_t* samples, std::size_t count, char* out);
 Encoded encode_avx2(const std::int32_t* samples, std::size_t count, char* out);
+Encoded encode_avx512(const std::int32_t* samples, std::size_t count, char* out);
 
 }  // namespace morva

@@ -1,28 +1,20 @@
-// The AVX2 version of the encoder. Eight values at a time become codes in a scratch buffer, one
-// code a byte; whole lines of codes are then turned into characters on their way to the text.
+// The kernel of the encoder for AVX2: eight values at a time.
 #include "codec/cm6_encode.hpp"
 
 #ifdef __x86_64__
 
 #include <immintrin.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "base/simd.hpp"
-#include "codec/cm6_code.hpp"
-#include "codec/cm6_text.hpp"
-#include "digest/gse_checksum.hpp"
+#include "codec/cm6_encode_vectors.hpp"
 
 namespace morva {
 
 using namespace cm6code;
 
 namespace {
-
-constexpr std::size_t kBlock = 8;     // values in a vector
-constexpr std::size_t kChunk = 1024;  // samples between two visits to the text
-constexpr std::size_t kStore = 8;     // bytes that one store may write behind the last code
 
 // Stores the low bytes of up to four words one behind the other.
 MORVA_AVX2 inline std::uint8_t* store_words(__m256i words, __m256i lengths, std::uint8_t* out) {
@@ -108,7 +100,7 @@ MORVA_AVX2 inline std::uint8_t* put_four(__m128i magnitudes, __m128i lengths, __
     return store_words(codes, length, out);
 }
 
-MORVA_AVX2 inline std::uint8_t* put_block(__m256i values, std::uint8_t* out) {
+MORVA_AVX2 inline std::uint8_t* put_values(__m256i values, std::uint8_t* out) {
     const __m256i magnitudes = _mm256_abs_epi32(values);
     const __m256i signs =
         _mm256_and_si256(_mm256_srli_epi32(values, 27), _mm256_set1_epi32(kNegative));
@@ -123,20 +115,6 @@ MORVA_AVX2 inline std::uint8_t* put_block(__m256i values, std::uint8_t* out) {
 
 MORVA_AVX2 inline __m256i load(const std::int32_t* samples) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples));
-}
-
-// The codes of samples first..end-1 of a series.
-MORVA_AVX2 std::uint8_t* put_samples(const std::int32_t* samples, std::size_t first,
-                                     std::size_t end, std::uint8_t* out) {
-    std::size_t i = first;
-    for (; i < end && i < 2; ++i) out = put_codes(second_difference(samples, i), out);
-    for (; i + kBlock <= end; i += kBlock) {
-        const __m256i middle = load(samples + i - 1);
-        const __m256i outer = _mm256_add_epi32(load(samples + i), load(samples + i - 2));
-        out = put_block(_mm256_sub_epi32(outer, _mm256_add_epi32(middle, middle)), out);
-    }
-    for (; i < end; ++i) out = put_codes(second_difference(samples, i), out);
-    return out;
 }
 
 // Where the alphabet jumps: characters are codes plus 46, but for the two signs in front, and
@@ -154,7 +132,7 @@ MORVA_AVX2 inline __m256i characters(__m256i codes) {
 static_assert(Encode[0] == '+' && Encode[1] == '+' + 1 + 1 && Encode[2] == '+' + 2 + 3);
 
 // Writes `count` codes as characters. Reads up to 31 bytes more than that, and writes none more.
-MORVA_AVX2 inline void write_line(const std::uint8_t* codes, char* out) {
+MORVA_AVX2 inline void put_line(const std::uint8_t* codes, char* out) {
     static_assert(kLineLength == 80);
     const auto convert = [&](int at) MORVA_AVX2 {
         return characters(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(codes + at)));
@@ -164,50 +142,22 @@ MORVA_AVX2 inline void write_line(const std::uint8_t* codes, char* out) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 64), _mm256_castsi256_si128(convert(64)));
 }
 
-// Codes that wait for their line to fill.
-class LineWriter {
-  public:
-    explicit LineWriter(char* out) : out_(out) {}
-
-    std::uint8_t* end() { return codes_ + pending_; }
-
-    // Takes the codes up to `end` and writes all lines behind which another character stands.
-    MORVA_AVX2 void write_lines(const std::uint8_t* end) {
-        const std::uint8_t* line = codes_;
-        for (; end - line > kLineLength; line += kLineLength, out_ += kLineLength + 1) {
-            write_line(line, out_);
-            out_[kLineLength] = '\n';
-        }
-        pending_ = static_cast<std::size_t>(end - line);
-        std::memmove(codes_, line, pending_);
+struct Kernel {
+    static constexpr std::size_t kBlock = 8;
+    MORVA_AVX2 static std::uint8_t* put_block(const std::int32_t* samples, std::uint8_t* out) {
+        const __m256i middle = load(samples - 1);
+        const __m256i outer = _mm256_add_epi32(load(samples), load(samples - 2));
+        return put_values(_mm256_sub_epi32(outer, _mm256_add_epi32(middle, middle)), out);
     }
-
-    // Writes what is left, at most a line.
-    MORVA_AVX2 char* finish() {
-        char line[kLineLength];
-        write_line(codes_, line);
-        std::memcpy(out_, line, pending_);
-        return out_ + pending_;
+    MORVA_AVX2 static void write_line(const std::uint8_t* codes, char* out) {
+        put_line(codes, out);
     }
-
-  private:
-    char* out_;
-    std::size_t pending_ = 0;
-    // Whatever the stores and loads of whole vectors touch behind the last code is in here too.
-    std::uint8_t codes_[kLineLength + kChunk * kMaxCharacters + kStore + 32];
 };
 
 }  // namespace
 
 MORVA_AVX2 Encoded encode_avx2(const std::int32_t* samples, std::size_t count, char* out) {
-    LineWriter writer(out);
-    std::int32_t sum = 0;
-    for (std::size_t first = 0; first < count; first += kChunk) {
-        const std::size_t end = std::min(first + kChunk, count);
-        sum = add_to_checksum(sum, samples + first, end - first);
-        writer.write_lines(put_samples(samples, first, end, writer.end()));
-    }
-    return {writer.finish(), sum};
+    return encode_with<Kernel>(samples, count, out);
 }
 
 }  // namespace morva
