@@ -558,6 +558,7 @@ bool is_self_made(const std::string& name, const std::string& value) {
 
 using Put = int (*)(Xheap*, const char*, const void*, int);
 constexpr int kNames = 12;
+constexpr unsigned kLongest = 100;  // seconds that a process works on when nobody ends it
 
 std::string name_of(unsigned i) {
     return "name" + std::to_string(i % kNames);
@@ -565,6 +566,7 @@ std::string name_of(unsigned i) {
 
 [[noreturn]] void store_for_ever(const char* path, Put put, unsigned seed, int ready) {
     std::mt19937 random(seed);
+    ::alarm(kLongest);
     Xheap* heap = openx(path, "r+", 2000);
     (void)!::write(ready, "r", 1);
     for (unsigned count = 0;; ++count) {
@@ -636,6 +638,7 @@ INSTANTIATE_TEST_SUITE_P(Putx, XheapProcesses, testing::Values(false, true),
 // Opens the heap again and again, and works on it until that fails.
 [[noreturn]] void open_for_ever(const char* path, const char* mode, unsigned seed) {
     std::mt19937 random(seed);
+    ::alarm(kLongest);
     ::close(2);
     for (void* buffer = nullptr;; elog_clear()) {
         Xheap* heap = openx(path, mode, 1000);

@@ -152,7 +152,7 @@ void for_each_seen(const Xheap* heap, Take take) {
 Entry* new_entry(char* at, int32_t size);
 
 inline Entry* find(const Xheap* heap, std::string_view name) {
-    return static_cast<const Index*>(heap->index)->find(name);
+    return static_cast<const Index*>(heap->index)->find(name, heap->address);
 }
 
 // The entry of that name is this one from now on; returns the one it was before, or null.

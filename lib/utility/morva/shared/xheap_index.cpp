@@ -3,13 +3,13 @@
 namespace morva::heap {
 
 // The slot of an entry with that hash, or the empty one where it belongs.
-std::size_t Index::place_of(uint64_t hash, const Xheap_entry* entry) const {
+std::size_t Index::place_of(uint32_t hash, const Xheap_entry* entry) const {
     std::size_t i = hash & mask_;
     while (slots_[i].entry != nullptr && slots_[i].entry != entry) i = (i + 1) & mask_;
     return i;
 }
 
-// Half of the slots stay empty.
+// A third of the slots stays empty.
 void Index::grow() {
     Vector<Slot> old(2 * slots_.size());
     old.swap(slots_);
@@ -22,12 +22,13 @@ void Index::grow() {
     }
 }
 
-void Index::put(std::string_view name, const Xheap_entry* older, Xheap_entry* entry) {
-    if (2 * (count_ + 1) > slots_.size()) grow();
-    const uint64_t hash = hash_of(name);
+void Index::put(std::string_view name, const Xheap_entry* older, Xheap_entry* entry,
+                int32_t offset) {
+    if (3 * (count_ + 1) > 2 * slots_.size()) grow();
+    const uint32_t hash = hash_of(name);
     Slot& slot = slots_[place_of(hash, older)];
     if (slot.entry == nullptr) ++count_;
-    slot = {hash, entry};
+    slot = {hash, offset, entry};
 }
 
 void Index::remove(std::string_view name, const Xheap_entry* entry) {
@@ -42,6 +43,11 @@ void Index::remove(std::string_view name, const Xheap_entry* entry) {
         hole = i;
     }
     slots_[hole].entry = nullptr;
+}
+
+void Index::locate(const char* file) {
+    for (Slot& slot : slots_)
+        if (slot.entry != nullptr) slot.offset = static_cast<int32_t>(slot.entry->address - file);
 }
 
 }  // namespace morva::heap

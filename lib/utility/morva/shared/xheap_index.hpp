@@ -5,6 +5,9 @@
 // are compared where they are in the mapping, which another process may write to: what is replaced
 // or removed is therefore known by its record, not by its name. The hash is seeded by an address,
 // so that no file can be made whose names all meet in one slot.
+//
+// A slot also tells where its entry lies, or lay: its bytes and its record are then fetched from
+// memory at the same time. Nothing but time depends on it.
 #pragma once
 
 #include <cstdint>
@@ -19,23 +22,31 @@ namespace morva::heap {
 
 class Index {
   public:
-    Xheap_entry* find(std::string_view name) const {
-        const uint64_t hash = hash_of(name);
+    // The entry of that name in the file that is mapped at `file`.
+    Xheap_entry* find(std::string_view name, const char* file) const {
+        const uint32_t hash = hash_of(name);
         for (std::size_t i = hash & mask_;; i = (i + 1) & mask_) {
             const Slot& slot = slots_[i];
             if (slot.entry == nullptr) return nullptr;
-            if (slot.hash == hash && has_name(slot.entry, name)) return slot.entry;
+            if (slot.hash != hash) continue;
+            __builtin_prefetch(file + slot.offset);
+            __builtin_prefetch(file + slot.offset + kLine);
+            if (has_name(slot.entry, name)) return slot.entry;
         }
     }
 
     // Enters an entry, in the place of an older one of that name if there is one.
-    void put(std::string_view name, const Xheap_entry* older, Xheap_entry* entry);
+    void put(std::string_view name, const Xheap_entry* older, Xheap_entry* entry, int32_t offset);
 
     void remove(std::string_view name, const Xheap_entry* entry);
 
+    // All entries have been moved.
+    void locate(const char* file);
+
   private:
     struct Slot {
-        uint64_t hash;
+        uint32_t hash;
+        int32_t offset;
         Xheap_entry* entry;  // null: the slot is empty
     };
 
@@ -51,7 +62,7 @@ class Index {
         return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
     }
 
-    uint64_t hash_of(std::string_view name) const {
+    uint32_t hash_of(std::string_view name) const {
         constexpr uint64_t kOdd = 0x9e3779b97f4a7c15;  // 2^64 divided by the golden ratio
         const char* at = name.data();
         std::size_t left = name.size();
@@ -59,13 +70,14 @@ class Index {
         for (; left >= kWordBytes; at += kWordBytes, left -= kWordBytes)
             hash = folded(hash ^ load_big_endian<uint64_t>(at), kOdd);
         const uint64_t rest = left > 0 ? load_partial_word(at, left) : 0;
-        return folded(hash ^ rest, kOdd);
+        return static_cast<uint32_t>(folded(hash ^ rest, kOdd));
     }
 
-    std::size_t place_of(uint64_t hash, const Xheap_entry* entry) const;
+    std::size_t place_of(uint32_t hash, const Xheap_entry* entry) const;
     void grow();
 
     static constexpr std::size_t kFirst = 16;
+    static constexpr std::size_t kLine = 64;
     Vector<Slot> slots_ = Vector<Slot>(kFirst);
     std::size_t mask_ = kFirst - 1;
     std::size_t count_ = 0;

@@ -33,7 +33,8 @@ void free_lists(Xheap* heap) {
 
 Entry* set_name(Xheap* heap, const String& name, Entry* entry) {
     auto* older = static_cast<Entry*>(setarr(heap->names, name.c_str(), entry));
-    static_cast<Index*>(heap->index)->put(name, older, entry);
+    static_cast<Index*>(heap->index)
+        ->put(name, older, entry, static_cast<int32_t>(entry->address - heap->address));
     return older;
 }
 

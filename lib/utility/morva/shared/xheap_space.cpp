@@ -181,6 +181,7 @@ int collapsex(Xheap* heap) {
     if (!may_store(heap)) return -1;
     settle(heap);
     char* end = pack(heap);
+    static_cast<Index*>(heap->index)->locate(heap->address);
     const auto rest = static_cast<int32_t>(heap->address + heap->length - end);
     clrtbl(heap->free_list, std::free);
     if (rest == 0) return 0;
