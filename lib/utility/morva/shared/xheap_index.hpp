@@ -31,6 +31,7 @@ class Index {
             if (slot.hash != hash) continue;
             __builtin_prefetch(file + slot.offset);
             __builtin_prefetch(file + slot.offset + kLine);
+            __builtin_prefetch(file + slot.offset + 2 * kLine);
             if (has_name(slot.entry, name)) return slot.entry;
         }
     }
