@@ -224,6 +224,20 @@ TEST_F(Controls, MayBeAskedForByTheRegister) {
     });
 }
 
+// Who comes while another process makes the file waits for it.
+TEST_F(Controls, AFileInTheMakingIsWaitedFor) {
+    kit::write_file(kFile, "");
+    check([] {
+        const pid_t maker = ::fork();
+        if (maker == 0) {
+            std_sleep(0.03);
+            kit::write_file(kFile, std::string(3 * kSet, '\0'));
+            ::_exit(0);
+        }
+        return first_false({dcmaxcontrols() == 3, ::waitpid(maker, nullptr, 0) == maker});
+    });
+}
+
 TEST_F(Controls, AnOldFileIsReplaced) {
     kit::write_file(kFile, "#FileTbl of an older release");
     check([] { return first_false({dcmaxcontrols() == 20}); });

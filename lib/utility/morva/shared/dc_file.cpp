@@ -25,6 +25,7 @@ constexpr int kDefaultSets = 20;
 constexpr int kMostSets = 1000;
 constexpr char kOldMagic[] = "#FileTbl";
 constexpr int kPatience = 100;  // attempts at a lock, a hundredth of a second apart
+constexpr int kMoments = 10;    // and looks at a file that is still empty
 
 void name_common(Dcset* first) {
     std::strcpy(first->program, "#common");
@@ -81,9 +82,22 @@ int fill(Descriptor& file) {
 bool lock_patiently(int fd) {
     for (int attempt = 0; attempt < kPatience; ++attempt) {
         if (retry([&] { return ::lockf(fd, F_TLOCK, 0); }) == 0) return true;
+        if (errno != EAGAIN && errno != EACCES) return false;
         std_sleep(0.01);
     }
     return false;
+}
+
+// The state of a file that may be in the making: its maker has it locked, but for the first moment,
+// in which it is empty.
+int settled_state(int fd, struct stat& status) {
+    for (int attempt = 0;; ++attempt) {
+        const bool locked = lock_patiently(fd);
+        const int result = ::fstat(fd, &status);
+        if (locked) ::lockf(fd, F_ULOCK, 0);
+        if (result != 0 || !locked || status.st_size > 0 || attempt == kMoments) return result;
+        std_sleep(0.01);
+    }
 }
 
 // In a process with more rights than its user a file that somebody else may write steers nothing.
@@ -92,15 +106,11 @@ bool is_trusted(const struct stat& status) {
     return !std_is_secure() || (status.st_uid == ::geteuid() && (status.st_mode & kOthers) == 0);
 }
 
-// Length and kind of the file. One that is empty may be in the making: then its maker holds a lock.
+// Whether the file can be used.
 bool examine(int fd, struct stat& status) {
-    if (::fstat(fd, &status) != 0) {
+    if (settled_state(fd, status) != 0) {
         elog_log(1, "fstat failed for '%s'\n", kFile);
         return false;
-    }
-    if (status.st_size == 0 && lock_patiently(fd)) {
-        ::fstat(fd, &status);
-        ::lockf(fd, F_ULOCK, 0);
     }
     if (status.st_size == 0) {
         errno = ENODATA;
