@@ -146,7 +146,8 @@ TEST_F(Legit, ChecksThePeerOfASocket) {
 // Quick and slow reading of numbers give what the C library gives.
 TEST_F(Legit, ReadsValuesAsTheCLibrary) {
     for (const char* text : {"1.2.3.4", "01.2.3.4", "0x7f.1", "1.2.3", "1.2.3.256", "1.2.3.4.5",
-                             "1..3.4", "4294967295", "255.255.255.254", "1.2.3.", "0.0.0.0", "x"}) {
+                             "1..3.4", "4294967295", "255.255.255.254", "1.2.3.", "0.0.0.0", "x",
+                             "00.2.3.4", "1.2.3.1234", "1.2.3.010", "1.2.3.0x1f", "25.2.3.09"}) {
         Pf* pf = nullptr;
         const std::string list =
             std::string("valid_ip_addresses &Tbl{\n") + text + " 255.255.255.255\n}\n";

@@ -21,13 +21,23 @@ namespace {
 // ---- IPv4 values
 
 // A number of a plain dotted quad: no sign, no leading zero, below 256.
-bool take_byte(const char*& at, uint32_t& value) {
-    const char* first = at;
-    uint32_t number = 0;
-    while (*at >= '0' && *at <= '9' && at - first < 3)
-        number = 10 * number + static_cast<uint32_t>(*at++ - '0');
+inline bool take_byte(const char*& at, uint32_t& value) {
+    const auto digit = [&](int i) { return static_cast<uint32_t>(at[i] - '0'); };
+    uint32_t number = digit(0);
+    if (number > 9) return false;
+    int length = 1;
+    if (digit(1) <= 9) {
+        if (number == 0) return false;
+        number = 10 * number + digit(1);
+        length = 2;
+        if (digit(2) <= 9) {
+            number = 10 * number + digit(2);
+            length = 3;
+        }
+    }
+    at += length;
     value = value << 8 | number;
-    return at != first && number < 256 && (at - first == 1 || *first != '0');
+    return number < 256;
 }
 
 // Four bytes at the start of a word that ends behind them.
