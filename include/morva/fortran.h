@@ -13,8 +13,9 @@
  * here holds for all, and only what differs is said below.
  *   1. Every argument is passed by reference. int is integer(c_int), the default integer; long is
  *      integer(c_long), eight bytes. Indices count from 0, as in C.
- *   2. Handles (lists, arrays, sets, cabinets, parameter trees, C streams) are integer(handle),
- * eight bytes. They are what the making function returned, and 0 is the null handle.
+ *   2. Handles (lists, arrays, sets, cabinets, parameter trees, heaps, C streams) are
+ * integer(handle), eight bytes. They are what the making function returned, and 0 is the null
+ * handle.
  *   3. Strings are character variables of any length. On the way in, trailing blanks are left out,
  *      and a char(0) ends the string early: ', '//char(0) keeps its blank. A string of blanks is
  *      the empty string; where C takes a null string, it stands for that. Lengths travel as
@@ -50,6 +51,7 @@
 #include "morva/stbl.h"
 #include "morva/strmatches.h"
 #include "morva/tbl.h"
+#include "morva/xheap.h"
 
 MORVA_BEGIN
 
@@ -493,6 +495,28 @@ MORVA_API int closeringlet_(Ringlet* const* ringlet);
 MORVA_API int pushringlet_(Ringlet* const* ringlet, const void* record);
 MORVA_API long countringlet_(Ringlet* const* ringlet);
 MORVA_API int getringlet_(Ringlet* const* ringlet, const long* i, void* record);
+
+/* Shared heaps. Character variables hold the data. putx and putx_safe store the first `n` bytes of
+ * one, which must have them (else -1); getx and readx cut the data or pad them with blanks, and `n`
+ * becomes the length of the whole. namesx gives a list of strings, for strgettbl, that belong to
+ * the heap: freetbl frees it. */
+MORVA_API Xheap* openx_(const char* path, const char* mode, const int* size, size_t path_length,
+                        size_t mode_length);
+MORVA_API int closex_(Xheap** heap);
+MORVA_API int putx_(Xheap* const* heap, const char* name, const char* data, const int* n,
+                    size_t name_length, size_t data_length);
+MORVA_API int putx_safe_(Xheap* const* heap, const char* name, const char* data, const int* n,
+                         size_t name_length, size_t data_length);
+MORVA_API int getx_(Xheap* const* heap, const char* name, char* data, int* n, size_t name_length,
+                    size_t data_length);
+MORVA_API int readx_(Xheap* const* heap, const char* name, char* data, int* n, size_t name_length,
+                     size_t data_length);
+MORVA_API int refreshx_(Xheap* const* heap);
+MORVA_API int delx_(Xheap* const* heap, const char* name, size_t name_length);
+MORVA_API Tbl* namesx_(Xheap* const* heap);
+MORVA_API int collapsex_(Xheap* const* heap);
+MORVA_API int verifyx_(Xheap* const* heap);
+MORVA_API int showx_(Xheap* const* heap);
 
 MORVA_END
 #endif

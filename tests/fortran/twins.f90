@@ -589,6 +589,32 @@ contains
         call check(closeringlet(ringlet) == 0, 'closeringlet')
     end subroutine
 
+    subroutine heaps(path)
+        character(len=*), intent(in) :: path
+        integer(handle) :: heap, names
+        integer(c_int) :: n
+        character(len=8) :: text
+        real(8), parameter :: x = 0
+        heap = openx(path//'  ', 'r+', 4096)
+        call check(heap /= 0, 'openx')
+        call check(putx(heap, 'station ', 'AAK  ', 3) == 0, 'putx')
+        call check(putx(heap, 'station', 'AAK', 4) == -1, 'putx of more than there is')
+        call check(putx_safe(heap, 'rate', transfer(2.5d0, text), 8) == 0, 'putx_safe')
+        call check(getx(heap, 'station', text, n) == 0 .and. n == 3 .and. text == 'AAK', 'getx')
+        call check(getx(heap, 'none', text, n) == -1, 'getx of none')
+        n = closex(heap)
+        heap = openx(path, 'r', 0)
+        call check(readx(heap, 'rate', text, n) == 0, 'readx')
+        call check(n == 8 .and. transfer(text, x) == 2.5d0, 'readx')
+        names = namesx(heap)
+        call check(maxtbl(names) == 2, 'namesx')
+        call check(strgettbl(names, 0_c_long, text) == 4 .and. text == 'rate', 'namesx')
+        call freetbl(names)
+        call check(verifyx(heap) == 0, 'verifyx')
+        call check(delx(heap, 'rate') == -1, 'delx of a heap to read')
+        call check(closex(heap) == 0 .and. heap == 0, 'closex')
+    end subroutine
+
     subroutine waveforms()
         integer(c_int32_t) :: samples(4) = [0, 1, 2, 3], decoded(4)
         integer(c_int) :: nbytes, nsamp
@@ -676,6 +702,7 @@ program twins
     call controls()
     call rings(trim(argument)//'/twins.ring')
     call ringlets(trim(argument)//'/twins.ringlet')
+    call heaps(trim(argument)//'/twins.heap')
     call waveforms()
     call packed_samples()
     if (failures > 0) stop 1
