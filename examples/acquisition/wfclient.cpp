@@ -283,8 +283,8 @@ void Receiver::verify(const Packet& packet, Samples samples) {
 }
 
 void Receiver::bury_counters() {
-    std::snprintf(so_far_, sizeof so_far_, whole_ ? "%016lx" : "",
-                  static_cast<unsigned long>(crc_));
+    std::snprintf(so_far_, sizeof so_far_, "%016lx", static_cast<unsigned long>(crc_));
+    if (!whole_) so_far_[0] = '\0';
     bury();
     next_burial_ = std_now() + settings_.bury_every;
 }
