@@ -22,6 +22,8 @@ namespace {
 #define MORVA_ADLER_AVX2 __attribute__((target("avx2")))
 #define MORVA_ADLER_VNNI __attribute__((target("avx512f,avx512bw,avx512vnni")))
 
+constexpr std::size_t kAhead = 2048;  // how far ahead of the work memory is asked for
+
 // What a row of bytes adds, not reduced.
 struct Sums {
     std::uint64_t bytes;     // of the bytes
@@ -116,6 +118,8 @@ MORVA_ADLER_VNNI Sums sums_vnni(const unsigned char* bytes, std::size_t n) {
         placed = _mm512_dpbusd_epi32(placed, vector, places);
     }
     for (std::size_t pairs = n / 128; pairs > 0; --pairs) {
+        _mm_prefetch(bytes + kAhead, _MM_HINT_T0);
+        _mm_prefetch(bytes + kAhead + 64, _MM_HINT_T0);
         fronts = _mm512_add_epi32(fronts, _mm512_add_epi32(former, latter));
         const __m512i one = load(), other = load();
         former = _mm512_dpbusd_epi32(former, one, ones);
