@@ -326,6 +326,12 @@ TEST_F(Controls, HostileFilesAreReadWithinBounds) {
     }
 }
 
+TEST_F(Controls, OfAHugeFileTheFirstOnesAreUsed) {
+    kit::write_file(kFile, "");
+    std::filesystem::resize_file(kFile, 1 << 30);
+    check([] { return first_false({dcmaxcontrols() == 100000, dcseti(0, 1) == 0}); });
+}
+
 TEST_F(Controls, SurviveAFileThatIsCutOff) {
     const kit::Ended ended = run([] {
         dccreate();

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <utility>
@@ -23,6 +24,7 @@ namespace {
 constexpr int kPrivateSets = 2;
 constexpr int kDefaultSets = 20;
 constexpr int kMostSets = 1000;
+constexpr std::size_t kMostSetsRead = 100000;  // of a file that somebody else made
 constexpr char kOldMagic[] = "#FileTbl";
 constexpr int kPatience = 100;  // attempts at a lock, a hundredth of a second apart
 constexpr int kMoments = 10;    // and looks at a file that is still empty
@@ -170,6 +172,9 @@ Opened open_file() {
     }
     if (opened && opened.sets.size() % sizeof(Dcset) != 0)
         elog_log(0, "'%s' ends within a set of controls, which is ignored\n", kFile);
+    if (opened && opened.sets.size() / sizeof(Dcset) > kMostSetsRead)
+        elog_log(0, "'%s' has more sets of controls than the %zu that are used\n", kFile,
+                 kMostSetsRead);
     return opened;
 }
 
@@ -181,7 +186,7 @@ void end_names(Dcset* sets, int count) {
 
 void use_file(Config& dc, Opened opened) {
     dc.length = opened.sets.size();
-    dc.count = static_cast<int>(dc.length / sizeof(Dcset));
+    dc.count = static_cast<int>(std::min(dc.length / sizeof(Dcset), kMostSetsRead));
     dc.guard = GuardedRange::watch(opened.sets.data(), dc.length);
     dc.first = static_cast<Dcset*>(opened.sets.release());
     dc.fd = opened.file.release();
