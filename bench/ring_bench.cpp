@@ -54,7 +54,8 @@ Ring* full_ring() {
 
 void push(benchmark::State& state) {
     Ring* ring = full_ring();
-    double time = 2e9;
+    double time;
+    getring(ring, 0, &time, nullptr);
     for (auto _ : state) pushring(ring, time += 1, 1.0);
 }
 BENCHMARK(push)->Name("pushring : morva");

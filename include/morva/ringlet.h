@@ -43,6 +43,7 @@ typedef struct Ringlet {
     void* guard;   /* this and the rest are the library's */
     int64_t given; /* bytes of a record that its user has */
     size_t quick;
+    size_t last;
 } Ringlet;
 
 /* Makes a ringlet file of `nslots` records of `size` bytes (both at least 1), all zero, as newring

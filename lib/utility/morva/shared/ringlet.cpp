@@ -155,8 +155,9 @@ inline void copy_ends(char* to, const char* from, std::size_t size) {
 }
 
 inline void copy_small(char* to, const char* from, std::size_t size) {
-    constexpr std::size_t kWord = sizeof(uint64_t), kVector = sizeof(Sixteen);
-    if (size <= 2 * kWord) return copy_ends<uint64_t>(to, from, size);
+    constexpr std::size_t kVector = sizeof(Sixteen);
+    if (size <= kVector) [[likely]]
+        return copy_ends<uint64_t>(to, from, size);
     // The slots are filled from the last to the first, which few processors foresee.
     if (size > 2 * kVector) __builtin_prefetch(to - 4 * size, 1);
     if (size > 2 * kVector) copy_ends<Sixteen>(to + kVector, from + kVector, size - 2 * kVector);
@@ -230,6 +231,7 @@ Ringlet* openringlet(const char* path, long nslots, long size) {
     ringlet->size = header.size;
     ringlet->given = size < 1 ? header.size : std::min<int64_t>(size, header.size);
     ringlet->quick = quick_size(ringlet);
+    ringlet->last = ringlet->quick == 0 ? 0 : static_cast<std::size_t>(header.nslots) - 1;
     ringlet->header = reinterpret_cast<Ringlet_header*>(map.data());
     ringlet->records = reinterpret_cast<char*>(ringlet->header + 1);
     ringlet->guard = map.release();
@@ -246,17 +248,17 @@ int closeringlet(Ringlet* ringlet) {
 
 // What most records meet is done here: small ones, a full ringlet, no seam.
 int pushringlet(Ringlet* ringlet, const void* record) {
-    const std::size_t size = ringlet->quick;
     Ringlet_header* header = ringlet->header;
     const int64_t nslots = ringlet->nslots, next = load(header->index) - 1;
     const auto* guard = static_cast<const morva::GuardedRange*>(ringlet->guard);
-    if (static_cast<uint64_t>(next) >= static_cast<uint64_t>(nslots - 1) ||
-        load(header->count) != nslots || size == 0 || guard->damaged()) [[unlikely]]
+    if (static_cast<std::size_t>(next) >= ringlet->last || load(header->count) != nslots ||
+        guard->damaged()) [[unlikely]]
         return push_any(ringlet, record);
+    const std::size_t size = ringlet->quick;
     store(header->count, nslots - 1);
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    char* to = ringlet->records + next * static_cast<int64_t>(size);
-    copy_small(to, static_cast<const char*>(record), size);
+    copy_small(ringlet->records + static_cast<std::size_t>(next) * size,
+               static_cast<const char*>(record), size);
     publish(header, {next, nslots});
     return 0;
 }
