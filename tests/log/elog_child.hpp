@@ -20,7 +20,7 @@ inline Ended in_child(const std::function<int()>& body) {
     ended.errors = captured(2, [&] {
         const pid_t child = ::fork();
         if (child == 0) {
-            ::alarm(20);
+            ::alarm(60);
             ::_exit(body());
         }
         int status = 0;

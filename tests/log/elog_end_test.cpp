@@ -271,7 +271,7 @@ TEST(ElogSignals, HandlersMayLogAtAnyMoment) {
                 elog_set_orb_logger([](const char*, const char*, const char*) { return 0; });
                 for (const int severity : {ELOG_NOTIFY, ELOG_COMPLAIN})
                     elog_set(ELOG_DELIVER, severity, value(delivery));
-                constexpr int kCount = 3000;
+                constexpr int kCount = 1000;
                 std::thread other = interrupt_this_thread(kCount);
                 for (int i = 0; g_handled < kCount; ++i) {
                     elog_log(0, "x");
