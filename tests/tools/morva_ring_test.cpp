@@ -52,6 +52,8 @@ TEST_F(MorvaRing, MakesFillsAndReads) {
          "{\"time\":1403613016,\"iso\":\"2014-06-24T12:30:16.000Z\",\"value\":-1,\"break\":false}"
          "\n"},
         {"morva ring tail --span 0.2 a.ring", 0, "2014-06-24T12:30:16.000Z  -1\n"},
+        {"morva ring tail --span nan a.ring", 2,
+         "--span: 'nan' is no number of seconds above 0\nRun with --help for more information.\n"},
         {"morva ring plot --json --span 1 a.ring", 0,
          "{\"file\":\"a.ring\",\"title\":\"latency, s\",\"from\":1403613015,"
          "\"from_iso\":\"2014-06-24T12:30:15.000Z\",\"to\":1403613016,"

@@ -1,6 +1,7 @@
 // morva: the command-line companion of the library. Each group of subcommands is a table in a
 // source file of its own; this file makes the parser from the tables.
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <memory>
 
 #include "command.hpp"
@@ -48,8 +49,15 @@ struct Chosen {
     std::vector<std::pair<const tool::Parameter*, CLI::Option*>> options;
 };
 
+std::string check_seconds(const std::string& text) {
+    char* end = nullptr;
+    const double seconds = fix_strtod(text.c_str(), &end);
+    const bool is_good = !text.empty() && *end == '\0' && std::isfinite(seconds) && seconds > 0;
+    return is_good ? "" : "'" + text + "' is no number of seconds above 0";
+}
+
 void restrict(CLI::Option* option, const tool::Parameter& parameter) {
-    if (parameter.takes == Takes::seconds) option->check(CLI::PositiveNumber);
+    if (parameter.takes == Takes::seconds) option->check(check_seconds, "");
     if (parameter.takes == Takes::count) option->check(CLI::Range(1, 1000000000));
     if (parameter.takes == Takes::choice)
         option->check(CLI::IsMember(CLI::detail::split(parameter.value, '|')));
