@@ -32,8 +32,7 @@ MORVA_BEGIN
 
 /* The root directory of the installed software, which holds bin, data and lib. The first call
  * decides it, by the first of these steps that yields one, and stores it with putkorvalin:
- *   1. the environment variable KORVALIN, when set, whatever it says (too long a value is
- *      registered once and passed over);
+ *   1. the environment variable KORVALIN, when set, whatever it says;
  *   2. the built-in root, /opt/korvalin/RELEASE, when it is a directory;
  *   3. the running program, when it stands in a folder "bin": the folder that holds that one. Of a
  *      program that is known by a bare name only, the first of that name along PATH counts;
@@ -45,7 +44,8 @@ MORVA_API char* getkorvalin(void);
 
 /* Makes a copy of `root` the text that getkorvalin returns from now on. The first root of a process
  * (be it the one that getkorvalin found) is also exported to the environment as KORVALIN; later
- * ones leave the entry alone, on purpose. Returns 0, or -1 for too long a root. */
+ * ones leave the entry alone, on purpose. A root of 1024 characters and more is cut to 1023.
+ * Returns 0. */
 MORVA_API int putkorvalin(const char* root);
 
 /* ---- Searching ---- */

@@ -33,10 +33,9 @@ struct Root {
     char entry[kNameLength + kPathSize];
 };
 
-constinit std::mutex g_mutex;               // guards changes of the two that follow
-constinit std::atomic<Root*> g_root{};      // the current one
-constinit Root* g_roots = nullptr;          // all there ever were
-constinit std::atomic<bool> g_told{false};  // of a KORVALIN that is too long
+constinit std::mutex g_mutex;           // guards changes of the two that follow
+constinit std::atomic<Root*> g_root{};  // the current one
+constinit Root* g_roots = nullptr;      // all there ever were
 
 char g_standard[] = MORVA_ROOT;
 
@@ -45,12 +44,14 @@ bool is_directory(const char* path) {
     return retry([&] { return ::stat(path, &status); }) == 0 && S_ISDIR(status.st_mode);
 }
 
+// As much of a root as there is room for.
+std::string_view fitting(const char* root) {
+    return view(root).substr(0, kPathSize - 1);
+}
+
 bool from_environment(const Places&, Path* root) {
     const char* value = std_getenv("KORVALIN");
-    if (value == nullptr) return false;
-    if (root->assign(value)) return true;
-    if (!g_told.exchange(true)) register_failure(Cleaned::kTooLong, value, *root);
-    return false;
+    return value != nullptr && root->assign(fitting(value));
 }
 
 bool from_standard(const Places& places, Path* root) {
@@ -156,13 +157,8 @@ extern "C" {
 
 int putkorvalin(const char* root) {
     using namespace morva::paths;
-    const std::string_view text = view(root);
-    if (text.size() < kPathSize) {
-        store_root(text);
-        return 0;
-    }
-    register_failure(Cleaned::kTooLong, root, Path());
-    return -1;
+    store_root(fitting(root));
+    return 0;
 }
 
 char* getkorvalin(void) {
