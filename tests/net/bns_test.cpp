@@ -301,6 +301,7 @@ TEST_F(BnsStream, IsSnoopedWhileTheControlIsSet) {
     EXPECT_EQ(kit::read_file("traffic").find("quiet"), std::string::npos);
     EXPECT_EQ(bnssnoop(out_, "no/such/folder"), -1);
     EXPECT_THAT(logged_.text(), HasSubstr("Can't open snoop file no/such/folder"));
+    EXPECT_EQ(out_->snoopfd, -1);
     elog_flush(0, 0);
     // A folder that takes no file costs the records, not the register's room.
     std::filesystem::create_directory("gone");

@@ -90,8 +90,8 @@ int bnssnoop(Bns* bns, const char* filename) {
     const bool secure = std_is_secure() != 0;
     const int flags = O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | (secure ? O_NOFOLLOW : 0);
     const int fd = morva::retry([&] { return ::open(filename, flags, secure ? 0600 : 0664); });
+    bns->snoopfd = fd;
     if (fd >= 0) {
-        bns->snoopfd = fd;
         bns->snoop = morva::must_strdup(filename, "snoop", MORVA_HERE);
         bns->pid = ::getpid();
     } else {
