@@ -50,6 +50,20 @@ void make_room(Bns* bns, int64_t n) {
     return 0;
 }
 
+template <class Word>
+[[gnu::aligned(kLine)]] int put_word(Bns* bns, const void* buffer) {
+    constexpr auto size = static_cast<int64_t>(sizeof(Word));
+    const int64_t at = bns->lp;
+    convert_word<Word>(static_cast<const char*>(buffer), bns->data + at);
+    bns->lp = at + size;
+    bns->nout += size;
+    return 0;
+}
+
+constexpr int (*kPuts[kTypes])(Bns*, const void*) = {put_word<uint8_t>,  put_word<uint16_t>,
+                                                     put_word<uint32_t>, put_word<uint64_t>,
+                                                     put_word<uint32_t>, put_word<uint64_t>};
+
 void dump_part(FILE* stream, const Bns* bns, int64_t from) {
     const int64_t n = bns->lp - from;
     hexdump(stream, bns->data + from, static_cast<int>(n < kDumped ? n : kDumped));
@@ -126,15 +140,13 @@ void bnsfree(Bns* bns) {
     std::free(bns);
 }
 
-int bnsput(Bns* bns, const void* buffer, int type, int count) {
-    const auto put = [&](auto word) {
-        convert_word<decltype(word)>(static_cast<const char*>(buffer), bns->data + bns->lp);
-        bns->lp += static_cast<int64_t>(sizeof word);
-        bns->nout += static_cast<int64_t>(sizeof word);
-    };
-    if (for_single(type, count, bns->sz - bns->lp, put)) [[likely]]
-        return 0;
-    return put_many(bns, buffer, type, count);
+[[gnu::aligned(kLine)]] int bnsput(Bns* bns, const void* buffer, int type, int count) {
+    if (count != 1 || bns->lp + kLargestItem > bns->sz) [[unlikely]]
+        return put_many(bns, buffer, type, count);
+    if (type == BNS_INT) [[likely]]
+        return put_word<uint32_t>(bns, buffer);
+    if (type < 0 || type >= kTypes) return put_many(bns, buffer, type, count);
+    return kPuts[type](bns, buffer);
 }
 
 int buf2bns(Bns* bns, const void* buffer, int n) {

@@ -141,6 +141,20 @@ void consume(Bns* bns, int64_t n) {
     return 0;
 }
 
+template <class Word>
+[[gnu::aligned(kLine)]] int get_word(Bns* bns, void* buffer) {
+    constexpr auto size = static_cast<int64_t>(sizeof(Word));
+    const int64_t at = bns->fp;
+    convert_word<Word>(bns->data + at, static_cast<char*>(buffer));
+    bns->fp = at + size;
+    bns->nin += size;
+    return 0;
+}
+
+constexpr int (*kGets[kTypes])(Bns*, void*) = {get_word<uint8_t>,  get_word<uint16_t>,
+                                               get_word<uint32_t>, get_word<uint64_t>,
+                                               get_word<uint32_t>, get_word<uint64_t>};
+
 // Copies what fits of the next n bytes, ends it, and consumes them and `behind` more.
 int store_text(Bns* bns, char* buffer, int size, int64_t n, int behind) {
     const int64_t stored = std::max<int64_t>(std::min<int64_t>(n, size - 1), 0);
@@ -230,14 +244,13 @@ int bnswait(Bns* bns) {
     return failed(bns);
 }
 
-int bnsget(Bns* bns, void* buffer, int type, int count) {
-    const auto get = [&](auto word) {
-        convert_word<decltype(word)>(bns->data + bns->fp, static_cast<char*>(buffer));
-        consume(bns, sizeof word);
-    };
-    if (for_single(type, count, unread(bns), get)) [[likely]]
-        return 0;
-    return get_many(bns, buffer, type, count);
+[[gnu::aligned(kLine)]] int bnsget(Bns* bns, void* buffer, int type, int count) {
+    if (count != 1 || bns->fp + kLargestItem > bns->lp) [[unlikely]]
+        return get_many(bns, buffer, type, count);
+    if (type == BNS_INT) [[likely]]
+        return get_word<uint32_t>(bns, buffer);
+    if (type < 0 || type >= kTypes) return get_many(bns, buffer, type, count);
+    return kGets[type](bns, buffer);
 }
 
 int bnsgetc(Bns* bns, char* buffer, int size, int delimiter) {
