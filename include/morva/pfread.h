@@ -91,8 +91,9 @@ MORVA_API void freepftime(void* record);
  *   0  nothing has changed: *pf is the tree of the last read
  *  -1  there is no file: *pf is the tree of the last read, null when there was none
  *  <0  the files were read with errors, as pfread says: *pf is the tree with what could be read
- * A file that is written again within the same tick of its file system's clock is noticed by its
- * content. Files that others write in place may be seen half-written, and again when they are
+ * A file has changed when its time of modification has. One that is written again within the same
+ * tick of its file system's clock is noticed by its content; one whose old time is set again later
+ * is not. Files that others write in place may be seen half-written, and again when they are
  * complete; files that are renamed into place are seen whole. The permissions of the process are
  * taken to stay what they are. With one variable for several names, only the tree that this call's
  * name was given before is freed. */

@@ -41,20 +41,27 @@ int examine(const char* path, Pftime* record) {
     return 0;
 }
 
-bool same_version(const Pftime& a, const Pftime& b) {
-    return a.modified_ns == b.modified_ns && a.size == b.size;
-}
-
 bool same_status(const Pftime& a, const Pftime& b) {
-    return same_version(a, b) && a.changed_ns == b.changed_ns && a.device == b.device &&
-           a.inode == b.inode;
+    return a.modified_ns == b.modified_ns && a.size == b.size && a.changed_ns == b.changed_ns &&
+           a.device == b.device && a.inode == b.inode;
 }
 
 // File systems stamp with the time of their last tick: a hundredth of a second ago at most, or up
 // to two seconds where they keep no fractions. What is written within the tick changes no time.
+int64_t tick(const Pftime& file) {
+    return file.changed_ns % kSecond == 0 ? 2 * kSecond : kSecond / 20;
+}
+
 bool is_settled(const Pftime& file, double when) {
-    const double tick = file.changed_ns % kSecond == 0 ? 2.0 : 0.05;
-    return when - static_cast<double>(file.changed_ns) / 1e9 > tick;
+    return when - static_cast<double>(file.changed_ns) / 1e9 >
+           static_cast<double>(tick(file)) / 1e9;
+}
+
+// Whether the time of modification was set on purpose: writing leaves both times within a tick. As
+// a difference of unsigned numbers, so that times of any age or of the future do no harm.
+bool is_time_set(const Pftime& file) {
+    const auto modified = static_cast<uint64_t>(file.modified_ns);
+    return static_cast<uint64_t>(file.changed_ns) - modified > static_cast<uint64_t>(tick(file));
 }
 
 // The FNV-1a hash (Fowler, Noll, Vo) of the bytes. Of anything but a readable regular file: 0.
@@ -93,8 +100,10 @@ bool same_files(const Tbl* before, Tbl* now, double taken) {
     for (long i = 0; i < tbl_count(now); ++i) {
         const Pftime& old = time_item(before, i);
         Pftime& file = time_item(now, i);
-        if (std::strcmp(old.name, file.name) != 0 || !same_version(old, file)) return false;
-        const bool certain = same_status(old, file) && is_settled(old, taken);
+        if (std::strcmp(old.name, file.name) != 0 || old.modified_ns != file.modified_ns)
+            return false;
+        const bool certain =
+            is_time_set(file) || (same_status(old, file) && is_settled(old, taken));
         file.content = certain ? old.content : digest(file.name);
         if (file.content != old.content) return false;
     }
