@@ -111,7 +111,7 @@ MORVA_HOT int bnsget(Bns* bns, void* buffer, int type, int count);
  * `size` with a terminator; the others are dropped. Returns the number stored, or -1 when the input
  * ended, failed or timed out first: what had arrived is then stored in the same way and consumed.
  */
-MORVA_API int bnsgetc(Bns* bns, char* buffer, int size, int delimiter);
+MORVA_API long bnsgetc(Bns* bns, char* buffer, int size, int delimiter);
 
 /* Whether the bytes of `text` come next. 0: yes, and they are consumed. 1: no, other bytes do.
  * -1: too few arrived. Without 0 nothing is consumed and the reason is registered. */
@@ -129,7 +129,7 @@ MORVA_API int bnswait(Bns* bns);
 
 /* Copies unread bytes, at most `max`, and empties the stream: bytes beyond are lost. Returns the
  * number copied. */
-MORVA_API int bns2buf(Bns* bns, void* buffer, int max);
+MORVA_API long bns2buf(Bns* bns, void* buffer, int max);
 
 /* ---- Writing ---- */
 

@@ -156,12 +156,12 @@ constexpr int (*kGets[kTypes])(Bns*, void*) = {get_word<uint8_t>,  get_word<uint
                                                get_word<uint32_t>, get_word<uint64_t>};
 
 // Copies what fits of the next n bytes, ends it, and consumes them and `behind` more.
-int store_text(Bns* bns, char* buffer, int size, int64_t n, int behind) {
+int64_t store_text(Bns* bns, char* buffer, int size, int64_t n, int behind) {
     const int64_t stored = std::max<int64_t>(std::min<int64_t>(n, size - 1), 0);
     if (stored > 0) std::memcpy(buffer, bns->data + bns->fp, static_cast<std::size_t>(stored));
     if (size > 0) buffer[stored] = '\0';
     consume(bns, n + behind);
-    return static_cast<int>(stored);
+    return stored;
 }
 
 // Bytes that were skipped in search of a pattern.
@@ -253,7 +253,7 @@ int bnswait(Bns* bns) {
     return kGets[type](bns, buffer);
 }
 
-int bnsgetc(Bns* bns, char* buffer, int size, int delimiter) {
+long bnsgetc(Bns* bns, char* buffer, int size, int delimiter) {
     Call call(bns);
     int64_t searched = 0;
     do {
@@ -293,10 +293,10 @@ int gbnsSync(Bns* bns, const char* sync, int n, int nojunk) {
     return result;
 }
 
-int bns2buf(Bns* bns, void* buffer, int max) {
+long bns2buf(Bns* bns, void* buffer, int max) {
     const int64_t n = std::min<int64_t>(unread(bns), std::max(max, 0));
     if (n > 0) std::memcpy(buffer, bns->data + bns->fp, static_cast<std::size_t>(n));
     bns->fp = bns->lp = 0;
     forget_kept(bns);
-    return static_cast<int>(n);
+    return n;
 }
