@@ -51,7 +51,7 @@ MORVA_API uint64_t vk_crc64_combine(uint64_t first, uint64_t second, long n);
 MORVA_API uint32_t qtcrc_combine(uint32_t first, uint32_t second, long n);
 
 /* The sum of `n` bytes modulo 65536, from 0 on, which *sum becomes and which is returned. */
-MORVA_API uint16_t qtchecksum(uint16_t* sum, const void* bytes, int n);
+MORVA_API int qtchecksum(uint16_t* sum, const void* bytes, int n);
 
 /* The Adler-32 (RFC 1950) of `n` bytes from `adler` on. A null pointer gives 1, the value to begin
  * with. */

@@ -17,7 +17,7 @@ uint32_t qtcrc_combine(uint32_t first, uint32_t second, long n) {
     return n > 0 ? QtCrc::combined(first, second, static_cast<std::uint64_t>(n)) : first;
 }
 
-uint16_t qtchecksum(uint16_t* sum, const void* bytes, int n) {
+int qtchecksum(uint16_t* sum, const void* bytes, int n) {
     const auto* first = static_cast<const unsigned char*>(bytes);
     *sum = static_cast<uint16_t>(std::accumulate(first, first + (n > 0 ? n : 0), 0u));
     return *sum;
