@@ -133,7 +133,8 @@ void single_by_stream(benchmark::State& state) {
             for (int i = 0; i < kIntsAtOnce; ++i) bnsput(out, &i, BNS_INT, 1);
             bnsflush(out);
             int value = 0;
-            for (int i = 0; i < kIntsAtOnce; ++i) bnsget(in, &value, BNS_INT, 1);
+            for (int i = 0; i < kIntsAtOnce; ++i)
+                if (bnsget(in, &value, BNS_INT, 1) != 0) std::abort();
             benchmark::DoNotOptimize(value);
         }
     }
@@ -144,8 +145,10 @@ void single_by_stream(benchmark::State& state) {
 void single_by_stdio(benchmark::State& state) {
     Pair pair;
     FILE *out = ::fdopen(pair.ends[0], "w"), *in = ::fdopen(pair.ends[1], "r");
-    ::setvbuf(out, nullptr, _IOFBF, 32768);
-    ::setvbuf(in, nullptr, _IOFBF, 32768);
+    // The size counts only together with a buffer.
+    std::vector<char> out_buffer(32768), in_buffer(32768);
+    ::setvbuf(out, out_buffer.data(), _IOFBF, out_buffer.size());
+    ::setvbuf(in, in_buffer.data(), _IOFBF, in_buffer.size());
     for (auto _ : state) {
         for (int done = 0; done < kInts; done += kIntsAtOnce) {
             for (int i = 0; i < kIntsAtOnce; ++i) {
