@@ -86,9 +86,9 @@ MORVA_API int elog_flush_(const int* print, const int* mark);
 MORVA_API long elog_string_(const int* start, char* text, size_t text_length);
 
 /* Lists. newtbl makes a list of 8-byte items by value rather than of pointers, so that numbers and
- * handles are copied in and out. strsettbl keeps a copy of the string that the list points to, and
- * strtbl makes a list of copies of an array of `count` strings; strfreetbl frees such copies with
- * the list (a replaced or removed one is not freed). */
+ * handles are copied in and out; its size may be a default integer too. strsettbl keeps a copy of
+ * the string that the list points to, and strtbl makes a list of copies of an array of `count`
+ * strings; strfreetbl frees such copies with the list (a replaced or removed one is not freed). */
 MORVA_API Tbl* newtbl_(const long* size);
 MORVA_API Tbl* inittbl_(const long* left_increment, const long* right_increment, const int* direct,
                         const void* null_value, const int* itemsize);

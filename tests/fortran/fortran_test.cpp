@@ -62,6 +62,17 @@ TEST(FortranList, OfPointersKeepsTheEightBytesOfAVariable) {
     freetbl_(&list, nullptr);
 }
 
+TEST(FortranList, TakesItsSizeFromADefaultIntegerToo) {
+    const int32_t sizes[] = {4, 77};
+    long size;
+    std::memcpy(&size, sizes, sizeof size);
+    Tbl* list = newtbl_(&size);
+    EXPECT_EQ(list->right_increment, 4);
+    EXPECT_TRUE(list->direct);
+    EXPECT_EQ(list->itemsize, 8);
+    freetbl_(&list, nullptr);
+}
+
 TEST(FortranList, OfShortItemsHoldsNoStrings) {
     const kit::Logged log;
     const long increment = 4, front = 0;

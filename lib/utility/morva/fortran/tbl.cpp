@@ -15,8 +15,11 @@ using namespace morva::fortran;
 
 extern "C" {
 
+// A hint never needs more than four bytes, and a default integer has no more.
 Tbl* newtbl_(const long* size) {
-    return inittbl(0, *size, 1, nullptr, sizeof(void*));
+    int32_t hint;
+    std::memcpy(&hint, size, sizeof hint);
+    return inittbl(0, hint, 1, nullptr, sizeof(void*));
 }
 
 Tbl* inittbl_(const long* left_increment, const long* right_increment, const int* direct,
