@@ -56,10 +56,11 @@ inline double amplitude_of(std::span<const int32_t> samples, double factor) {
     if (samples.empty()) return 0;
     int64_t sum = 0;
     int32_t least = INT32_MAX, most = INT32_MIN;
+    // Not by std::min and std::max, whose references keep GCC from vectors here.
     for (const int32_t sample : samples) {
         sum += sample;
-        least = std::min(least, sample);
-        most = std::max(most, sample);
+        least = sample < least ? sample : least;
+        most = sample > most ? sample : most;
     }
     const double mean = static_cast<double>(sum) / static_cast<double>(samples.size());
     return std::max(most - mean, mean - least) * std::fabs(factor);

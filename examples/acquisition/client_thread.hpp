@@ -13,6 +13,7 @@
 
 #include "codecs.hpp"
 #include "morva.h"
+#include "packed.hpp"
 #include "packet.hpp"
 #include "replay.hpp"
 
@@ -20,6 +21,7 @@
 struct Service {
     const Recording& recording;
     Replay replay;
+    Packed packed;
     std::atomic<int> codec;
     std::atomic<bool> over = false;
     double patience;  // seconds for the request, and for a client that does not read
@@ -98,9 +100,13 @@ class Client {
     void put_next() {
         Packet packet = packet_at(service_.recording, next_);
         packet.released = service_.replay.released(next_);
-        const Samples samples = samples_at(service_.recording, next_);
-        packet.codec = encoder_.encode(service_.codec, samples, &packet.payload);
-        put_packet(out_, packet);
+        const Payload& payload = service_.packed.get(service_.codec, next_, encoder_);
+        packet.codec = payload.codec;
+        packet.payload = payload.bytes;
+        if (packet.codec == kRaw)
+            put_raw_packet(out_, packet, samples_at(service_.recording, next_).data());
+        else
+            put_packet(out_, packet);
         ++next_;
         ++sent_;
     }

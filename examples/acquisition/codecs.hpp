@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,21 +26,20 @@ inline int codec_number(std::string_view name) {
     return -1;
 }
 
-// Encodes packet after packet, in buffers of its own.
+// How a packet carries its samples. Raw ones have no bytes here: they are put as integers.
+struct Payload {
+    int codec = kRaw;
+    std::string bytes = {};
+};
+
+// Encodes packet after packet, in a buffer of its own.
 class Encoder {
   public:
-    // Encodes in the codec, or raw where that can't hold the samples. Returns the codec used; the
-    // bytes stay until the next call.
-    int encode(int codec, Samples samples, std::string_view* bytes) {
-        if (codec != kRaw && pack(codecs()[static_cast<std::size_t>(codec - 1)], samples)) {
-            *bytes = packed_.view();
-            return codec;
-        }
-        raw_.resize(4 * samples.size());
-        char* source = reinterpret_cast<char*>(const_cast<int32_t*>(samples.data()));
-        hi2mi(&source, raw_.data(), static_cast<long>(samples.size()));
-        *bytes = {raw_.data(), raw_.size()};
-        return kRaw;
+    // In the codec, or raw where that can't hold the samples.
+    Payload encode(int codec, Samples samples) {
+        if (codec == kRaw || !pack(codecs()[static_cast<std::size_t>(codec - 1)], samples))
+            return {};
+        return {codec, std::string(packed_.view())};
     }
 
   private:
@@ -52,7 +52,6 @@ class Encoder {
         return good;
     }
     Bytes packed_;
-    std::vector<char> raw_;
 };
 
 // Decodes packet after packet, in buffers of its own, one for each codec.

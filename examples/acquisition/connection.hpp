@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
-#include <string_view>
 
+#include "batch.hpp"
 #include "morva.h"
 #include "packet.hpp"
 
@@ -35,32 +35,20 @@ class Connection {
         return sent;
     }
 
-    // Waits for packets: 1; 0 when none came for a tenth of a second; -1 when the connection is of
-    // no use any more, which reason() tells.
-    int wait(double patience) {
-        bnstimeout(in_, 100);
-        const bool is_readable = has_more() || bnswait(in_) != 0;
-        if (!is_readable && std_now() - last_ < patience) return 0;
-        if (!is_readable) return gave_up("the server is silent");
+    // Waits a tenth of a second at most for packets to come, and gets those that have come. False
+    // when there won't be more, which reason() tells.
+    bool read(Batch& batch, double patience) {
+        if (!is_readable(100))
+            return std_now() - last_ < patience || ended_by("the server is silent");
         bnstimeout(in_, static_cast<int>(patience * 1000));
+        do {
+            if (!batch.get(in_)) return ended_by(what_failed());
+        } while (!batch.has_enough() && has_more());
         last_ = std_now();
-        mark_ = elog_mark();
-        return 1;
+        return true;
     }
     // Whether more has come than was got.
-    bool has_more() const { return in_ != nullptr && in_->fp < in_->lp; }
-
-    // Gets the next packet, which stays until the next call. False as for wait.
-    bool get(Packet* packet) {
-        if (get_packet(in_, packet, memory_)) return true;
-        const bool damaged = elog_mark() > mark_ && in_->eof == 0 && in_->syserrno == 0;
-        gave_up(damaged              ? "a damaged packet"
-                : in_->syserrno != 0 ? std::strerror(in_->syserrno)
-                                     : "closed by the server");
-        return false;
-    }
-    // The body of the packet.
-    std::string_view body() const { return memory_.all(); }
+    bool has_more() { return is_open() && is_readable(0); }
 
     void close() {
         if (in_ != nullptr) bnsclose(in_);
@@ -68,16 +56,24 @@ class Connection {
     }
 
   private:
-    int gave_up(const char* reason) {
+    bool is_readable(int milliseconds) {
+        if (in_->fp < in_->lp) return true;
+        const int before = bnstimeout(in_, milliseconds);
+        const bool is_readable = bnswait(in_) != 0;
+        bnstimeout(in_, before);
+        return is_readable;
+    }
+    const char* what_failed() const {
+        if (in_->syserrno != 0) return std::strerror(in_->syserrno);
+        return in_->eof != 0 ? "closed by the server" : "a damaged packet";
+    }
+    bool ended_by(const char* reason) {
         reason_ = reason;
-        close();
-        return -1;
+        return false;
     }
 
     Bns* in_ = nullptr;
-    Memory memory_;
     double last_ = 0;  // when packets came
-    int mark_ = 0;     // of the register then
     std::string reason_;
 };
 

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "../wf_units.hpp"
-#include "codecs.hpp"
+#include "batch.hpp"
 #include "morva.h"
 #include "packet.hpp"
 
@@ -54,24 +54,33 @@ class History {
     History& operator=(const History&) = delete;
 
     // Notes a packet, unless there are too many channels.
-    void add(const Packet& packet, std::string_view body, Samples samples) {
+    void add(const Checked& checked) {
+        const Packet& packet = checked.packet;
         auto* found = find(packet);
         if (found == nullptr) return;
         Channel& channel = found->second;
         follow(channel, packet);
-        const double now = std_now(), last = packet.time + (packet.nsamp - 1) / packet.rate;
+        const double last = packet.time + (packet.nsamp - 1) / packet.rate;
         // A point that is there already, from before a restart, is refused, as it should be.
-        pushring(channel.amplitudes, last, amplitude_of(samples, channel.scale.factor));
-        pushring(latency_, now, now - packet.released);
-        channel.last = body;
+        pushring(channel.amplitudes, last, checked.amplitude * std::fabs(channel.scale.factor));
+        channel.last = checked.body;
         if (channel.packets == channel.kept) changed_.push_back(found);
         ++channel.packets;
         channel.samples += packet.nsamp;
     }
 
-    // Stores the last packets. Whoever reads the heap, or the next run after a kill, finds the old
-    // one or the new one.
-    void keep_last() {
+    // Notes how long the first packet took, of those that came together.
+    void note_latency(const Packet& first) {
+        const double now = std_now();
+        pushring(latency_, now, now - first.released);
+    }
+
+    // Stores the last packets: at once, or every tenth of a second. Whoever reads the heap, or the
+    // next run after a kill, finds the old one or the new one.
+    void keep_last(bool at_once) {
+        const double now = std_now();
+        if (!at_once && now < next_storing_) return;
+        next_storing_ = now + 0.1;
         for (auto* named : changed_) {
             auto& [name, channel] = *named;
             channel.kept = channel.packets;
@@ -159,5 +168,6 @@ class History {
     bool is_crowded_ = false;
     Ring* latency_;
     Xheap* heap_;
+    double next_storing_ = 0;
     std::vector<Named*> changed_;  // since the last packets were stored
 };

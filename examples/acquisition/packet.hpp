@@ -78,18 +78,25 @@ void put_frame(Bns* out, const char* magic, int size, Put put_body) {
     bnsput(out, &crc, BNS_INT, 1);
 }
 
-// Gets the body of the next frame. False, with the reason registered or told by the stream, when
-// there is none or it is damaged.
+// Gets the size of the body of the next frame, from what stands before it. False, with the reason
+// registered or told by the stream, when there is no frame or it can't be one.
+inline bool get_size(Bns* in, const char* magic, int32_t* size) {
+    if (bnspeek(in, magic) != 0 || bnsget(in, size, BNS_INT, 1) != 0) return false;
+    if (*size >= 0 && *size <= kMostBytes) return true;
+    elog_log(0, "a frame of %d bytes\n", *size);
+    return false;
+}
+
+// Gets the body and the CRC that was sent for it.
+inline bool get_bytes(Bns* in, char* body, int size, uint32_t* crc) {
+    return bnsget(in, body, BNS_BYTE, size) == 0 && bnsget(in, crc, BNS_INT, 1) == 0;
+}
+
+// Gets the body of the next frame. False as above, or when it is damaged.
 inline bool get_frame(Bns* in, const char* magic, Memory& body) {
     int32_t size;
     uint32_t crc;
-    if (bnspeek(in, magic) != 0 || bnsget(in, &size, BNS_INT, 1) != 0) return false;
-    if (size < 0 || size > kMostBytes) {
-        elog_log(0, "a frame of %d bytes\n", size);
-        return false;
-    }
-    if (bnsget(in, body.take(size), BNS_BYTE, size) != 0 || bnsget(in, &crc, BNS_INT, 1) != 0)
-        return false;
+    if (!get_size(in, magic, &size) || !get_bytes(in, body.take(size), size, &crc)) return false;
     if (crc == crc_of(body.bytes(), size)) return true;
     elog_log(0, "a frame with a wrong checksum\n");
     return false;
@@ -128,10 +135,14 @@ void move_header(Packet& packet, Move move) {
 }
 constexpr int kHeaderSize = 3 * 8 + 2 * 8 + 5 * 8 + 2 * 4;
 
-// Puts the body of a packet.
-inline void put_body(Bns* out, Packet& packet) {
+inline void put_header(Bns* out, Packet& packet) {
     move_header(packet,
                 [&](const void* item, int type, int count) { bnsput(out, item, type, count); });
+}
+
+// Puts the body of a packet.
+inline void put_body(Bns* out, Packet& packet) {
+    put_header(out, packet);
     buf2bns(out, packet.payload.data(), static_cast<int>(packet.payload.size()));
 }
 
@@ -140,39 +151,60 @@ inline void put_packet(Bns* out, Packet& packet) {
     put_frame(out, kPacket, size, [&] { put_body(out, packet); });
 }
 
+// The same with samples that no codec has packed; there are packet.nsamp of them.
+inline void put_raw_packet(Bns* out, Packet& packet, const int32_t* samples) {
+    put_frame(out, kPacket, kHeaderSize + 4 * packet.nsamp, [&] {
+        put_header(out, packet);
+        bnsput(out, samples, BNS_INT, packet.nsamp);
+    });
+}
+
 inline bool is_sound(const Packet& packet) {
     return packet.sequence >= -1 && packet.total > 0 && packet.station[7] == '\0' &&
            packet.channel[7] == '\0' && std::isfinite(packet.time) && packet.rate > 0 &&
            packet.nsamp >= 0 && packet.nsamp <= kMostSamples;
 }
 
-// Gets a packet from the body that is in the memory, which keeps the payload.
-inline bool get_body(Memory& body, Packet* packet) {
+// Gets a packet from a body, which keeps the payload. The memory is room to work in.
+inline bool get_body(std::string_view body, Packet* packet, Memory& memory) {
     if (body.size() >= kHeaderSize) {
+        std::memcpy(memory.take(kHeaderSize), body.data(), kHeaderSize);
         move_header(*packet, [&](void* item, int type, int count) {
-            bnsget(body.stream(), item, type, count);
+            bnsget(memory.stream(), item, type, count);
         });
-        packet->payload = {body.bytes(), static_cast<std::size_t>(body.size())};
+        packet->payload = body.substr(kHeaderSize);
         if (is_sound(*packet)) return true;
     }
     elog_log(0, "a packet that can't be read\n");
     return false;
 }
 
+// Gets the next packet, whose body the memory keeps.
 inline bool get_packet(Bns* in, Packet* packet, Memory& body) {
-    return get_frame(in, kPacket, body) && get_body(body, packet);
+    Memory header;
+    return get_frame(in, kPacket, body) && get_body(body.all(), packet, header);
 }
 
-// Adds a packet's station, channel and samples to the CRC-64 of a recording, which starts at 0.
-inline void add_to_crc(uint64_t* crc, const Packet& packet, const int32_t* samples) {
-    vk_crc64(crc, packet.station, 8);
-    vk_crc64(crc, packet.channel, 8);
+// The CRC-64 of samples as they stand in raw packets.
+inline uint64_t crc_of(const int32_t* samples, int n) {
+    uint64_t crc = 0;
     char* source = reinterpret_cast<char*>(const_cast<int32_t*>(samples));
-    for (int left = packet.nsamp; left > 0;) {
+    while (n > 0) {
         char bytes[4096];
-        const int count = std::min(left, static_cast<int>(sizeof bytes) / 4);
+        const int count = std::min(n, static_cast<int>(sizeof bytes) / 4);
         hi2mi(&source, bytes, count);  // which moves the source on
-        vk_crc64(crc, bytes, 4 * count);
-        left -= count;
+        vk_crc64(&crc, bytes, 4 * count);
+        n -= count;
     }
+    return crc;
+}
+
+// Adds a packet's station, channel and the CRC-64 of its samples to the CRC-64 of a recording,
+// which starts at 0.
+inline void add_to_crc(uint64_t* crc, const Packet& packet, uint64_t of_samples) {
+    char bytes[24];
+    std::memcpy(bytes, packet.station, 8);
+    std::memcpy(bytes + 8, packet.channel, 8);
+    for (int i = 0; i < 8; ++i) bytes[16 + i] = static_cast<char>(of_samples >> (56 - 8 * i));
+    vk_crc64(crc, bytes, sizeof bytes);
 }

@@ -100,7 +100,7 @@ inline Recording read_recording(const std::vector<std::string>& files, double li
     for (const Piece& piece : pieces) {
         const Trace& trace = recording.traces[piece.trace];
         const Packet packet = packet_at(recording, &piece - pieces.data());
-        add_to_crc(&recording.crc, packet, trace.counts.data() + piece.first);
+        add_to_crc(&recording.crc, packet, crc_of(trace.counts.data() + piece.first, packet.nsamp));
     }
     return recording;
 }

@@ -27,21 +27,23 @@ class Replay {
         clock_ += (now - last_) * speed;
         last_ = now;
         // Not more than the recording at a time, whatever the speed.
-        for (int64_t n = 0; n < recording_.total() && !at_end(); ++n) {
-            if (due(position_) > clock_) return;
-            released_[position_ % recording_.total()] = now;
-            position_.fetch_add(1, std::memory_order_release);
+        int64_t next = position_;
+        for (const int64_t most = next + recording_.total(); next < most && !is_end(next); ++next) {
+            if (due(next) > clock_) break;
+            released_[next % recording_.total()].store(now, std::memory_order_relaxed);
         }
-        if (clock_ > due(position_)) clock_ = due(position_);
+        position_.store(next, std::memory_order_release);
+        if (clock_ > due(next)) clock_ = due(next);
     }
 
     // The first packet that is not there yet.
     int64_t position() const { return position_.load(std::memory_order_acquire); }
     // When a packet came, or when this process started if that was earlier.
     double released(int64_t sequence) const { return released_[sequence % recording_.total()]; }
-    bool at_end() const { return !repeat_ && position_ >= recording_.total(); }
+    bool at_end() const { return is_end(position_); }
 
   private:
+    bool is_end(int64_t position) const { return !repeat_ && position >= recording_.total(); }
     // Seconds from the start of the recording to the end of a packet.
     double due(int64_t sequence) const {
         const int64_t total = recording_.total();

@@ -15,11 +15,14 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "../wf_values.hpp"
-#include "codecs.hpp"
+#include "batch.hpp"
+#include "checkers.hpp"
 #include "connection.hpp"
 #include "history.hpp"
 #include "morva.h"
@@ -32,12 +35,10 @@ constexpr char kUsage[] =
     "usage: %s [-o FOLDER] [-n REPETITIONS] [-u UNIT] [SERVER]\n"
     "\treceives packets from a wfserver; SERVER is HOST:PORT\n";
 
-constexpr int kAtOnce = 200;  // packets between looks at settings, signals and the state
-
 struct Settings {
     std::string server, folder, unit;
     double backoff, backoff_max, patience, bury_every;
-    int ring_size;
+    int ring_size, threads;
     long repetitions;
     std::size_t max_channels;
     bool announce, from_now;
@@ -53,6 +54,7 @@ Settings read_settings(Pf* pf) {
     settings.patience = number_or(pf, "patience", 10);
     settings.bury_every = number_or(pf, "bury_every", 1);
     settings.ring_size = static_cast<int>(number_or(pf, "ring_size", 3600));
+    settings.threads = static_cast<int>(number_or(pf, "threads", 3));
     settings.repetitions = static_cast<long>(number_or(pf, "repetitions", 1));
     settings.max_channels = static_cast<std::size_t>(number_or(pf, "max_channels", 1000));
     settings.announce = switch_or(pf, "announce", true);
@@ -88,7 +90,7 @@ struct Counters {
     double received = 0;   // packets that were accepted
     double repeated = 0;   // that had come before, and were dropped
     double missed = 0;     // times that packets were left out, and asked for again
-    double damaged = 0;    // packets that could not be decoded, and were asked for again
+    double damaged = 0;    // packets that could not be read, and were asked for again
     double verified = 0;   // complete recordings whose CRC is right
     double different = 0;  // and those where it is not
     double connections = 0;
@@ -114,10 +116,11 @@ class Receiver {
     bool is_complete() const;
     void connect();
     void receive(History& history);
-    void accept(const Packet& packet, History& history);
+    void accept(const Batch& batch, History& history);
+    bool accept(const Checked& checked, History& history);
     void begin_recording(const Packet& packet);
-    void verify(const Packet& packet, Samples samples);
-    void give_up(const char* why);
+    void verify(const Checked& checked);
+    bool give_up(const char* why);
     void bury_counters();
     void report(const History& history) const;
 
@@ -131,7 +134,8 @@ class Receiver {
     bool whole_ = false;                         // the present recording came from its start
     uint64_t crc_ = 0;                           // of what came of it
     Connection connection_;
-    Decoders decoders_;
+    std::unique_ptr<Checkers> checkers_;
+    int mark_ = 0;  // of the register before the connection
     Backoff backoff_{0, 0};
     double retry_ = 0;      // when to connect again
     bool is_told_ = false;  // that there is no connection
@@ -195,7 +199,7 @@ void Receiver::connect() {
         return;
     }
     const Request request = {known_, static_cast<int64_t>(counters_.next)};
-    const int mark = elog_mark();
+    mark_ = elog_mark();
     if (connection_.open(settings_.server, request, settings_.patience)) {
         ++counters_.connections;
         elog_notify(0, "connected to %s, asking for packets from number %.0f on\n",
@@ -207,57 +211,65 @@ void Receiver::connect() {
     // Once is enough: the register must not fill up while a server is away for hours.
     if (!is_told_) elog_notify(0, "no connection to %s yet\n", settings_.server.c_str());
     is_told_ = true;
-    elog_flush(0, mark);
+    elog_flush(0, mark_);
 }
 
-// Takes packets that have come, and then looks after other things.
+// Takes packets that have come. As long as more of them wait, some are being checked meanwhile.
 void Receiver::receive(History& history) {
-    const int mark = elog_mark(), waited = connection_.wait(settings_.patience);
-    bool good = waited >= 0;
-    if (waited > 0) {
-        Packet packet;
-        int left = kAtOnce;
-        do {
-            good = connection_.get(&packet);
-            if (good) accept(packet, history);
-        } while (good && --left > 0 && connection_.has_more() && !is_complete());
-    }
-    history.keep_last();
+    Batch& batch = checkers_->next();
+    const bool goes_on = connection_.read(batch, settings_.patience);
+    if (!batch.is_empty()) checkers_->start();
+    const bool more_waits = goes_on && connection_.has_more();
+    while (checkers_->are_busy() ||
+           (!checkers_->are_idle() && (!more_waits || !connection_.is_open())))
+        accept(checkers_->oldest(), history);
+    history.keep_last(!more_waits);
+    if (!goes_on && connection_.is_open()) give_up(connection_.reason().c_str());
     // A peer can cause failures as often as it likes: the register must not fill up.
-    elog_flush(0, mark);
-    if (!good) give_up(connection_.reason().c_str());
+    elog_flush(0, mark_);
 }
 
-void Receiver::give_up(const char* why) {
+bool Receiver::give_up(const char* why) {
     connection_.close();
     retry_ = std_now() + backoff_.next();
     elog_notify(0, "connection ended: %s\n", why);
+    return false;
 }
 
-void Receiver::accept(const Packet& packet, History& history) {
-    if (packet.sequence < 0) return;  // a sign of life
+// What came behind a packet that could not be accepted, or is no longer wanted, is left.
+void Receiver::accept(const Batch& batch, History& history) {
+    const Packet* first = nullptr;
+    for (const Checked& checked : batch.checked())
+        if (connection_.is_open() && !is_complete() && accept(checked, history) && first == nullptr)
+            first = &checked.packet;
+    if (first != nullptr) history.note_latency(*first);
+}
+
+bool Receiver::accept(const Checked& checked, History& history) {
+    if (checked.problem != nullptr) {
+        ++counters_.damaged;
+        return give_up(checked.problem);
+    }
+    const Packet& packet = checked.packet;
+    if (packet.sequence < 0) return false;  // a sign of life
     if (packet.recording != known_) begin_recording(packet);
     const auto sequence = static_cast<double>(packet.sequence);
     if (counters_.next < 0) counters_.next = sequence;
     if (sequence < counters_.next) {
         ++counters_.repeated;
-        return;
+        return false;
     }
     if (sequence > counters_.next) {
         ++counters_.missed;
         return give_up("packets are missing");
     }
-    Samples samples;
-    if (!decoders_.decode(packet.codec, packet.payload, packet.nsamp, &samples)) {
-        ++counters_.damaged;
-        return give_up("a packet that can't be decoded");
-    }
-    verify(packet, samples);
-    history.add(packet, connection_.body(), samples);
+    verify(checked);
+    history.add(checked);
     ++counters_.next;
     ++counters_.received;
     counters_.last_time = packet.time + (packet.nsamp - 1) / packet.rate;
     backoff_.reset();
+    return true;
 }
 
 void Receiver::begin_recording(const Packet& packet) {
@@ -271,13 +283,14 @@ void Receiver::begin_recording(const Packet& packet) {
 }
 
 // The CRC of all samples in their order tells whether each packet came, once.
-void Receiver::verify(const Packet& packet, Samples samples) {
+void Receiver::verify(const Checked& checked) {
+    const Packet& packet = checked.packet;
     const int64_t place = packet.sequence % packet.total;
     if (place == 0) {
         crc_ = 0;
         whole_ = true;
     }
-    if (whole_) add_to_crc(&crc_, packet, samples.data());
+    if (whole_) add_to_crc(&crc_, packet, checked.crc);
     if (!whole_ || place + 1 < packet.total) return;
     ++(static_cast<int64_t>(crc_) == known_ ? counters_.verified : counters_.different);
 }
@@ -306,7 +319,7 @@ void Receiver::report(const History& history) const {
     int n = 0;
     double mean = 0, deviation = 0;
     meanring(history.latency(), &n, &mean, &deviation, 1e9);
-    std::printf("latency of %d packets: mean %.3f s, largest %.3f s\n", n, mean,
+    std::printf("latency of %d batches: mean %.3f s, largest %.3f s\n", n, mean,
                 maxring(history.latency(), nullptr, 1e9));
     const Counters& seen = counters_;
     std::printf("%.0f packets, %.0f came twice, %.0f gaps, %.0f damaged; connections: %.0f\n",
@@ -327,6 +340,8 @@ int Receiver::run() {
         elog_die(0, "no parameter file wfclient; KORVALIN or PFPATH say where it is\n");
     if (settings_.announce) announce(nullptr, kVersion);
     const bool go_on = exhume_counters();
+    const auto others = static_cast<int>(std::thread::hardware_concurrency()) - 1;
+    checkers_ = std::make_unique<Checkers>(std::clamp(settings_.threads, 0, std::max(others, 0)));
     History history(settings_.folder, settings_.ring_size, settings_.unit, settings_.max_channels,
                     !go_on);
     while (std::atomic_ref(caught_).load() == 0 && !is_complete()) {

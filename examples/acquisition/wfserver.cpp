@@ -253,7 +253,7 @@ void Server::run() {
     const int codec = codec_number(settings_.codec);
     if (codec < 0) elog_die(0, "there is no codec '%s'\n", settings_.codec.c_str());
 
-    Service service{recording, open_state(recording), codec, false, 10};
+    Service service{recording, open_state(recording), Packed(recording), codec, false, 10};
     const Controls controls(settings_);
     int port = port_named(settings_.port);
     std::vector<pollfd> sockets = listen_on(&port);
