@@ -99,6 +99,11 @@ MORVA_API void stuff(int32_t value, char** cursor);
  * are lost. Nothing is registered. */
 MORVA_API int unstuff(int32_t* value, char** cursor, int* remaining);
 
+/* The alphabet, a character for each six-bit code, and its inverse over ASCII: 255 for a character
+ * that is none of it. */
+extern MORVA_API const char Encode[65];
+extern MORVA_API const unsigned char Decode[128];
+
 /* Does nothing: the decoding table is made when the library is built, and needs no call before
  * threads decode. Kept for programs that call it. */
 MORVA_API void initDecode(void);

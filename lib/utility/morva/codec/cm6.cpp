@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "base/diagnostics.hpp"
 #include "base/memory.hpp"
@@ -176,6 +177,23 @@ int unstuff(int32_t* value, char** cursor, int* remaining) {
     *cursor += at - *cursor;
     return read.errors;
 }
+
+constexpr unsigned char kNo = cm6code::kNoCode;
+constexpr char Encode[65] = "+-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+static_assert(std::string_view(Encode) == cm6code::Encode);
+
+// clang-format off
+constexpr unsigned char Decode[128] = {
+    kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo,
+    kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo,
+    kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo,   0, kNo,   1, kNo, kNo,
+      2,   3,   4,   5,   6,   7,   8,   9,  10,  11, kNo, kNo, kNo, kNo, kNo, kNo,
+    kNo,  12,  13,  14,  15,  16,  17,  18,  19,  20,  21,  22,  23,  24,  25,  26,
+     27,  28,  29,  30,  31,  32,  33,  34,  35,  36,  37, kNo, kNo, kNo, kNo, kNo,
+    kNo,  38,  39,  40,  41,  42,  43,  44,  45,  46,  47,  48,  49,  50,  51,  52,
+     53,  54,  55,  56,  57,  58,  59,  60,  61,  62,  63, kNo, kNo, kNo, kNo, kNo};
+// clang-format on
+static_assert(std::ranges::equal(Decode, cm6code::Decode));
 
 void initDecode(void) {}
 
