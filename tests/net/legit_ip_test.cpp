@@ -4,6 +4,12 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <mutex>
+#include <random>
+#include <sstream>
+#include <thread>
+#include <utility>
+
 #include "morva/pflex.h"
 #include "morva/sockets.h"
 #include "support/kit.hpp"
@@ -155,6 +161,162 @@ TEST_F(Legit, ReadsValuesAsTheCLibrary) {
         EXPECT_EQ(legit_ip_pf(pf, ::inet_addr(text), nullptr), 1) << text;
         pffree(pf);
     }
+}
+
+// ---- Lists that change between checks
+
+// What the lines say, one after the other.
+Checked by_lines(Pf* pf, uint32_t ip) {
+    Checked all{0, -1, -1, "-"};
+    for (const bool first : {true, false}) {
+        Pf* node = nullptr;
+        pfresolve(pf, first ? "valid_ip_addresses" : "reject_ip_addresses", 0, &node);
+        for (int i = 0; node != nullptr && i < maxtbl(node->value.tbl); ++i) {
+            Pf* line = static_cast<Pf*>(gettbl(node->value.tbl, i));
+            if (line == nullptr || line->type != PFSTRING || line->value.string == nullptr)
+                continue;
+            const bool refers = std::strchr(line->value.string, '&') != nullptr;
+            std::istringstream words(refers ? pfexpand(line) : line->value.string);
+            std::string address, mask, comment;
+            if (!(words >> address >> mask)) continue;
+            std::getline(words >> std::ws, comment, '\0');
+            if (((ip ^ ::inet_addr(address.c_str())) & ::inet_addr(mask.c_str())) != 0) continue;
+            (first ? all.accept : all.reject) = i;
+            comment.erase(comment.find_last_not_of(" \t") + 1);
+            if (first) all.comment = comment.empty() ? "null" : comment;
+            break;
+        }
+    }
+    all.result = all.accept >= 0 && all.reject < 0;
+    return all;
+}
+
+// Programs may do all this to a tree, and the library hears nothing of it.
+class Changes {
+  public:
+    explicit Changes(unsigned seed) : random_(seed) {
+        for (Pf*& tree : trees_) tree = read();
+    }
+    ~Changes() {
+        for (Pf* tree : trees_) pffree(tree);
+    }
+
+    // Changes something and gives the tree where.
+    Pf* make() {
+        if (cut_ != nullptr) {
+            *std::exchange(cut_, nullptr) = rest_;
+            return where_;
+        }
+        Pf*& tree = trees_[below(3)];
+        Pf* node = nullptr;
+        pfresolve(tree, below(3) > 0 ? "valid_ip_addresses" : "reject_ip_addresses", 0, &node);
+        Tbl* list = node->value.tbl;
+        const long i = below(static_cast<int>(maxtbl(list)) + 1);
+        switch (below(12)) {
+            case 0:
+                pffree(tree);
+                tree = read();
+                break;
+            case 1:
+                instbl(list, i, fresh());
+                break;
+            case 2:
+                pffree(static_cast<Pf*>(deltbl(list, i)));
+                break;
+            case 3: {
+                Pf* old = static_cast<Pf*>(gettbl(list, i));
+                settbl(list, i, below(5) > 0 ? fresh() : nullptr);
+                pffree(old);
+                break;
+            }
+            case 4:
+                swap(static_cast<void**>(addrtbl(list, i)), static_cast<void**>(addrtbl(list, 0)));
+                break;
+            case 5:
+                freetbl(pfget_tbl(node, nullptr), nullptr);  // expands
+                break;
+            case 6:
+                trunctbl(list, i / 2 * 2, [](void* old) { pffree(static_cast<Pf*>(old)); });
+                while (maxtbl(list) < 30) pushtbl(list, fresh());
+                break;
+            default:
+                edit(static_cast<Pf*>(gettbl(list, i)));
+        }
+        return where_ = tree;
+    }
+    uint32_t address() {
+        return ::inet_addr(("10." + std::to_string(10 + below(50)) + ".1.1").c_str());
+    }
+    int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
+
+  private:
+    static void swap(void** a, void** b) {
+        if (a != nullptr && b != nullptr) std::swap(*a, *b);
+    }
+    std::string line() {
+        static const char* const kKinds[] = {
+            " 255.255.0.0 a comment",
+            " 255.255.0.0",
+            " 255.255.128.0\t of some length that is not so short ",
+            "",
+            " 0xffff0000 odd",
+            " 255.255.0.0 &{net} it is"};
+        return "10." + std::to_string(10 + below(70)) + ".0.0" +
+               kKinds[below(29) < 24 ? 0 : below(6)];
+    }
+    Pf* fresh() {
+        Pf* node = pfnew(below(9) > 0 ? PFSTRING : PFARR);
+        if (node->type == PFSTRING && below(9) > 0) node->value.string = ::strdup(line().c_str());
+        return node;
+    }
+    Pf* read() {
+        std::string text = "net one\n";
+        for (const char* key : {"valid_ip_addresses", "reject_ip_addresses"}) {
+            text += std::string(key) + " &Tbl{\n";
+            for (int i = below(40); i >= 0; --i) text += line() + "\n";
+            text += "}\n";
+        }
+        Pf* pf = nullptr;
+        pfcompile(text.c_str(), &pf);
+        return pf;
+    }
+    // In place: another byte, or a shorter text, which is as long as before the next time.
+    void edit(Pf* node) {
+        if (node == nullptr || node->type != PFSTRING || node->value.string == nullptr) return;
+        const int size = static_cast<int>(std::strlen(node->value.string));
+        if (size == 0) return;
+        char& byte = node->value.string[below(size)];
+        if (below(4) == 0) cut_ = &byte, rest_ = byte;
+        byte = cut_ != nullptr ? '\0' : "0123456789. &"[below(3) > 0 ? below(10) : below(13)];
+    }
+
+    std::mt19937 random_;
+    Pf* trees_[3];
+    Pf* where_ = nullptr;
+    char* cut_ = nullptr;
+    char rest_ = 0;
+};
+
+TEST_F(Legit, AnswersOfListsAsTheyStand) {
+    Changes changes(7);
+    std::mutex turn;
+    const auto check = [&] {
+        for (int i = 0; i < 500; ++i) {
+            const std::lock_guard lock(turn);
+            Pf* pf = changes.make();
+            for (int same = changes.below(4); same >= 0; --same) {
+                const uint32_t ip = changes.address();
+                const Checked expected = by_lines(pf, ip);
+                const Checked answer =
+                    checked([&](char** comment) { return legit_ip_pf(pf, ip, comment); });
+                ASSERT_EQ(answer, expected);
+            }
+        }
+    };
+    std::thread other(check), third(check);
+    check();
+    other.join();
+    third.join();
 }
 
 }  // namespace

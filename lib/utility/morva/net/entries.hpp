@@ -6,8 +6,8 @@
 
 #include "base/memory.hpp"
 #include "containers/tbl.hpp"
-#include "morva/pfresolve.h"
 #include "net/words.hpp"
+#include "pf/pf.hpp"
 
 namespace morva::net {
 
@@ -52,21 +52,27 @@ struct Network {
 bool read_network(int family, const char* address, const char* mask, Network& network);
 
 // The list of a parameter file, or null.
-inline Tbl* list_of(Pf* pf, const char* key) {
-    Pf* node = nullptr;
-    return pfresolve(pf, key, 0, &node) == PFTBL ? node->value.tbl : nullptr;
+inline Tbl* list_of(Pf* pf, std::string_view key) {
+    if (pf == nullptr || !pf::is_array(pf)) return nullptr;
+    const Pf* node = pf::found_in(pf, find_key(pf->value.arr, key));
+    return node != nullptr && node->type == PFTBL ? node->value.tbl : nullptr;
 }
 
-// Calls `visit(index, line)` for the lines of a list that are not empty, until it returns true:
-// then the index; -1 when it never does.
+// The line of a node as it stands in the file; empty for a node that is none.
+inline const char* line_of(const Pf* node) {
+    const bool is_line = node != nullptr && node->type == PFSTRING && node->value.string != nullptr;
+    return is_line ? node->value.string : "";
+}
+
+// Calls `visit(index, line)` for the lines of a list that are not empty, beginning with the item
+// `from`, until it returns true: then the index; -1 when it never does.
 template <class Visit>
-int each_line(Tbl* list, Visit visit) {
-    const long count = maxtbl(list);
-    for (long i = 0; i < count; ++i) {
-        Pf* node = static_cast<Pf*>(gettbl(list, i));
-        if (node == nullptr || node->type != PFSTRING) continue;
-        const char* line = node->value.string;
-        if (line != nullptr && std::strchr(line, '&') != nullptr) line = pfexpand(node);
+int each_line(const Tbl* list, Visit visit, long from = 0) {
+    if (list == nullptr) return -1;
+    for (long i = from; i < tbl_count(list); ++i) {
+        Pf* node = static_cast<Pf*>(tbl_item(list, i));
+        const char* line = line_of(node);
+        if (std::strchr(line, '&') != nullptr) line = pfexpand(node);
         if (line != nullptr && *line != '\0' && visit(static_cast<int>(i), line))
             return static_cast<int>(i);
     }
@@ -78,7 +84,8 @@ inline void store_trimmed(std::string_view text, char** comment) {
     if (comment == nullptr) return;
     *comment = nullptr;
     if (text.empty()) return;
-    *comment = static_cast<char*>(must_malloc(text.size() + 1, "comment", MORVA_HERE));
+    static constexpr Site kHere = MORVA_HERE;
+    *comment = static_cast<char*>(must_malloc(text.size() + 1, "comment", kHere));
     std::memcpy(*comment, text.data(), text.size());
     (*comment)[text.size()] = '\0';
 }

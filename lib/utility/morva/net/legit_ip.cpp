@@ -11,70 +11,13 @@
 #include "morva/sockets.h"
 #include "net/address.hpp"
 #include "net/entries.hpp"
+#include "net/value_list.hpp"
 
 int Legit_accept = -1;
 int Legit_reject = -1;
 
 namespace morva::net {
 namespace {
-
-// ---- IPv4 values
-
-// A number of a plain dotted quad: no sign, no leading zero, below 256.
-inline bool take_byte(const char*& at, uint32_t& value) {
-    const auto digit = [&](int i) { return static_cast<uint32_t>(at[i] - '0'); };
-    uint32_t number = digit(0);
-    if (number > 9) return false;
-    int length = 1;
-    if (digit(1) <= 9) {
-        if (number == 0) return false;
-        number = 10 * number + digit(1);
-        length = 2;
-        if (digit(2) <= 9) {
-            number = 10 * number + digit(2);
-            length = 3;
-        }
-    }
-    at += length;
-    value = value << 8 | number;
-    return number < 256;
-}
-
-// Four bytes at the start of a word that ends behind them.
-bool take_quad(const char*& at, uint32_t& value) {
-    for (int byte = 0; byte < 4; ++byte) {
-        if (byte > 0 && *at != '.') return false;
-        if (byte > 0) ++at;
-        if (!take_byte(at, value)) return false;
-    }
-    value = htonl(value);
-    return *at == '\0' || is_blank(*at);
-}
-
-// As inet_addr: the plain form is read here, the odd ones (octal, hexadecimal, fewer numbers)
-// there.
-uint32_t value_of(std::string_view text) {
-    return ::inet_addr(String(text).c_str());
-}
-
-bool matches_value(const char* line, Entry& entry, uint32_t ip) {
-    const char* at = line;
-    uint32_t address = 0, mask = 0;
-    while (is_blank(*at)) ++at;
-    bool plain = take_quad(at, address);
-    while (is_blank(*at)) ++at;
-    plain = plain && take_quad(at, mask);
-    if (plain && ((ip ^ address) & mask) != 0) return false;
-    entry = entry_of(line);
-    if (entry.mask.empty()) return false;
-    if (!plain) {
-        mask = value_of(entry.mask);
-        address = value_of(entry.address);
-    }
-    return ((ip ^ address) & mask) == 0;
-}
-
-// ---- addresses of sockets
 
 bool read_bytes(int family, const char* text, const char* what, AddressBytes& bytes) {
     if (::inet_pton(family, text, bytes.data()) == 1) return true;
@@ -149,17 +92,17 @@ int legit_ipv6(const char*, Pf* pf, const sockaddr* address, char** comment) {
 }
 
 int legit_ip_pf(Pf* pf, uint32_t ip, char** comment) {
-    Entry entry;
-    const auto matches = [&](int, const char* line) { return matches_value(line, entry, ip); };
     Legit_accept = Legit_reject = -1;
-    Tbl* accept = list_of(pf, kAccept);
+    const Tbl* accept = list_of(pf, kAccept);
     if (accept == nullptr) {
         elog_log(0, "failed to get valid_ip_addresses list");
     } else {
-        Legit_accept = each_line(accept, matches);
-        if (Legit_accept >= 0) store_comment(entry.comment, comment);
+        const Found found = find_value(accept, ip);
+        Legit_accept = found.index;
+        if (found.index >= 0) store_trimmed(found.comment(), comment);
     }
-    Legit_reject = each_line(list_of(pf, kReject), matches);
+    const Tbl* reject = list_of(pf, kReject);
+    if (reject != nullptr) Legit_reject = find_value(reject, ip).index;
     return Legit_accept >= 0 && Legit_reject < 0;
 }
 

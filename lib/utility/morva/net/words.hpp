@@ -12,12 +12,12 @@
 namespace morva::net {
 
 inline constexpr std::size_t kTextSize = 256;  // of hosts, ports and descriptions
-inline constexpr std::string_view kSpace = " \t\n\v\f\r";
 
 inline std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(kSpace);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
+    const auto is_space = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
+    while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
+    return text;
 }
 
 // Stores what fits of a text in a caller's buffer of `size` bytes; a null buffer takes nothing.

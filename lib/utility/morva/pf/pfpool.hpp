@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <span>
 
@@ -81,7 +82,7 @@ class NodeMaker {
     ~NodeMaker() { finish_block(); }
 
     // A node of the type with every other field null. A `text_room` above 0 makes room for that
-    // many bytes as its string.
+    // many bytes as its string. Of what is behind them up to the next node no byte is left unset.
     Pf* make(int type, std::size_t text_room = 0) {
         if (text_room > kLongestText) return make_apart(type, text_room);
         const std::size_t bytes =
@@ -90,7 +91,10 @@ class NodeMaker {
             add_block(bytes);
         const std::uint32_t place = static_cast<std::uint32_t>(offset() / NodeBlock::kUnit);
         Pf* node = new (at_) Pf{type, place, {nullptr}, nullptr, nullptr, nullptr};
-        if (text_room > 0) node->value.string = at_ + sizeof(Pf);
+        if (text_room > 0) {
+            node->value.string = at_ + sizeof(Pf);
+            std::memset(at_ + bytes - NodeBlock::kUnit, 0, NodeBlock::kUnit);
+        }
         at_ += bytes;
         ++made_;
         return node;
