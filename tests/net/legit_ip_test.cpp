@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 
 #include <mutex>
@@ -12,6 +13,7 @@
 
 #include "morva/pflex.h"
 #include "morva/sockets.h"
+#include "pf/pfpool.hpp"
 #include "support/kit.hpp"
 
 namespace {
@@ -237,7 +239,7 @@ class Changes {
                 break;
             case 6:
                 trunctbl(list, i / 2 * 2, [](void* old) { pffree(static_cast<Pf*>(old)); });
-                while (maxtbl(list) < 30) pushtbl(list, fresh());
+                while (maxtbl(list) < 8) pushtbl(list, fresh());
                 break;
             default:
                 edit(static_cast<Pf*>(gettbl(list, i)));
@@ -245,7 +247,7 @@ class Changes {
         return where_ = tree;
     }
     uint32_t address() {
-        return ::inet_addr(("10." + std::to_string(10 + below(50)) + ".1.1").c_str());
+        return ::inet_addr(("10." + std::to_string(10 + below(9)) + ".1.1").c_str());
     }
     int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
 
@@ -261,7 +263,7 @@ class Changes {
             "",
             " 0xffff0000 odd",
             " 255.255.0.0 &{net} it is"};
-        return "10." + std::to_string(10 + below(70)) + ".0.0" +
+        return "10." + std::to_string(10 + below(12)) + ".0.0" +
                kKinds[below(29) < 24 ? 0 : below(6)];
     }
     Pf* fresh() {
@@ -273,7 +275,7 @@ class Changes {
         std::string text = "net one\n";
         for (const char* key : {"valid_ip_addresses", "reject_ip_addresses"}) {
             text += std::string(key) + " &Tbl{\n";
-            for (int i = below(40); i >= 0; --i) text += line() + "\n";
+            for (int i = below(9); i >= 0; --i) text += line() + "\n";
             text += "}\n";
         }
         Pf* pf = nullptr;
@@ -317,6 +319,30 @@ TEST_F(Legit, AnswersOfListsAsTheyStand) {
     check();
     other.join();
     third.join();
+}
+
+// Where a longer text was once, there may be no memory any more.
+TEST_F(Legit, ReadsNothingBehindTheBlockOfANode) {
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    constexpr std::size_t kRoom = 8;  // of the text before the second page
+    auto* pages = static_cast<char*>(
+        ::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    auto* block = new (pages) morva::pf::NodeBlock{1, 2 * page};
+    const std::size_t at = page - kRoom - sizeof(Pf);
+    const auto place = static_cast<std::uint32_t>(at / morva::pf::NodeBlock::kUnit);
+    auto* node = new (pages + at) Pf{PFSTRING, place, {nullptr}, nullptr, nullptr, nullptr};
+    node->value.string = std::strcpy(pages + page - kRoom, "10.0.0.0 255.0.0.0 all of us");
+    pfput(pf_, const_cast<char*>("valid_ip_addresses"), strtbl(nullptr, nullptr), PFTBL);
+    Pf* list = nullptr;
+    pfresolve(pf_, "valid_ip_addresses", 0, &list);
+    settbl(list->value.tbl, 0, node);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(value("10.1.2.3"), (Checked{1, 0, -1, "all of us"}));
+    ::munmap(pages + page, page);
+    block->size = page;
+    std::strcpy(node->value.string, "1.2 0");
+    EXPECT_EQ(value("10.1.2.3"), (Checked{1, 0, -1, "null"}));
+    clrtbl(list->value.tbl, nullptr);
+    ::munmap(pages, page);
 }
 
 }  // namespace
