@@ -45,7 +45,11 @@ MORVA_API int legit_ipv6(const char* name, Pf* pf, const struct sockaddr* addres
  * sockets: bad entries are passed over in silence, a text that is no address is taken as all ones
  * (like inet_addr does), a missing list is registered and not complained of, the second list is
  * looked through whether or not the first lets the address in, and the comment stays that of the
- * first. */
+ * first.
+ *
+ * The lists may change in any way between two checks. A thread that looked through a list before
+ * knows its entries, and compares them with the list instead of reading them again: it keeps copies
+ * of the last eight lists, at most 4 MiB of lines each, until it ends. */
 MORVA_API int legit_ip_pf(Pf* pf, uint32_t ip, char** comment);
 
 /* The same with a parameter file that is read for this check; -1 when it cannot be read, with the

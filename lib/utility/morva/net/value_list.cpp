@@ -133,7 +133,7 @@ class KnownList {
     Found found(std::size_t value) const;
     std::size_t unchanged(std::size_t count);
     void forget(std::size_t from);
-    bool learn(const char* text, uint32_t ip);
+    bool learn(std::string_view text, uint32_t ip);
     [[gnu::noinline]] Found read_on(std::size_t from, uint32_t ip);
 
     const Tbl* list_ = nullptr;
@@ -188,23 +188,24 @@ void KnownList::forget(std::size_t from) {
     if (from < known()) image_.take({});
     while (!lines_.empty() && lines_.back().index >= from) lines_.pop_back();
     ends_.resize(from + 1);
+    texts_.resize(ends_.back());
 }
 
-// Keeps the next line; whether it matches. The numbers are those of the copy.
-bool KnownList::learn(const char* text, uint32_t ip) {
-    const std::size_t start = ends_.back(), size = std::strlen(text) + 1;
-    texts_.resize(start + size);
-    const char* copy = static_cast<char*>(std::memcpy(texts_.data() + start, text, size));
+// Keeps the next line, given with its terminator; whether it matches. The numbers are those of the
+// copy.
+bool KnownList::learn(std::string_view text, uint32_t ip) {
+    texts_.insert(texts_.end(), text.begin(), text.end());
     Network4 network;
-    const char* rest = read_line(copy, network);
+    const char* rest = read_line(texts_.data() + ends_.back(), network);
     if (rest != nullptr) {
-        const std::size_t value = lines_.size();
-        for (Vector<uint32_t>* numbers : {&addresses_, &masks_}) numbers->resize(value + kAtOnce);
+        const std::size_t value = lines_.size(), room = value + kAtOnce;
+        if (masks_.size() < room)
+            for (Vector<uint32_t>* numbers : {&addresses_, &masks_}) numbers->resize(2 * room);
         addresses_[value] = network.address;
         masks_[value] = network.mask;
         lines_.push_back({known(), static_cast<uint32_t>(rest - texts_.data())});
     }
-    ends_.push_back(static_cast<uint32_t>(start + size));
+    ends_.push_back(static_cast<uint32_t>(texts_.size()));
     return rest != nullptr && network.holds(ip);
 }
 
@@ -213,8 +214,9 @@ Found KnownList::read_on(std::size_t from, uint32_t ip) {
     forget(from);
     const auto nodes = tbl_pointers<Pf>(list_);
     while (known() < nodes.size()) {
-        const char* text = line_of(nodes[known()]);
-        if (std::strchr(text, '&') != nullptr || ends_.back() + std::strlen(text) >= kMostBytes)
+        const char* line = line_of(nodes[known()]);
+        const std::string_view text(line, std::strlen(line) + 1);
+        if (text.find('&') != text.npos || texts_.size() + text.size() > kMostBytes)
             return look_through(list_, static_cast<long>(known()), ip);
         if (learn(text, ip)) return found(lines_.size() - 1);
     }
@@ -236,12 +238,12 @@ class KnownLists {
         }
         return t_lists;
     }
-    KnownList& of(const Tbl* list) {
+    // Null at first sight: many a list is looked through only once.
+    KnownList* of(const Tbl* list) {
         for (KnownList& known : lists_)
-            if (known.list() == list) return known;
-        KnownList& oldest = lists_[next_++ % kLists];
-        oldest.begin(list);
-        return oldest;
+            if (known.list() == list) return &known;
+        lists_[next_++ % kLists].begin(list);
+        return nullptr;
     }
 
   private:
@@ -258,8 +260,8 @@ class KnownLists {
 
 Found find_value(const Tbl* list, uint32_t ip) {
     KnownLists* mine = KnownLists::mine();
-    if (mine == nullptr || list->direct) return look_through(list, 0, ip);
-    return mine->of(list).find(ip);
+    KnownList* known = mine != nullptr && !list->direct ? mine->of(list) : nullptr;
+    return known != nullptr ? known->find(ip) : look_through(list, 0, ip);
 }
 
 }  // namespace morva::net

@@ -1,10 +1,11 @@
 // IPv4 values against the lists of parameter trees.
 //
 // Reading the numbers of all lines is most of the work of a check, so each thread keeps those of
-// the last few lists. But nodes, lists and texts are the program's, which may change them, free
-// them, and read another tree to the same addresses without our notice. So nothing kept is believed
-// that is not compared first: the numbers tell which line decides, and before that is the answer,
-// the texts of this line and of all before it are compared with copies of those that were read.
+// the last few lists that it has looked through before. But nodes, lists and texts are the
+// program's, which may change them, free them, and read another tree to the same addresses without
+// our notice. So nothing kept is believed that is not compared first: the numbers tell which line
+// decides, and before that is the answer, this line and all before it are compared with copies of
+// those that were read.
 #pragma once
 
 #include <cstdint>
