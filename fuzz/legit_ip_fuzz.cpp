@@ -25,6 +25,14 @@ void check_entry(const std::string& line) {
     char* comment = nullptr;
     const int result = legit_ip_pf(pf, ip, &comment);
     require(result == (Legit_accept == 0));
+    // The entry is known by now.
+    for (int i = 0; i < 3; ++i) {
+        char* same = nullptr;
+        require(legit_ip_pf(pf, ip, &same) == result && Legit_accept == result - 1);
+        require((same == nullptr) == (comment == nullptr));
+        require(same == nullptr || std::string(same) == comment);
+        std::free(same);
+    }
     const std::size_t first = line.find_first_not_of(" \t");
     if (result == 1 && line.find('&') == std::string::npos) {
         const std::size_t end = line.find_first_of(" \t", first);
