@@ -264,8 +264,10 @@ TEST(Packets, StandByteByByte) {
 TEST_F(Acquisition, EveryCodecBringsTheRecording) {
     Program serving = server("-p 0 -s 1e9 -S state.server");
     const int port = serving.port();
+    int threads = 0;
     for (const std::string codec : {"raw", "canada", "cm6", "ucsd", "gencompress", "vkcompress"}) {
         settings("wfserver", "codec " + codec + "\n");
+        settings("wfclient", "threads " + std::to_string(threads++) + "\n");
         ASSERT_TRUE(serving.tells("codec " + codec + "\n")) << serving.log();
         Program receiving = client(port, "-o " + codec, codec + ".log");
         EXPECT_EQ(receiving.status(), 0) << receiving.log();
