@@ -223,7 +223,7 @@ void Receiver::receive(History& history) {
     while (checkers_->are_busy() ||
            (!checkers_->are_idle() && (!more_waits || !connection_.is_open())))
         accept(checkers_->oldest(), history);
-    history.keep_last(!more_waits);
+    history.keep_last(!more_waits || !connection_.is_open());
     if (!goes_on && connection_.is_open()) give_up(connection_.reason().c_str());
     // A peer can cause failures as often as it likes: the register must not fill up.
     elog_flush(0, mark_);
@@ -349,6 +349,7 @@ int Receiver::run() {
         connection_.is_open() ? receive(history) : connect();
         if (std_now() > next_burial_) bury_counters();
     }
+    history.keep_last(true);
     bury_counters();
     report(history);
     return counters_.different > 0 ? 1 : 0;

@@ -313,6 +313,32 @@ TEST_F(Acquisition, OthersFindTheLastPacketsAndTheHistories) {
     closering(ring);
 }
 
+// Also when the client has enough while more packets wait.
+TEST_F(Acquisition, TheLastPacketsAreKeptAtTheEnd) {
+    settings("wfserver", "repeat yes\nbury_every 0.01\n");
+    Program serving = server("-p 0 -s 1e9");
+    const int port = serving.port();
+    wait_for("wfserver.state", "position", 20 * 354);
+    ASSERT_EQ(client(port, "-n 5").status(), 0);
+    Xheap* heap = openx(folder_.file("waveforms/last.heap").c_str(), "r", 0);
+    ASSERT_NE(heap, nullptr);
+    Tbl* names = namesx(heap);
+    Memory body;
+    Packet packet;
+    int64_t newest = 0;
+    for (long i = 0; i < maxtbl(names); ++i) {
+        void* data;
+        int n = 0;
+        ASSERT_EQ(getxaddr(heap, static_cast<char*>(gettbl(names, i)), &data, &n), 0);
+        ASSERT_TRUE(
+            get_body({static_cast<char*>(data), static_cast<std::size_t>(n)}, &packet, body));
+        newest = std::max(newest, packet.sequence);
+    }
+    EXPECT_EQ(newest, 5 * 354 - 1);
+    freetbl(names, nullptr);
+    closex(&heap);
+}
+
 TEST_F(Acquisition, KillingTheServerLosesAndDoublesNothing) {
     settings("wfserver", "bury_every 0.1\n");
     Program first = server("-p 0 -d 2", "first");
