@@ -30,15 +30,19 @@ class Batch {
   public:
     static constexpr int kEnough = 100000;  // bytes
 
-    // Adds the next packet of a stream. False, with the batch as it was, when the stream has none.
-    bool get(Bns* in) {
-        int32_t size;
+    // Adds the next packet of a stream, and returns 0; 1 when no packet comes, -1 when not all of
+    // it has come. `size` is kept from call to call: of the body that comes next, or -1.
+    int get(Bns* in, int32_t& size) {
+        const int result = size < 0 ? get_size(in, kPacket, &size) : 0;
+        if (result != 0) return result;
+        char *body = &bytes_[used_], *behind = body + size;
+        if (bnsget(in, body, BNS_BYTE, size + kCrcSize) != 0) return -1;
         uint32_t crc;
-        if (!get_size(in, kPacket, &size) || !get_bytes(in, &bytes_[used_], size, &crc))
-            return false;
-        bodies_.push_back({{&bytes_[used_], static_cast<std::size_t>(size)}, crc});
-        used_ += size;
-        return true;
+        mi2hi(&behind, &crc, 1);
+        bodies_.push_back({{body, static_cast<std::size_t>(size)}, crc});
+        used_ += size + kCrcSize;
+        size = -1;
+        return 0;
     }
     bool has_enough() const { return used_ >= kEnough; }
     bool is_empty() const { return bodies_.empty(); }
@@ -59,6 +63,8 @@ class Batch {
     }
 
   private:
+    static constexpr int kCrcSize = 4;
+
     struct Body {
         std::string_view bytes;
         uint32_t crc;
@@ -85,7 +91,7 @@ class Batch {
         return found;
     }
 
-    std::unique_ptr<char[]> bytes_{new char[kEnough + kMostBytes]};
+    std::unique_ptr<char[]> bytes_{new char[kEnough + kMostBytes + kCrcSize]};
     int used_ = 0;
     std::vector<Body> bodies_;
     std::vector<Checked> checked_;

@@ -25,7 +25,9 @@ class Connection {
         in_ = bnsnew(fd, kMostBytes);
         bnsid(in_, server.c_str());
         bnslimit(in_, kMostBytes + 100);
-        bnsdeadline(in_, patience);
+        bnstimeout(in_, 0);  // what has not come yet must not hold up what has
+        size_ = -1;
+        more_ = false;
         Bns* out = bnsnew(fd, 0);
         put_request(out, request);
         const bool sent = bnsflush(out) == 0;
@@ -38,17 +40,17 @@ class Connection {
     // Waits a tenth of a second at most for packets to come, and gets those that have come. False
     // when there won't be more, which reason() tells.
     bool read(Batch& batch, double patience) {
-        if (!is_readable(100))
-            return std_now() - last_ < patience || ended_by("the server is silent");
-        bnstimeout(in_, static_cast<int>(patience * 1000));
-        do {
-            if (!batch.get(in_)) return ended_by(what_failed());
-        } while (!batch.has_enough() && has_more());
-        last_ = std_now();
-        return true;
+        int result = more_ || is_readable(100) ? 0 : -1;
+        while (result == 0 && !batch.has_enough()) result = batch.get(in_, size_);
+        more_ = result == 0;
+        if (result > 0) return ended_by("a damaged packet");
+        if (in_->err != 0) return ended_by(std::strerror(in_->syserrno));
+        if (in_->eof != 0) return ended_by("closed by the server");
+        if (!batch.is_empty()) last_ = std_now();
+        return std_now() - last_ < patience || ended_by("the server is silent");
     }
     // Whether more has come than was got.
-    bool has_more() { return is_open() && is_readable(0); }
+    bool has_more() { return is_open() && (more_ || is_readable(0)); }
 
     void close() {
         if (in_ != nullptr) bnsclose(in_);
@@ -57,15 +59,10 @@ class Connection {
 
   private:
     bool is_readable(int milliseconds) {
-        if (in_->fp < in_->lp) return true;
         const int before = bnstimeout(in_, milliseconds);
         const bool is_readable = bnswait(in_) != 0;
         bnstimeout(in_, before);
         return is_readable;
-    }
-    const char* what_failed() const {
-        if (in_->syserrno != 0) return std::strerror(in_->syserrno);
-        return in_->eof != 0 ? "closed by the server" : "a damaged packet";
     }
     bool ended_by(const char* reason) {
         reason_ = reason;
@@ -73,7 +70,9 @@ class Connection {
     }
 
     Bns* in_ = nullptr;
-    double last_ = 0;  // when packets came
+    int32_t size_ = -1;  // of the body that comes next, when its head has come
+    bool more_ = false;  // there may be packets in the stream's buffer
+    double last_ = 0;    // when packets came
     std::string reason_;
 };
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -78,25 +79,28 @@ void put_frame(Bns* out, const char* magic, int size, Put put_body) {
     bnsput(out, &crc, BNS_INT, 1);
 }
 
-// Gets the size of the body of the next frame, from what stands before it. False, with the reason
-// registered or told by the stream, when there is no frame or it can't be one.
-inline bool get_size(Bns* in, const char* magic, int32_t* size) {
-    if (bnspeek(in, magic) != 0 || bnsget(in, size, BNS_INT, 1) != 0) return false;
-    if (*size >= 0 && *size <= kMostBytes) return true;
-    elog_log(0, "a frame of %d bytes\n", *size);
-    return false;
+// Gets what stands before the body of the next frame: its size. Returns 0; 1 with the reason
+// registered when no frame comes; -1 when too little came: it can be asked for again.
+inline int get_size(Bns* in, const char* magic, int32_t* size) {
+    char head[8];
+    if (bnsget(in, head, BNS_BYTE, sizeof head) != 0) return -1;
+    char* after_magic = head + 4;
+    mi2hi(&after_magic, size, 1);
+    if (std::memcmp(head, magic, 4) == 0 && *size >= 0 && *size <= kMostBytes) return 0;
+    char* shown = hexdump_string(nullptr, head, sizeof head);
+    elog_log(0, "no frame '%s' begins with\n\t%s", magic, shown);
+    std::free(shown);
+    return 1;
 }
 
-// Gets the body and the CRC that was sent for it.
-inline bool get_bytes(Bns* in, char* body, int size, uint32_t* crc) {
-    return bnsget(in, body, BNS_BYTE, size) == 0 && bnsget(in, crc, BNS_INT, 1) == 0;
-}
-
-// Gets the body of the next frame. False as above, or when it is damaged.
+// Gets the body of the next frame. False, with the reason registered or told by the stream, when
+// there is no frame or it is damaged.
 inline bool get_frame(Bns* in, const char* magic, Memory& body) {
     int32_t size;
     uint32_t crc;
-    if (!get_size(in, magic, &size) || !get_bytes(in, body.take(size), size, &crc)) return false;
+    if (get_size(in, magic, &size) != 0 || bnsget(in, body.take(size), BNS_BYTE, size) != 0 ||
+        bnsget(in, &crc, BNS_INT, 1) != 0)
+        return false;
     if (crc == crc_of(body.bytes(), size)) return true;
     elog_log(0, "a frame with a wrong checksum\n");
     return false;

@@ -32,6 +32,27 @@ sockaddr_in loopback(int port) {
     return address;
 }
 
+// A socket that listens on a free port.
+int listening(int* port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(0);
+    EXPECT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::listen(fd, 10), 0);
+    socklen_t length = sizeof address;
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    *port = ntohs(address.sin_port);
+    return fd;
+}
+
+// A client that has connected and sent its request, or -1.
+int requested(int listening) {
+    const int fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+    char request[28];
+    if (::recv(fd, request, sizeof request, MSG_WAITALL) == sizeof request) return fd;
+    ::close(fd);
+    return -1;
+}
+
 // A connected socket, or -1.
 int connected(int port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -102,13 +123,7 @@ class Proxy {
   public:
     Proxy(int server, unsigned seed, int disturbances)
         : server_(server), random_(seed), left_(disturbances) {
-        listening_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = loopback(0);
-        ::bind(listening_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        ::listen(listening_, 10);
-        socklen_t length = sizeof address;
-        ::getsockname(listening_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin_port);
+        listening_ = listening(&port_);
         thread_ = std::thread([this] { serve(); });
     }
     ~Proxy() {
@@ -411,18 +426,12 @@ TEST_F(Acquisition, FiftyBadRequestsDoNotEndTheServer) {
 
 // Takes connections and answers each with bytes that are no packets, or damaged ones.
 TEST_F(Acquisition, SixtyBadServersDoNotEndTheClient) {
-    const int listening = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
-    ASSERT_EQ(::bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(::listen(listening, 10), 0);
-    socklen_t length = sizeof address;
-    ::getsockname(listening, reinterpret_cast<sockaddr*>(&address), &length);
-    Program receiving = client(ntohs(address.sin_port));
+    int port;
+    const int waiting = listening(&port);
+    Program receiving = client(port);
     for (int i = 0; i < 60; ++i) {
-        const int fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+        const int fd = requested(waiting);
         ASSERT_GE(fd, 0);
-        char request[28];
-        ASSERT_EQ(::recv(fd, request, sizeof request, MSG_WAITALL), 28);
         Packet packet;
         packet.sequence = i % 5;
         packet.total = i % 4 == 0 ? 0 : 9;
@@ -437,10 +446,52 @@ TEST_F(Acquisition, SixtyBadServersDoNotEndTheClient) {
         if (i % 3 == 1) out->lp -= i % 40;
         bnsclose(out);
     }
-    ::close(listening);
+    ::close(waiting);
     EXPECT_EQ(receiving.end(SIGTERM), 0) << receiving.log();
     EXPECT_THAT(receiving.log(), testing::HasSubstr("a damaged packet\n"));
     EXPECT_THAT(receiving.log(), testing::HasSubstr("a packet that can't be decoded\n"));
+}
+
+// Frames without a body would never make a batch full.
+TEST_F(Acquisition, FramesOfNothingAreNotGathered) {
+    int port;
+    const int waiting = listening(&port);
+    Program receiving = client(port);
+    const int fd = requested(waiting);
+    std::string frames;
+    for (int i = 0; i < 10000; ++i) frames.append("WFP1\0\0\0\0\xff\xff\xff\xff", 12);
+    int sent = 0;
+    while (sent < 300 && ::send(fd, frames.data(), frames.size(), MSG_NOSIGNAL) > 0) ++sent;
+    EXPECT_LT(sent, 300);
+    ::close(fd);
+    ::close(waiting);
+    EXPECT_EQ(receiving.end(SIGTERM), 0) << receiving.log();
+}
+
+TEST_F(Acquisition, ServersThatStopWithinAPacketHoldNothingUp) {
+    settings("wfclient", "patience 1000\nbury_every 0.05\n");
+    int port;
+    const int waiting = listening(&port);
+    Program receiving = client(port);
+    const int fd = requested(waiting);
+    Packet packet;
+    packet.total = 9;
+    packet.nsamp = 4;
+    packet.payload = "four samples, so";
+    Memory bytes;
+    for (packet.sequence = 0; packet.sequence < 3; ++packet.sequence)
+        put_packet(bytes.stream(), packet);
+    const int most = bytes.size() - 3;
+    ASSERT_EQ(::send(fd, bytes.bytes(), most, 0), most);
+    wait_for("waveforms/state", "next", 2);
+    ASSERT_EQ(::send(fd, bytes.bytes() + most, 3, 0), 3);
+    wait_for("waveforms/state", "next", 3);
+    ASSERT_EQ(::send(fd, bytes.bytes(), 50, 0), 50);
+    nap(0.01);
+    EXPECT_EQ(receiving.end(SIGTERM), 0) << receiving.log();
+    EXPECT_EQ(reported(receiving, "packets,"), 3);
+    ::close(fd);
+    ::close(waiting);
 }
 
 TEST_F(Acquisition, TurnsAwayWhoIsNotListed) {
