@@ -21,6 +21,8 @@ constexpr char kRequest[] = "WFR1";
 constexpr char kPacket[] = "WFP1";
 constexpr int kMostSamples = 10000;  // of a packet
 constexpr int kMostBytes = 200000;   // of a body
+// Of packets, and of their numbers: clients count in doubles, and bury 15 digits of them.
+constexpr int64_t kMostPackets = 1000000000000000;
 
 struct Request {
     int64_t recording = 0;
@@ -164,9 +166,10 @@ inline void put_raw_packet(Bns* out, Packet& packet, const int32_t* samples) {
 }
 
 inline bool is_sound(const Packet& packet) {
-    return packet.sequence >= -1 && packet.total > 0 && packet.station[7] == '\0' &&
-           packet.channel[7] == '\0' && std::isfinite(packet.time) && packet.rate > 0 &&
-           packet.nsamp >= 0 && packet.nsamp <= kMostSamples;
+    return packet.sequence >= -1 && packet.sequence < kMostPackets && packet.total > 0 &&
+           packet.total <= kMostPackets && packet.station[7] == '\0' && packet.channel[7] == '\0' &&
+           std::isfinite(packet.time) && packet.rate > 0 && packet.nsamp >= 0 &&
+           packet.nsamp <= kMostSamples;
 }
 
 // Gets a packet from a body, which keeps the payload. The memory is room to work in.

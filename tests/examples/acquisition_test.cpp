@@ -44,11 +44,16 @@ int listening(int* port) {
     return fd;
 }
 
-// A client that has connected and sent its request, or -1.
-int requested(int listening) {
+// A client that has connected and sent its request, or -1: none does within 20 seconds.
+int requested(int listening, Request* request = nullptr) {
+    pollfd waiting{listening, POLLIN, 0};
+    if (::poll(&waiting, 1, 20000) != 1) return -1;
     const int fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
-    char request[28];
-    if (::recv(fd, request, sizeof request, MSG_WAITALL) == sizeof request) return fd;
+    Request unwanted;
+    Memory memory, body;
+    if (::recv(fd, memory.take(28), 28, MSG_WAITALL) == 28 &&
+        get_request(memory.stream(), request != nullptr ? request : &unwanted, body))
+        return fd;
     ::close(fd);
     return -1;
 }
@@ -450,6 +455,33 @@ TEST_F(Acquisition, SixtyBadServersDoNotEndTheClient) {
     EXPECT_EQ(receiving.end(SIGTERM), 0) << receiving.log();
     EXPECT_THAT(receiving.log(), testing::HasSubstr("a damaged packet\n"));
     EXPECT_THAT(receiving.log(), testing::HasSubstr("a packet that can't be decoded\n"));
+}
+
+TEST_F(Acquisition, NumbersThatCannotBeCountedAreNotBelieved) {
+    int port;
+    const int waiting = listening(&port);
+    Program receiving = client(port, "-n 0");
+    for (const int64_t sequence : {INT64_MAX, INT64_MAX - 1, kMostPackets, kMostPackets - 1}) {
+        Request request;
+        const int fd = requested(waiting, &request);
+        ASSERT_GE(fd, 0) << "before " << sequence;
+        EXPECT_EQ(request.first, 0);
+        Packet packet;
+        packet.recording = 1;
+        packet.sequence = sequence;
+        packet.total = 9;
+        packet.nsamp = 1;
+        packet.payload = "1234";
+        Bns* out = bnsnew(fd, 0);
+        put_packet(out, packet);
+        bnsclose(out);
+    }
+    Request request;
+    const int fd = requested(waiting, &request);
+    EXPECT_EQ(request.first, kMostPackets);
+    ::close(fd);
+    ::close(waiting);
+    EXPECT_EQ(receiving.end(SIGTERM), 0) << receiving.log();
 }
 
 // Frames without a body would never make a batch full.
