@@ -64,6 +64,7 @@ class Decoders {
         const auto count = static_cast<std::size_t>(nsamp);
         if (codec < 0 || codec >= codec_count() || bytes.size() > 9 * count + 100) return false;
         Series& series = series_[static_cast<std::size_t>(codec)];
+        series.most = nsamp;
         if (codec == kRaw ? !read_packet(bytes, series)
                           : !codecs()[static_cast<std::size_t>(codec - 1)].decode(bytes, series))
             return false;

@@ -11,6 +11,7 @@
 #include <random>
 #include <thread>
 
+#include "../../examples/acquisition/codecs.hpp"
 #include "../../examples/acquisition/packet.hpp"
 #include "support/kit.hpp"
 
@@ -279,6 +280,19 @@ TEST(Packets, StandByteByByte) {
     EXPECT_STREQ(got.channel, "HHZ");
     EXPECT_EQ(got.released, 2.5);
     EXPECT_EQ(got.payload, samples);
+}
+
+// 90 kB of a packet may be deflated from 90 MB.
+TEST(Packets, DoNotInflateBeyondTheirSamples) {
+    const kit::Logged logged;
+    Bytes packed;
+    Decoders decoders;
+    Samples samples;
+    ASSERT_TRUE(encode_vkcompress(std::vector<int32_t>(1000000), packed));
+    const int codec = codec_number("vkcompress");
+    EXPECT_FALSE(decoders.decode(codec, packed.view(), 10000, &samples));
+    EXPECT_THAT(logged.text(), testing::HasSubstr("of 4000000 bytes, 40000 are allowed"));
+    EXPECT_TRUE(decoders.decode(codec, packed.view(), 1000000, &samples));
 }
 
 TEST_F(Acquisition, EveryCodecBringsTheRecording) {
