@@ -21,10 +21,11 @@ class Replay {
         if (position > 0) clock_ = due(position - 1);
     }
 
-    // Goes on by the time that has passed, `speed` times as fast.
+    // Goes on by the time that has passed, `speed` times as fast. A control may hold any number:
+    // with less than 0, or NaN, the replay stands still.
     void advance(double speed) {
         const double now = std_now();
-        clock_ += (now - last_) * speed;
+        if (const double passed = (now - last_) * speed; passed > 0) clock_ += passed;
         last_ = now;
         // Not more than the recording at a time, whatever the speed.
         int64_t next = position_;

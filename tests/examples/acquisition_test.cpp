@@ -13,6 +13,7 @@
 
 #include "../../examples/acquisition/codecs.hpp"
 #include "../../examples/acquisition/packet.hpp"
+#include "../../examples/acquisition/replay.hpp"
 #include "support/kit.hpp"
 
 namespace {
@@ -293,6 +294,19 @@ TEST(Packets, DoNotInflateBeyondTheirSamples) {
     EXPECT_FALSE(decoders.decode(codec, packed.view(), 10000, &samples));
     EXPECT_THAT(logged.text(), testing::HasSubstr("of 4000000 bytes, 40000 are allowed"));
     EXPECT_TRUE(decoders.decode(codec, packed.view(), 1000000, &samples));
+}
+
+TEST(Replays, StandStillAtSpeedsThatAreNone) {
+    Recording recording;
+    recording.pieces = {{0, 0, 1, 1e-9}, {0, 1, 1, 2e-9}};
+    recording.end = 2e-9;
+    Replay replay(recording, false, 0);
+    for (const double speed : {std::nan(""), -1e9, 1.0}) {
+        EXPECT_EQ(replay.position(), 0) << "before " << speed;
+        nap(0.001);
+        replay.advance(speed);
+    }
+    EXPECT_EQ(replay.position(), 2);
 }
 
 TEST_F(Acquisition, EveryCodecBringsTheRecording) {
